@@ -1,0 +1,1 @@
+#include "shell/Ctr_Calvarine.h"

@@ -1,0 +1,36 @@
+#include "shell/Ctr_Calvarine.h"
+#include "shell/HostServices.h"
+#include "shell/Variable.h"
+
+void Ctr_Calvarine::UserControl_MouseDown(std::int16_t& Button, std::int16_t&, float&, float&)
+{
+    if (Button != 2) {
+        return;
+    }
+    Mnu_Aide.setEnabled(true);
+    Mnu_Sommaire.setEnabled(true);
+    m_screen.host().popupMenu(Mnu_Aide);
+}
+
+void Ctr_Calvarine::Cdr_Activite_MouseDown(std::int16_t& Button, std::int16_t&, float&, float&)
+{
+    if (Button != 2) {
+        return;
+    }
+    Mnu_Aide.setEnabled(true);
+    Mnu_Sommaire.setEnabled(true);
+    m_screen.host().popupMenu(Mnu_Aide);
+}
+
+void Ctr_Calvarine::Mnu_Sommaire_Click()
+{
+    if (!Variable::AideEnLigne) {
+        Variable::AideEnLigne = m_screen.host().createHelp();
+    }
+    Variable::AideEnLigne->Client(Variable::TheClient);
+    Variable::AideEnLigne->Base(Variable::TheDatabase);
+    std::string page = "Calvarine.htm";
+    std::string mode = "P";
+    std::string title = "Calvarine";
+    Variable::AideEnLigne->AfficherPage(page, mode, title);
+}

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "shell/Control.h"
+
+class HostServices;
+
+// Told of every change of the screen model, so that a view can mirror it.
+// List changes are announced before and after they happen.
+class ScreenObserver {
+public:
+    virtual ~ScreenObserver() = default;
+    virtual void propertyChanged(const Control&, Property) {}
+    virtual void itemAboutToBeInserted(const Control&, std::int16_t /*index*/) {}
+    virtual void itemInserted(const Control&, std::int16_t /*index*/) {}
+    virtual void itemAboutToBeRemoved(const Control&, std::int16_t /*index*/) {}
+    virtual void itemRemoved(const Control&, std::int16_t /*index*/) {}
+    virtual void listAboutToBeCleared(const Control&) {}
+    virtual void listCleared(const Control&) {}
+    virtual void focusChanged(const Control* /*focus*/) {}
+    virtual void waitStateChanged() {} // UserControl.Enabled or Screen.MousePointer
+};
+
+// The whole screen: every control of the screen's table and the two menu
+// entries (the Controls collection, in table order), the control itself
+// (UserControl), the focus, the mouse pointer and a drag under way.
+// Lives on the one interface thread; not thread-safe.
+class ScreenModel {
+public:
+    explicit ScreenModel(HostServices& host);
+    ScreenModel(const ScreenModel&) = delete;
+    ScreenModel& operator=(const ScreenModel&) = delete;
+    ~ScreenModel();
+
+    HostServices& host() const noexcept { return m_host; }
+
+    // The Controls collection: Count, access by index from 0.
+    std::int16_t count() const noexcept { return static_cast<std::int16_t>(m_controls.size()); }
+    Control& at(std::int16_t index) const { return *m_controls.at(static_cast<std::size_t>(index)); }
+    // A control by name, or UserControl; nullptr when there is none.
+    Control* find(std::string_view name) const;
+    Control& get(std::string_view name) const; // throws std::out_of_range
+    Control& userControl() noexcept { return *m_userControl; }
+
+    bool userControlEnabled() const noexcept { return m_userControl->enabled(); }
+    void setUserControlEnabled(bool enabled);
+    std::int16_t mousePointer() const noexcept { return m_mousePointer; }
+    void setMousePointer(std::int16_t pointer);
+
+    Control* focus() const noexcept { return m_focus; }
+    // The focus moves to target (nullptr: nowhere). The control that had it runs
+    // its LostFocus first; a SetFocus made by that handler wins over target.
+    void moveFocus(Control* target);
+
+    // Whether the operator can reach control: it and every frame around it are
+    // Enabled and Visible, and UserControl.Enabled is True (menu entries: Enabled).
+    bool canReach(const Control& control) const;
+
+    // Drag and drop: Control::drag arms a drag from a source; a release over a
+    // target drops there (DragDrop) only if one is armed.
+    Control* dragSource() const noexcept { return m_dragSource; }
+    void cancelDrag() noexcept { m_dragSource = nullptr; }
+    void drop(Control& target);
+
+    // Operator gestures on list boxes and buttons, shared by every host.
+    void operatorMouseDown(Control& control, std::int16_t button);
+    void operatorClick(Control& control);                 // CommandButton, OptionButton, menu entry
+    void operatorClickList(Control& list, std::int16_t index);
+    void operatorDblClickList(Control& list, std::int16_t index);
+    void operatorPick(Control& combo, std::int16_t index);
+
+    void addObserver(ScreenObserver* observer);
+    void removeObserver(ScreenObserver* observer);
+    const std::vector<ScreenObserver*>& observers() const noexcept { return m_observers; }
+
+private:
+    friend class Control;
+
+    HostServices& m_host;
+    std::vector<std::unique_ptr<Control>> m_controls;
+    std::unique_ptr<Control> m_userControl;
+    std::int16_t m_mousePointer = 0;
+    Control* m_focus = nullptr;
+    std::uint64_t m_focusMoves = 0;
+    Control* m_dragSource = nullptr;
+    std::vector<ScreenObserver*> m_observers;
+};
