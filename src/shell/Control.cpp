@@ -148,7 +148,7 @@ void Control::addItem(std::string_view text)
     for (auto* observer : m_screen.observers()) {
         observer->itemAboutToBeInserted(*this, index);
     }
-    m_items.insert(at, Item{std::string(text)});
+    m_items.insert(at, Item{std::string(text), hashOf(text)});
     m_newIndex = index;
     if (m_listIndex >= index) {
         ++m_listIndex;
@@ -190,6 +190,20 @@ void Control::clear()
     for (auto* observer : m_screen.observers()) {
         observer->listCleared(*this);
     }
+}
+
+bool Control::entryEquals(std::int16_t index, std::string_view text, std::size_t textHash) const
+{
+    if (index < 0 || index >= listCount()) {
+        return false;
+    }
+    const Item& item = m_items[static_cast<std::size_t>(index)];
+    return item.hash == textHash && item.text == text;
+}
+
+std::size_t Control::hashOf(std::string_view text) noexcept
+{
+    return std::hash<std::string_view>{}(text);
 }
 
 std::int32_t Control::itemData(std::int16_t index) const

@@ -79,6 +79,10 @@ public:
     bool selected(std::int16_t index) const;
     void setSelected(std::int16_t index, bool selected);
     bool sorted() const noexcept { return m_sorted; }
+    // Whether entry index holds text exactly. Each entry keeps a hash of its
+    // text, so that a walk over a long list compares little but hashes.
+    bool entryEquals(std::int16_t index, std::string_view text, std::size_t textHash) const;
+    static std::size_t hashOf(std::string_view text) noexcept;
 
     // Moves the focus here without raising LostFocus anywhere.
     void setFocus();
@@ -107,6 +111,7 @@ public:
 private:
     struct Item {
         std::string text;
+        std::size_t hash = 0;
         std::int32_t data = 0;
         bool selected = false;
     };

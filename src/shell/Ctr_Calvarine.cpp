@@ -3,6 +3,7 @@
 #include "shell/HostServices.h"
 #include "shell/Procedure.h"
 #include "shell/Variable.h"
+#include "shell/ObjectRef.h"
 
 Ctr_Calvarine::Ctr_Calvarine(HostServices& host)
     : m_screen(host)
@@ -97,7 +98,7 @@ void Ctr_Calvarine::bindHandlers()
 void Ctr_Calvarine::DroitsUtilisateur(std::shared_ptr<SorbelaneDroits>& New_DroitsUtilisateur)
 {
     Droits = New_DroitsUtilisateur;
-    DroitEcran = Droits->LireDroit("CALVARINE");
+    DroitEcran = Obj(Droits, "Droits").LireDroit("CALVARINE");
 }
 
 void Ctr_Calvarine::TheClient(std::shared_ptr<DbaClient> vNewValue)
@@ -133,7 +134,7 @@ void Ctr_Calvarine::Appliquer_Droits()
     if (!DroitEcran) {
         throw std::runtime_error("Appliquer_Droits: the user's rights were not given");
     }
-    if (DroitEcran->Niveau() != 2) {
+    if (Obj(DroitEcran, "DroitEcran").Niveau() != 2) {
         Cmd_Imprimer.setVisible(false);
     }
 }

@@ -1,6 +1,7 @@
 #include "shell/Ctr_Calvarine.h"
 #include "shell/HostServices.h"
 #include "shell/Variable.h"
+#include "shell/ObjectRef.h"
 
 void Ctr_Calvarine::UserControl_MouseDown(std::int16_t& Button, std::int16_t&, float&, float&)
 {
@@ -27,10 +28,10 @@ void Ctr_Calvarine::Mnu_Sommaire_Click()
     if (!Variable::AideEnLigne) {
         Variable::AideEnLigne = m_screen.host().createHelp();
     }
-    Variable::AideEnLigne->Client(Variable::TheClient);
-    Variable::AideEnLigne->Base(Variable::TheDatabase);
+    Obj(Variable::AideEnLigne, "AideEnLigne").Client(Variable::TheClient);
+    Obj(Variable::AideEnLigne, "AideEnLigne").Base(Variable::TheDatabase);
     std::string page = "Calvarine.htm";
     std::string mode = "P";
     std::string title = "Calvarine";
-    Variable::AideEnLigne->AfficherPage(page, mode, title);
+    Obj(Variable::AideEnLigne, "AideEnLigne").AfficherPage(page, mode, title);
 }

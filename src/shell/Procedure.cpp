@@ -5,6 +5,7 @@
 #include "database/FileNames.h"
 #include "shell/Control.h"
 #include "shell/Variable.h"
+#include "shell/ObjectRef.h"
 
 namespace Procedure {
 
@@ -14,12 +15,12 @@ void OuvrirFichiers()
     if (!TheDatabase) {
         throw std::runtime_error("OuvrirFichiers: no database was given");
     }
-    F_Activites = TheDatabase->OpenFile(FileNames::ACTIVITES);
-    F_Association = TheDatabase->OpenFile(FileNames::ASSOCIATION);
-    F_FacturOrg = TheDatabase->OpenFile(FileNames::FACTURORG);
-    F_OrgPriseCharge = TheDatabase->OpenFile(FileNames::ORGPRISECHARGE);
-    F_PeriodesPaie = TheDatabase->OpenFile(FileNames::PERIODESPAIE);
-    F_Tempo = TheDatabase->OpenFile(FileNames::TEMPO);
+    F_Activites = Obj(TheDatabase, "TheDatabase").OpenFile(FileNames::ACTIVITES);
+    F_Association = Obj(TheDatabase, "TheDatabase").OpenFile(FileNames::ASSOCIATION);
+    F_FacturOrg = Obj(TheDatabase, "TheDatabase").OpenFile(FileNames::FACTURORG);
+    F_OrgPriseCharge = Obj(TheDatabase, "TheDatabase").OpenFile(FileNames::ORGPRISECHARGE);
+    F_PeriodesPaie = Obj(TheDatabase, "TheDatabase").OpenFile(FileNames::PERIODESPAIE);
+    F_Tempo = Obj(TheDatabase, "TheDatabase").OpenFile(FileNames::TEMPO);
 }
 
 void FermerFichiers()
@@ -40,9 +41,10 @@ void FermerFichiers()
 
 bool ExisteDansListe(std::string_view text, const Control& list)
 {
+    const std::size_t hash = Control::hashOf(text);
     const std::int16_t count = list.listCount();
     for (std::int16_t i = 0; i < count; ++i) {
-        if (list.list(i) == text) {
+        if (list.entryEquals(i, text, hash)) {
             return true;
         }
     }

@@ -1,6 +1,7 @@
 #include "shell/Text.h"
 
 #include <clocale>
+#include <stdexcept>
 #include <cwctype>
 #include <locale.h>
 
@@ -128,6 +129,39 @@ std::string ChrW(std::int32_t cp)
         out.push_back(static_cast<char>(0x80 | (u & 0x3F)));
     }
     return out;
+}
+
+std::int32_t CLng(std::string_view text)
+{
+    std::size_t i = 0;
+    while (i < text.size() && text[i] == ' ') {
+        ++i;
+    }
+    bool negative = false;
+    if (i < text.size() && (text[i] == '-' || text[i] == '+')) {
+        negative = text[i] == '-';
+        ++i;
+    }
+    const std::size_t digits = i;
+    long long value = 0;
+    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+        value = value * 10 + (text[i] - '0');
+        if (value > 2147483648LL) {
+            throw std::overflow_error("overflow: \"" + std::string(text) + "\" does not fit a 32-bit integer");
+        }
+    }
+    const bool hasDigits = i > digits;
+    while (i < text.size() && text[i] == ' ') {
+        ++i;
+    }
+    if (!hasDigits || i != text.size()) {
+        throw std::invalid_argument("type mismatch: \"" + std::string(text) + "\" is not a number");
+    }
+    value = negative ? -value : value;
+    if (value > 2147483647LL) {
+        throw std::overflow_error("overflow: \"" + std::string(text) + "\" does not fit a 32-bit integer");
+    }
+    return static_cast<std::int32_t>(value);
 }
 
 std::string dropLast(std::string_view s)

@@ -19,6 +19,11 @@ std::string Space(std::int32_t n);
 // The character of a code point, as UTF-8.
 std::string ChrW(std::int32_t codePoint);
 
+// A text read as a 32-bit integer, as the language converts it: blanks around
+// the digits are allowed, anything else fails (std::invalid_argument, or
+// std::overflow_error beyond 32 bits).
+std::int32_t CLng(std::string_view text);
+
 // Drops the last character.
 std::string dropLast(std::string_view s);
 
