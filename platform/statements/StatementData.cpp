@@ -1,0 +1,207 @@
+#include "StatementData.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "database/Dba.h"
+#include "database/FileNames.h"
+
+namespace statements {
+
+namespace {
+
+std::vector<std::string> values(const DbaDynArray& record, std::int16_t attribute)
+{
+    std::vector<std::string> out;
+    const std::string text = record.attribute(attribute);
+    if (text.empty()) {
+        return out;
+    }
+    for (const auto part : splitMarks(text, DbaDynArray::kValueMark)) {
+        out.emplace_back(part);
+    }
+    return out;
+}
+
+std::int64_t number(std::string_view key, int attribute, std::size_t value, std::string_view text)
+{
+    // Amounts are archived as signed whole numbers; blanks around them are tolerated.
+    while (!text.empty() && text.front() == ' ') {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && text.back() == ' ') {
+        text.remove_suffix(1);
+    }
+    if (text.empty()) {
+        return 0;
+    }
+    std::int64_t result = 0;
+    const char* first = text.data();
+    if (*first == '+') {
+        ++first;
+    }
+    const auto [end, ec] = std::from_chars(first, text.data() + text.size(), result);
+    if (ec != std::errc() || end != text.data() + text.size()) {
+        throw DbaError(DbaError::Kind::BadData, std::string(FileNames::ARCHIVEBORDCAISSE) + " " + std::string(key),
+            "attribute " + std::to_string(attribute) + (value ? " value " + std::to_string(value) : std::string())
+                + " is not a whole number: \"" + std::string(text) + "\"");
+    }
+    return result;
+}
+
+const std::string& at(const std::vector<std::string>& v, std::size_t i)
+{
+    static const std::string empty;
+    return i < v.size() ? v[i] : empty;
+}
+
+Party readParty(DbaDatabase& db, const char* file, std::string code, int firstAddress, int lastAddress, bool withShortName)
+{
+    Party party;
+    party.code = std::move(code);
+    party.name = party.code;
+    std::shared_ptr<DbaItem> item;
+    try {
+        item = db.OpenFile(file)->ReadItem(party.code);
+    } catch (const DbaError& e) {
+        if (!e.isNoRecord() && !e.isNoFile()) {
+            throw;
+        }
+        return party;
+    }
+    if (auto name = item->attribute(1); !name.empty()) {
+        party.name = std::move(name);
+    }
+    if (withShortName) {
+        party.shortName = item->attribute(2);
+    }
+    for (int i = firstAddress; i <= lastAddress; ++i) {
+        if (auto line = item->attribute(static_cast<std::int16_t>(i)); !line.empty()) {
+            party.addressLines.push_back(std::move(line));
+        }
+    }
+    return party;
+}
+
+std::string substring(std::string_view text, std::size_t pos, std::size_t count)
+{
+    return pos < text.size() ? std::string(text.substr(pos, count)) : std::string();
+}
+
+} // namespace
+
+std::string trimmedRight(std::string_view text)
+{
+    const auto end = text.find_last_not_of(' ');
+    return end == std::string_view::npos ? std::string() : std::string(text.substr(0, end + 1));
+}
+
+std::string activityLabel(std::string_view letter)
+{
+    if (letter == "P") {
+        return "PRESTATAIRE";
+    }
+    if (letter == "M") {
+        return "MANDATAIRE";
+    }
+    if (letter == "I") {
+        return "INTERMEDIAIRE";
+    }
+    return {};
+}
+
+StatementData parseArchiveRecord(std::string_view key, const DbaDynArray& record)
+{
+    StatementData data;
+    data.key = std::string(key);
+    data.entity.code = substring(key, 0, 3);
+    data.entity.name = data.entity.code;
+    data.activity = substring(key, 3, 1);
+    data.activityLabel = activityLabel(data.activity);
+    data.organisation.code = substring(key, 4, 3);
+    data.organisation.name = data.organisation.code;
+    data.period = record.attribute(1);
+    data.organisation.shortName = record.attribute(2);
+    data.invoiceNumber = record.attribute(3);
+    data.invoiceDate = record.attribute(4);
+
+    const auto beneficiaries = values(record, 5);
+    const auto fileNumbers = values(record, 6);
+    const auto services = values(record, 7);
+    const auto quantities = values(record, 8);
+    const auto prices = values(record, 9);
+    const auto amounts = values(record, 10);
+    const std::size_t count = std::max({beneficiaries.size(), fileNumbers.size(), services.size(), quantities.size(),
+        prices.size(), amounts.size()});
+    data.lines.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        StatementLine line;
+        line.beneficiary = at(beneficiaries, i);
+        line.fileNumber = at(fileNumbers, i);
+        line.service = at(services, i);
+        line.quantityHundredths = number(key, 8, i + 1, at(quantities, i));
+        line.unitPriceCents = number(key, 9, i + 1, at(prices, i));
+        line.amountCents = number(key, 10, i + 1, at(amounts, i));
+        data.lines.push_back(std::move(line));
+    }
+    data.totalCents = number(key, 11, 0, record.attribute(11));
+    return data;
+}
+
+std::optional<std::string> findSentence(std::string_view period, std::string_view entity, std::string_view letter,
+    std::string_view organisation, std::string_view invoice)
+{
+    for (const auto value : {period, entity, letter, organisation, invoice}) {
+        if (value.find('"') != std::string_view::npos) {
+            return std::nullopt;
+        }
+    }
+    std::string sentence = "SSELECT ";
+    sentence += FileNames::ARCHIVEBORDCAISSE;
+    sentence += " AVEC 0 = \"";
+    sentence.append(entity).append(letter).append(organisation);
+    sentence += "]\" AND AVEC PeriodeArchive = \"";
+    sentence.append(period);
+    sentence += "\" AND AVEC NumFactArchive = \"";
+    sentence.append(invoice);
+    sentence += '"';
+    if (const auto trimmed = trimmedRight(invoice); trimmed.size() != invoice.size()) {
+        sentence += " OR = \"" + trimmed + '"';
+    }
+    return sentence;
+}
+
+std::optional<std::string> findStatementKey(DbaDatabase& db, std::string_view period, std::string_view entity,
+    std::string_view letter, std::string_view organisation, std::string_view invoice)
+{
+    const auto sentence = findSentence(period, entity, letter, organisation, invoice);
+    if (!sentence) {
+        return std::nullopt;
+    }
+    DbaDynArray request;
+    request.setAttribute(1, *sentence);
+    request.setAttribute(2, FileNames::ARCHIVEBORDCAISSE);
+    request.setAttribute(3, "0");
+    std::int32_t status = 0;
+    const DbaDynArray keys = db.Select(request.text(), "", status);
+    auto first = keys.attribute(1);
+    if (first.empty()) {
+        return std::nullopt;
+    }
+    return first;
+}
+
+StatementData loadStatement(DbaDatabase& db, std::string_view key)
+{
+    const auto record = db.OpenFile(FileNames::ARCHIVEBORDCAISSE)->ReadItem(key);
+    StatementData data = parseArchiveRecord(key, *record);
+    const std::string shortName = data.organisation.shortName;
+    data.entity = readParty(db, FileNames::ASSOCIATION, data.entity.code, 2, 4, false);
+    data.organisation = readParty(db, FileNames::ORGPRISECHARGE, data.organisation.code, 3, 5, true);
+    if (data.organisation.shortName.empty()) {
+        data.organisation.shortName = shortName;
+    }
+    return data;
+}
+
+} // namespace statements

@@ -1,0 +1,228 @@
+#include <gtest/gtest.h>
+
+#include <QFile>
+
+#include "Format.h"
+#include "PlatformTestSupport.h"
+#include "StatementRenderer.h"
+#include "database/Dba.h"
+
+using namespace statements;
+
+namespace {
+
+std::string record(std::initializer_list<std::string> attributes)
+{
+    std::string text;
+    bool first = true;
+    for (const auto& a : attributes) {
+        if (!first) {
+            text += DbaDynArray::kAttributeMark;
+        }
+        first = false;
+        text += a;
+    }
+    return text;
+}
+
+std::string values(std::initializer_list<std::string> parts)
+{
+    std::string text;
+    bool first = true;
+    for (const auto& p : parts) {
+        if (!first) {
+            text += DbaDynArray::kValueMark;
+        }
+        first = false;
+        text += p;
+    }
+    return text;
+}
+
+std::string plain(const QString& text)
+{
+    QString s = text;
+    s.replace(QChar(0x00A0), QLatin1Char(' '));
+    return s.toStdString();
+}
+
+StatementData sample(int lineCount)
+{
+    StatementData data;
+    data.key = "001P0122026110000000123";
+    data.activity = "P";
+    data.activityLabel = "PRESTATAIRE";
+    data.period = "202611";
+    data.invoiceNumber = "F000123   ";
+    data.invoiceDate = "20261215";
+    data.entity = {"001", "AIDE A DOMICILE DU VAL", "", {"12 RUE DES LILAS", "38000 GRENOBLE"}};
+    data.organisation = {"012", "CAISSE PRIMAIRE DE L'ISÈRE", "CPAM38", {"2 RUE DES ALPES", "38045 GRENOBLE CEDEX"}};
+    for (int i = 0; i < lineCount; ++i) {
+        data.lines.push_back({"BÉNÉFICIAIRE " + std::to_string(i + 1), "D" + std::to_string(1000 + i), "AIDE MÉNAGÈRE",
+            150, 2290, 3435});
+        data.totalCents += 3435;
+    }
+    return data;
+}
+
+class StatementRendering : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        testsupport::guiApplication();
+        ASSERT_TRUE(m_dir.isValid());
+    }
+    std::filesystem::path write(const std::vector<StatementData>& statements, const std::string& name = "out.pdf")
+    {
+        const auto file = testsupport::path(m_dir) / name;
+        renderPdfFile(statements, QString::fromStdString(file.string()));
+        return file;
+    }
+    QTemporaryDir m_dir;
+};
+
+} // namespace
+
+TEST(StatementFormat, FrenchAmountsAndQuantities)
+{
+    EXPECT_EQ(plain(formatEuros(123456)), "1 234,56 €");
+    EXPECT_EQ(plain(formatEuros(5)), "0,05 €");
+    EXPECT_EQ(plain(formatEuros(-123456789)), "-1 234 567,89 €");
+    EXPECT_EQ(plain(formatEuros(0)), "0,00 €");
+    // The most negative value has no positive counterpart in int64.
+    EXPECT_EQ(plain(formatEuros(std::numeric_limits<std::int64_t>::min())), "-92 233 720 368 547 758,08 €");
+    EXPECT_EQ(plain(formatQuantity(150)), "1,50");
+    EXPECT_EQ(plain(formatQuantity(100000)), "1 000,00");
+}
+
+TEST(StatementFormat, PeriodsAndDates)
+{
+    EXPECT_EQ(periodInWords("202611").toStdString(), "novembre 2026");
+    EXPECT_EQ(periodInWords("202602").toStdString(), "février 2026");
+    EXPECT_EQ(periodInWords("202613").toStdString(), "202613");
+    EXPECT_EQ(periodInWords("2026").toStdString(), "2026");
+    EXPECT_EQ(formatDate("20261215").toStdString(), "15/12/2026");
+    EXPECT_EQ(formatDate("20260231").toStdString(), "20260231");
+}
+
+TEST(ArchiveRecord, ParsesLinesFromParallelValues)
+{
+    const DbaDynArray r(record({"202611", "CPAM38", "F000123", "20261215", values({"DUPONT JEAN", "MARTIN ALICE"}),
+        values({"D1", "D2"}), values({"AIDE", "SOINS"}), values({"150", "200"}), values({"2290", "1000"}),
+        values({"3435", "2000"}), "5435"}));
+    const auto data = parseArchiveRecord("001P0122026110000F000123", r);
+    EXPECT_EQ(data.entity.code, "001");
+    EXPECT_EQ(data.activity, "P");
+    EXPECT_EQ(data.activityLabel, "PRESTATAIRE");
+    EXPECT_EQ(data.organisation.code, "012");
+    EXPECT_EQ(data.organisation.shortName, "CPAM38");
+    EXPECT_EQ(data.invoiceNumber, "F000123");
+    ASSERT_EQ(data.lines.size(), 2u);
+    EXPECT_EQ(data.lines[1].beneficiary, "MARTIN ALICE");
+    EXPECT_EQ(data.lines[1].quantityHundredths, 200);
+    EXPECT_EQ(data.lines[1].amountCents, 2000);
+    EXPECT_EQ(data.totalCents, 5435);
+}
+
+TEST(ArchiveRecord, RaggedAttributesAndBadNumbers)
+{
+    // A line missing some values still shows, with the gaps empty or zero.
+    const DbaDynArray ragged(record({"202611", "", "F1", "", values({"A", "B", "C"}), "", "", "", "", values({"1", "2"}), ""}));
+    const auto data = parseArchiveRecord("001M012", ragged);
+    ASSERT_EQ(data.lines.size(), 3u);
+    EXPECT_EQ(data.lines[2].beneficiary, "C");
+    EXPECT_EQ(data.lines[2].amountCents, 0);
+    EXPECT_EQ(data.totalCents, 0);
+    EXPECT_TRUE(parseArchiveRecord("001P012", DbaDynArray()).lines.empty());
+
+    const DbaDynArray bad(record({"202611", "", "F1", "", "X", "", "", "", "", values({"12", "1,5"}), "0"}));
+    try {
+        parseArchiveRecord("001P012", bad);
+        FAIL() << "a decimal comma in cents must be refused";
+    } catch (const DbaError& e) {
+        EXPECT_EQ(e.kind(), DbaError::Kind::BadData);
+        EXPECT_NE(std::string(e.what()).find("attribute 10 value 2"), std::string::npos) << e.what();
+    }
+}
+
+TEST(ArchiveRecord, FindSentence)
+{
+    EXPECT_EQ(findSentence("202611", "001", "P", "012", "F000123").value(),
+        "SSELECT ARCHIVEBORDCAISSE AVEC 0 = \"001P012]\" AND AVEC PeriodeArchive = \"202611\" AND AVEC NumFactArchive = \"F000123\"");
+    // Padded as positions 14 to 23 of a key hold it: the trimmed number matches too.
+    EXPECT_EQ(findSentence("202611", "001", "P", "012", "F12  ").value(),
+        "SSELECT ARCHIVEBORDCAISSE AVEC 0 = \"001P012]\" AND AVEC PeriodeArchive = \"202611\" AND AVEC NumFactArchive = \"F12  \" OR = \"F12\"");
+    EXPECT_FALSE(findSentence("202611", "001", "P", "012", "F\"1").has_value());
+}
+
+TEST_F(StatementRendering, OnePageCarriesEverything)
+{
+    const auto file = write({sample(2)});
+    EXPECT_EQ(testsupport::pdfPageCount(file), 1);
+    const std::string text = testsupport::pdfText(file);
+    for (const char* expected : {"DUPLICATA", "AIDE A DOMICILE DU VAL", "12 RUE DES LILAS", "CAISSE PRIMAIRE DE L'ISÈRE",
+             "CPAM38", "38045 GRENOBLE CEDEX", "novembre 2026", "F000123", "15/12/2026", "BÉNÉFICIAIRE 2", "D1001",
+             "AIDE MÉNAGÈRE", "1,50", "22,90 €", "34,35 €", "Total : 68,70 €", "Page 1 / 1", "PRESTATAIRE"}) {
+        EXPECT_NE(text.find(expected), std::string::npos) << expected << " missing from: " << text;
+    }
+    // The trailing blanks of an archived invoice number are not shown.
+    EXPECT_NE(text.find("Facture n° F000123 du 15/12/2026"), std::string::npos) << text;
+}
+
+TEST_F(StatementRendering, LongStatementGoesOnNumberedPages)
+{
+    auto data = sample(150);
+    data.lines[149].beneficiary = "DERNIER BÉNÉFICIAIRE";
+    data.totalCents = 12345678;
+    const auto file = write({data});
+    const int pages = testsupport::pdfPageCount(file);
+    ASSERT_GE(pages, 3);
+    const std::string text = testsupport::pdfText(file);
+    for (int p = 1; p <= pages; ++p) {
+        const std::string mark = "Page " + std::to_string(p) + " / " + std::to_string(pages);
+        EXPECT_NE(text.find(mark), std::string::npos) << mark;
+    }
+    EXPECT_NE(text.find("DERNIER BÉNÉFICIAIRE"), std::string::npos);
+    EXPECT_NE(text.find("Total : 123 456,78 €"), std::string::npos);
+    // The table header is repeated on each page.
+    std::size_t headers = 0;
+    for (auto at = text.find("Prix unitaire"); at != std::string::npos; at = text.find("Prix unitaire", at + 1)) {
+        ++headers;
+    }
+    EXPECT_EQ(headers, static_cast<std::size_t>(pages));
+}
+
+TEST_F(StatementRendering, SeveralStatementsStartOnTheirOwnPages)
+{
+    auto second = sample(1);
+    second.invoiceNumber = "F999";
+    second.organisation.name = "MUTUELLE DU DAUPHINÉ";
+    const auto file = write({sample(1), second});
+    EXPECT_EQ(testsupport::pdfPageCount(file), 2);
+    const std::string text = testsupport::pdfText(file);
+    EXPECT_LT(text.find("CAISSE PRIMAIRE"), text.find("MUTUELLE DU DAUPHINÉ"));
+    EXPECT_NE(text.find("DUPLICATA – Facture n° F999"), std::string::npos) << text;
+}
+
+TEST_F(StatementRendering, FontsAreEmbedded)
+{
+    const auto file = write({sample(1)});
+    QProcess process;
+    process.start(QStringLiteral("pdffonts"), {QString::fromStdString(file.string())});
+    ASSERT_TRUE(process.waitForFinished(30000));
+    const auto lines = QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    ASSERT_GT(lines.size(), 2) << "no font listed";
+    for (int i = 2; i < lines.size(); ++i) {
+        // Columns: name type encoding emb sub uni ...; "emb" is the first yes/no.
+        const auto words = lines[i].split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        const auto emb = std::find_if(words.begin(), words.end(), [](const QString& w) { return w == "yes" || w == "no"; });
+        ASSERT_NE(emb, words.end()) << lines[i].toStdString();
+        EXPECT_EQ(*emb, QStringLiteral("yes")) << lines[i].toStdString();
+    }
+}
+
+TEST_F(StatementRendering, UnwritablePathThrows)
+{
+    EXPECT_THROW(write({sample(1)}, "no/such/dir.pdf"), std::runtime_error);
+    EXPECT_TRUE(std::filesystem::is_empty(testsupport::path(m_dir)));
+}
