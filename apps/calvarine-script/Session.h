@@ -1,0 +1,136 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "EventLog.h"
+#include "Lexer.h"
+#include "LoggingDatabase.h"
+#include "ScriptHost.h"
+#include "store/Store.h"
+#include "shell/Ctr_Calvarine.h"
+
+namespace script {
+
+struct Options {
+    // The FUSION directory to use instead of a fresh temporary one.
+    std::optional<std::filesystem::path> fusion;
+};
+
+// Counts over all files.
+struct Tally {
+    int passed = 0;
+    int failed = 0;
+    bool broken = false; // a file could not be read or held a bad command
+};
+
+// A directory made for one scenario and removed with everything in it.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::filesystem::path& path() const noexcept { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+// One scenario file played from its first line to its last: a fresh database,
+// event log and FUSION directory, and a control created before the first line.
+// Failed expectations are written to out as "FILE:LINE: expected ..., got ...".
+class Session {
+public:
+    Session(std::filesystem::path file, const Options& options, std::ostream& out);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Plays the file, adding its counts to tally.
+    void run(Tally& tally);
+
+private:
+    using Command = void (Session::*)(LineReader&);
+    static const std::unordered_map<std::string_view, Command>& commands();
+
+    // Data.
+    void fixture(LineReader& r);
+    void load(LineReader& r);
+    void remove(LineReader& r);
+    // Host.
+    void rights(LineReader& r);
+    void host(LineReader& r);
+    void server(LineReader& r);
+    void init(LineReader& r);
+    void call(LineReader& r);
+    void set(LineReader& r);
+    void close(LineReader& r);
+    void log(LineReader& r);
+    // Operator.
+    void focus(LineReader& r);
+    void blur(LineReader& r);
+    void type(LineReader& r);
+    void key(LineReader& r);
+    void selectall(LineReader& r);
+    void paste(LineReader& r);
+    void pick(LineReader& r);
+    void click(LineReader& r);
+    void dblclick(LineReader& r);
+    void drag(LineReader& r);
+    void mousedown(LineReader& r);
+    void menu(LineReader& r);
+    // Expectations.
+    void expect(LineReader& r);
+    void clear(LineReader& r);
+
+    void expectEvent(LineReader& r);
+    void expectProperty(const std::string& subject, LineReader& r);
+
+    // A control of the screen by name (UserControl only when allowed).
+    Control& control(const std::string& name, bool userControl = false) const;
+    // Whether the operator may act on these controls now; if not, the action is
+    // refused and REFUSED is queued. Any action that goes ahead closes a pop-up.
+    bool operatorMay(std::initializer_list<const Control*> controls, bool menu = false);
+    // Focus moves to a control that takes it, as the operator's action does.
+    void takeFocus(Control& control);
+    // An entry index the list really has, or a failed expectation.
+    bool hasEntry(Control& list, std::int64_t index);
+    // The host calls a member of the control; a failure becomes ERROR name:.
+    template <class Call>
+    void hostCall(const char* name, Call&& call);
+    // After control code ran: a form the control unloaded is destroyed.
+    void settle();
+    void terminateControl();
+    // Counts one expectation.
+    void check(bool ok, const std::string& expected, const std::string& got);
+
+    std::filesystem::path m_file;
+    std::ostream& m_out;
+    std::size_t m_lineNumber = 0;
+    std::string_view m_line;
+    Tally* m_tally = nullptr;
+
+    TempDir m_dir;
+    std::optional<TempDir> m_ownFusion;
+    std::filesystem::path m_fusion;
+    std::shared_ptr<EventLog> m_events;
+    std::shared_ptr<store::Store> m_store;
+    std::shared_ptr<LoggingDatabase> m_database;
+    std::shared_ptr<DbaClient> m_client;
+    ScriptHost m_host;
+    std::unique_ptr<Ctr_Calvarine> m_control;
+
+    std::int32_t m_level = 2;
+    bool m_giveDatabase = true;
+    bool m_giveClient = true;
+    bool m_giveRights = true;
+};
+
+} // namespace script
