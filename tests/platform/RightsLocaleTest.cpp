@@ -1,0 +1,144 @@
+// The rights read from file DROITS, and the French date patterns.
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <stdexcept>
+
+#include "FrenchDates.h"
+#include "Rights.h"
+
+namespace {
+
+// A database of plain records, enough for the rights to read file DROITS.
+class MemoryDatabase : public DbaDatabase {
+public:
+    std::map<std::string, std::map<std::string, std::string>> files;
+    int opens = 0;
+
+    class File : public DbaFile {
+    public:
+        File(MemoryDatabase& db, std::string name) : m_db(db), m_name(std::move(name)) {}
+        const std::string& name() const noexcept override { return m_name; }
+        std::shared_ptr<DbaItem> ReadItem(std::string_view key) override
+        {
+            auto& records = m_db.files.at(m_name);
+            const auto it = records.find(std::string(key));
+            if (it == records.end()) {
+                throw DbaError(DbaError::Kind::NoRecord, "ReadItem", std::string(key));
+            }
+            return std::make_shared<DbaItem>(shared_from_this(), std::string(key), it->second);
+        }
+        std::string DeleteItem(std::string_view key) override
+        {
+            m_db.files.at(m_name).erase(std::string(key));
+            return {};
+        }
+        void writeRecord(std::string_view key, std::string_view record) override
+        {
+            m_db.files.at(m_name)[std::string(key)] = std::string(record);
+        }
+
+    private:
+        MemoryDatabase& m_db;
+        std::string m_name;
+    };
+
+    std::shared_ptr<DbaFile> OpenFile(std::string_view name) override
+    {
+        ++opens;
+        if (!files.contains(std::string(name))) {
+            throw DbaError(DbaError::Kind::NoFile, "OpenFile", std::string(name));
+        }
+        return std::make_shared<File>(*this, std::string(name));
+    }
+    DbaDynArray Select(std::string_view, std::string_view, std::int32_t&) override { return {}; }
+    DbaDynArray Execute(std::string_view, std::string_view, std::int32_t&) override { return {}; }
+};
+
+TEST(DatabaseRightsTest, ReadsTheLevelOfTheUserOnTheScreen)
+{
+    auto db = std::make_shared<MemoryDatabase>();
+    db->files["DROITS"]["DUPONT*CALVARINE"] = "2";
+    db->files["DROITS"]["DUPONT*AUTRE"] = " 3 \xFE" "ignored";
+    db->files["DROITS"]["MARTIN*CALVARINE"] = "1";
+    DatabaseRights rights(db, "DUPONT");
+    EXPECT_EQ(rights.LireDroit("CALVARINE")->Niveau(), 2);
+    EXPECT_EQ(rights.LireDroit("AUTRE")->Niveau(), 3);
+    // The screen code is part of the key as given: no other user's, no other screen's.
+    EXPECT_EQ(rights.LireDroit("calvarine")->Niveau(), 0);
+    EXPECT_EQ(DatabaseRights(db, "MARTIN").LireDroit("CALVARINE")->Niveau(), 1);
+}
+
+TEST(DatabaseRightsTest, NoRecordOrNoFileGrantsNothing)
+{
+    auto db = std::make_shared<MemoryDatabase>();
+    EXPECT_EQ(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE")->Niveau(), 0);
+    db->files["DROITS"];
+    EXPECT_EQ(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE")->Niveau(), 0);
+    db->files["DROITS"]["DUPONT*CALVARINE"] = "";
+    EXPECT_EQ(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE")->Niveau(), 0);
+}
+
+TEST(DatabaseRightsTest, ARightKeepsTheLevelItWasReadWith)
+{
+    auto db = std::make_shared<MemoryDatabase>();
+    db->files["DROITS"]["DUPONT*CALVARINE"] = "2";
+    DatabaseRights rights(db, "DUPONT");
+    const auto right = rights.LireDroit("CALVARINE");
+    db->files["DROITS"]["DUPONT*CALVARINE"] = "1";
+    EXPECT_EQ(right->Niveau(), 2);
+    EXPECT_EQ(rights.LireDroit("CALVARINE")->Niveau(), 1);
+}
+
+TEST(DatabaseRightsTest, ALevelThatIsNotANumberFails)
+{
+    auto db = std::make_shared<MemoryDatabase>();
+    db->files["DROITS"]["DUPONT*CALVARINE"] = "2X";
+    EXPECT_THROW(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE"), std::invalid_argument);
+    EXPECT_THROW(DatabaseRights(nullptr, "DUPONT"), std::invalid_argument);
+}
+
+TEST(FixedRightsTest, GivesTheSameLevelOnEveryScreen)
+{
+    FixedRights rights(3);
+    EXPECT_EQ(rights.LireDroit("CALVARINE")->Niveau(), 3);
+    EXPECT_EQ(rights.LireDroit("")->Niveau(), 3);
+}
+
+TEST(FrenchDatesTest, WritesTheMonthNameOfADayFirstDate)
+{
+    EXPECT_EQ(FrenchDates::format("01/11/2026", "mmmm yyyy"), "novembre 2026");
+    EXPECT_EQ(FrenchDates::format("01/02/2026", "mmmm yyyy"), "février 2026");
+    EXPECT_EQ(FrenchDates::format("01/08/2026", "mmmm yyyy"), "août 2026");
+    EXPECT_EQ(FrenchDates::format("01/12/2025", "mmmm yyyy"), "décembre 2025");
+    EXPECT_EQ(FrenchDates::format("1/3/2020", "dd/mm/yyyy"), "01/03/2020");
+}
+
+TEST(FrenchDatesTest, ReadsMonthNamesBackInAnyCase)
+{
+    EXPECT_EQ(FrenchDates::format("NOVEMBRE 2026", "yyyymm"), "202611");
+    EXPECT_EQ(FrenchDates::format("FÉVRIER 2026", "YYYYMM"), "202602");
+    EXPECT_EQ(FrenchDates::format("AOÛT 2026", "yyyymm"), "202608");
+    EXPECT_EQ(FrenchDates::format("janvier 2017", "YYYYMM"), "201701");
+    EXPECT_EQ(FrenchDates::format("Décembre 1999", "yyyymm"), "199912");
+}
+
+TEST(FrenchDatesTest, EveryMonthNameReadsBackToItsMonth)
+{
+    for (int month = 1; month <= 12; ++month) {
+        const std::string date = "01/" + std::string(month < 10 ? "0" : "") + std::to_string(month) + "/2024";
+        const std::string name = FrenchDates::format(date, "mmmm yyyy");
+        EXPECT_EQ(FrenchDates::format(name, "yyyymm"), "2024" + date.substr(3, 2)) << name;
+    }
+}
+
+TEST(FrenchDatesTest, ATextThatIsNotADateFails)
+{
+    EXPECT_THROW(FrenchDates::format("", "yyyymm"), std::invalid_argument);
+    EXPECT_THROW(FrenchDates::format("NOVEMBER 2026", "yyyymm"), std::invalid_argument);
+    EXPECT_THROW(FrenchDates::format("31/02/2026", "yyyymm"), std::invalid_argument);
+    EXPECT_THROW(FrenchDates::format("202611", "yyyymm"), std::invalid_argument);
+}
+
+} // namespace

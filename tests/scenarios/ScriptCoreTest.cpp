@@ -1,0 +1,253 @@
+// The scenario host's own parts: the line reader, event matching, the logging
+// database and the recorders of the sibling control and the help.
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "EventLog.h"
+#include "Lexer.h"
+#include "LoggingDatabase.h"
+#include "ScriptHost.h"
+#include "Text.h"
+
+namespace script {
+namespace {
+
+TEST(LineReaderTest, ReadsWordsStringsIntegersBooleansAndLists)
+{
+    LineReader r(R"(  expect  Lst.List = ["A b", "\"q\"\\" , "x\r\ny\t"] -12 True [0,2] [] )");
+    EXPECT_EQ(r.word(), "expect");
+    EXPECT_EQ(r.word(), "Lst.List");
+    r.keyword("=");
+    const Value list = r.value();
+    ASSERT_TRUE(list.isListOf(Value::Kind::String));
+    ASSERT_EQ(list.items.size(), 3u);
+    EXPECT_EQ(list.items[0].text, "A b");
+    EXPECT_EQ(list.items[1].text, "\"q\"\\");
+    EXPECT_EQ(list.items[2].text, "x\r\ny\t");
+    EXPECT_EQ(r.integer(), -12);
+    EXPECT_TRUE(r.boolean());
+    const Value ints = r.value();
+    EXPECT_TRUE(ints.isListOf(Value::Kind::Integer));
+    EXPECT_EQ(ints.format(), "[0,2]");
+    const Value empty = r.value();
+    EXPECT_TRUE(empty.isListOf(Value::Kind::Integer) && empty.isListOf(Value::Kind::String));
+    EXPECT_TRUE(r.atEnd());
+    EXPECT_NO_THROW(r.expectEnd());
+}
+
+TEST(LineReaderTest, RejectsWhatIsNotThere)
+{
+    EXPECT_THROW(LineReader(R"("open)").string(), BadCommand);
+    EXPECT_THROW(LineReader(R"("bad \q")").string(), BadCommand);
+    EXPECT_THROW(LineReader("12x").integer(), BadCommand);
+    EXPECT_THROW(LineReader("true").boolean(), BadCommand);
+    EXPECT_THROW(LineReader("[1,2").value(), BadCommand);
+    EXPECT_THROW(LineReader("[1 2]").value(), BadCommand);
+    EXPECT_THROW(LineReader("").word(), BadCommand);
+    EXPECT_THROW(LineReader("a b").keyword("b"), BadCommand);
+    LineReader r("word trailing");
+    r.word();
+    EXPECT_THROW(r.expectEnd(), BadCommand);
+}
+
+TEST(LineReaderTest, RestKeepsTheLineAsWritten)
+{
+    LineReader r(R"(load   {"file": "A B", "key": "1"}   )");
+    r.word();
+    EXPECT_EQ(r.rest(), R"({"file": "A B", "key": "1"})");
+    EXPECT_EQ(trimmed("  click Cmd_Sortir \t"), "click Cmd_Sortir");
+}
+
+TEST(ValueTest, FormatsAsAScenarioWritesIt)
+{
+    EXPECT_EQ(Value::of(std::string("a\"b\\c\r\n")).format(), R"("a\"b\\c\r\n")");
+    EXPECT_EQ(Value::of(false).format(), "False");
+    EXPECT_EQ(Value::list({Value::of(std::string("A")), Value::of(std::string("B"))}).format(), R"(["A","B"])");
+    EXPECT_EQ(Value::word("nothing").format(), "nothing");
+    EXPECT_FALSE(Value::of(std::int64_t{1}) == Value::of(true));
+    EXPECT_FALSE(Value::word("x") == Value::of(std::string("x")));
+}
+
+TEST(TextTest, WritesMarksAsTheScenarioDoes)
+{
+    EXPECT_EQ(showMarks("a\xFE" "b\xFD" "c\xFC" "d"), "a^b|c~d");
+    EXPECT_EQ(showMarks("NOVEMBRE É"), "NOVEMBRE É");
+}
+
+TEST(EventLogTest, ComparesErrorLinesUpToTheColon)
+{
+    EXPECT_TRUE(EventLog::matches("ERROR Init:", "ERROR Init: no database was given"));
+    EXPECT_TRUE(EventLog::matches("ERROR Init: anything", "ERROR Init: something else"));
+    EXPECT_FALSE(EventLog::matches("ERROR Init:", "ERROR TheDatabase: x"));
+    EXPECT_FALSE(EventLog::matches("ERROR Init:", "REFUSED Init: x"));
+    EXPECT_TRUE(EventLog::matches("BEEP", "BEEP"));
+    EXPECT_FALSE(EventLog::matches("BEEP", "BEEP "));
+
+    EventLog log;
+    log.push("A");
+    log.push("B");
+    EXPECT_EQ(log.take(), "A");
+    EXPECT_EQ(log.take(), "B");
+    EXPECT_FALSE(log.take());
+}
+
+// A database of plain records under the logging decorator.
+class MemoryDatabase : public DbaDatabase {
+public:
+    std::map<std::string, std::string> records;
+    std::vector<std::string> requests;
+
+    class File : public DbaFile {
+    public:
+        File(MemoryDatabase& db, std::string name) : m_db(db), m_name(std::move(name)) {}
+        const std::string& name() const noexcept override { return m_name; }
+        std::shared_ptr<DbaItem> ReadItem(std::string_view key) override
+        {
+            const auto it = m_db.records.find(std::string(key));
+            if (it == m_db.records.end()) {
+                throw DbaError(DbaError::Kind::NoRecord, "ReadItem", std::string(key));
+            }
+            return std::make_shared<DbaItem>(shared_from_this(), std::string(key), it->second);
+        }
+        std::string DeleteItem(std::string_view key) override
+        {
+            m_db.records.erase(std::string(key));
+            return {};
+        }
+        void writeRecord(std::string_view key, std::string_view record) override
+        {
+            m_db.records[std::string(key)] = std::string(record);
+        }
+
+    private:
+        MemoryDatabase& m_db;
+        std::string m_name;
+    };
+
+    std::shared_ptr<DbaFile> OpenFile(std::string_view name) override
+    {
+        if (name == "NONE") {
+            throw DbaError(DbaError::Kind::NoFile, "OpenFile", "NONE");
+        }
+        return std::make_shared<File>(*this, std::string(name));
+    }
+    DbaDynArray Select(std::string_view request, std::string_view, std::int32_t&) override
+    {
+        requests.emplace_back(request);
+        return DbaDynArray("K1\xFEK2");
+    }
+    DbaDynArray Execute(std::string_view request, std::string_view, std::int32_t&) override
+    {
+        requests.emplace_back(request);
+        return {};
+    }
+};
+
+class LoggingDatabaseTest : public ::testing::Test {
+protected:
+    std::shared_ptr<MemoryDatabase> inner = std::make_shared<MemoryDatabase>();
+    std::shared_ptr<EventLog> events = std::make_shared<EventLog>();
+    LoggingDatabase db{inner, events};
+
+    std::vector<std::string> drain()
+    {
+        std::vector<std::string> out;
+        while (auto e = events->take()) {
+            out.push_back(*e);
+        }
+        return out;
+    }
+};
+
+TEST_F(LoggingDatabaseTest, LogsEveryOperationWhileOnAndPassesItOn)
+{
+    db.setLogging(true);
+    auto file = db.OpenFile("TEMPO");
+    auto item = file->NewItem("REQ");
+    item->setValue(1, 1, "012");
+    item->setValue(1, 2, "F1");
+    item->DBWrite();
+    EXPECT_EQ(inner->records.at("REQ"), "012\xFD" "F1");
+    EXPECT_EQ(file->ReadItem("REQ")->text(), "012\xFD" "F1");
+    EXPECT_THROW(file->ReadItem("NONE"), DbaError);
+    file->DeleteItem("REQ");
+    std::int32_t status = 0;
+    EXPECT_EQ(db.Select("SSELECT X\xFEX\xFE" "0", "", status).text(), "K1\xFEK2");
+    db.Execute("LOGIN", "", status);
+    EXPECT_THROW(db.OpenFile("NONE"), DbaError);
+    EXPECT_EQ(drain(), (std::vector<std::string>{
+                           "OPEN TEMPO",
+                           "NEWITEM TEMPO \"REQ\"",
+                           "WRITE TEMPO \"REQ\" \"012|F1\"",
+                           "READ TEMPO \"REQ\"",
+                           "READ TEMPO \"NONE\" missing",
+                           "DELETE TEMPO \"REQ\"",
+                           "SELECT \"SSELECT X^X^0\"",
+                           "EXECUTE \"LOGIN\"",
+                           "OPEN NONE",
+                       }));
+}
+
+TEST_F(LoggingDatabaseTest, FilesOpenedBeforeLoggingLogOnceItIsOn)
+{
+    auto file = db.OpenFile("PERIODESPAIE");
+    inner->records["1"] = "202611";
+    file->ReadItem("1");
+    EXPECT_TRUE(events->empty());
+    db.setLogging(true);
+    // An item read earlier writes through the logging file too.
+    auto item = file->ReadItem("1");
+    db.setLogging(false);
+    item->DBWrite();
+    db.setLogging(true);
+    item->DBWrite();
+    EXPECT_EQ(drain(), (std::vector<std::string>{"READ PERIODESPAIE \"1\"", "WRITE PERIODESPAIE \"1\" \"202611\""}));
+}
+
+TEST(RecorderTest, SiblingControlMembersBecomeEvents)
+{
+    auto events = std::make_shared<EventLog>();
+    BelmontisRecorder belmontis(events);
+    Variant db = std::shared_ptr<DbaDatabase>(std::make_shared<MemoryDatabase>());
+    Variant noClient = std::shared_ptr<DbaClient>();
+    Variant period = std::string("202611");
+    Variant flag = false;
+    Variant selection = std::make_shared<DbaDynArray>("012\xFD" "F1\xFE" "101\xFD" "F5");
+    belmontis.setProperty("BaseEdition", db);
+    belmontis.setProperty("ClientEdition", noClient);
+    belmontis.setProperty("W_Periode", period);
+    belmontis.setProperty("W_DrapeauFaux", flag);
+    belmontis.invoke("Editer_Bordereaux", {selection});
+    EXPECT_EQ(*events->take(), "BELMONTIS BaseEdition database");
+    EXPECT_EQ(*events->take(), "BELMONTIS ClientEdition nothing");
+    EXPECT_EQ(*events->take(), "BELMONTIS W_Periode \"202611\"");
+    EXPECT_EQ(*events->take(), "BELMONTIS W_DrapeauFaux False");
+    EXPECT_EQ(*events->take(), "BELMONTIS Editer_Bordereaux \"012|F1^101|F5\"");
+}
+
+TEST(RecorderTest, HostServicesQueueWhatTheOperatorWouldSee)
+{
+    auto events = std::make_shared<EventLog>();
+    ScriptHost host(events);
+    host.msgBox("Texte \"cité\"\r\nligne", 48, "Message Trivalden");
+    host.beep();
+    host.reportFailure("Init", "no database");
+    host.unloadForm();
+    EXPECT_TRUE(host.takeUnloadRequest());
+    EXPECT_FALSE(host.takeUnloadRequest());
+    auto help = host.createHelp();
+    help->Base(std::make_shared<MemoryDatabase>());
+    std::string page = "Calvarine.htm", mode = "P", title = "Calvarine";
+    help->AfficherPage(page, mode, title);
+    EXPECT_EQ(*events->take(), "MSGBOX 48 \"Message Trivalden\" \"Texte \"cité\"\r\nligne\"");
+    EXPECT_EQ(*events->take(), "BEEP");
+    EXPECT_EQ(*events->take(), "ERROR Init: no database");
+    EXPECT_EQ(*events->take(), "UNLOAD");
+    EXPECT_EQ(*events->take(), "HELP \"Calvarine.htm\" \"P\" \"Calvarine\" client=empty base=set");
+    EXPECT_EQ(host.formatDate("01/08/2026", "mmmm yyyy"), "août 2026");
+}
+
+} // namespace
+} // namespace script
