@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "ArchiveBordCaisseExcel.h"
+#include "PlatformTestSupport.h"
+#include "Store.h"
+#include "database/FileNames.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char A = DbaDynArray::kAttributeMark;
+constexpr char V = DbaDynArray::kValueMark;
+
+class ServerCommand : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        testsupport::guiApplication();
+        ASSERT_TRUE(m_dir.isValid());
+        m_store = store::Store::open(testsupport::path(m_dir) / "db" / "calvarine.db");
+        std::ifstream fixture(CALVARINE_PLATFORM_TEST_DATA "/reissue.jsonl");
+        ASSERT_TRUE(fixture) << "fixture missing";
+        m_store->importJsonLines(fixture, "reissue.jsonl");
+        server::registerArchiveBordCaisseExcel(*m_store);
+        fs::create_directories(fusion());
+    }
+
+    fs::path fusion() const { return m_store->fusionDirectory(); }
+
+    void request(const std::vector<std::pair<std::string, std::string>>& entries)
+    {
+        std::string text;
+        for (const auto& [organisation, invoice] : entries) {
+            if (!text.empty()) {
+                text += A;
+            }
+            text += organisation + V + invoice;
+        }
+        m_store->write(FileNames::TEMPO, Keys::REQUETEBORDEXCEL, text);
+    }
+
+    // Runs the sentence as the control does: Execute with "P" and the sentence.
+    void run(const std::string& sentence)
+    {
+        std::int32_t status = -1;
+        m_store->Execute(std::string("P") + A + sentence, "", status);
+    }
+
+    std::vector<std::string> fusionFiles() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(fusion())) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    std::optional<std::string> result() { return m_store->read(FileNames::TEMPO, Keys::BORDCAISSEEXCEL); }
+
+    QTemporaryDir m_dir;
+    std::shared_ptr<store::Store> m_store;
+};
+
+} // namespace
+
+TEST_F(ServerCommand, WritesOnePdfPerStatementInRequestOrder)
+{
+    // The invoice number comes padded, as a key holds it; the file name drops the blanks.
+    request({{"013", "F77       "}, {"012", "F000000123"}});
+    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+
+    const std::string first = "001P_202611_013_F77.pdf";
+    const std::string second = "001P_202611_012_F000000123.pdf";
+    EXPECT_EQ(result().value_or("<none>"), first + A + second);
+    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{second, first}));
+
+    const std::string text = testsupport::pdfText(fusion() / second);
+    for (const char* expected : {"DUPLICATA", "AIDE A DOMICILE DU VAL", "38000 GRENOBLE", "CAISSE PRIMAIRE DE L'ISÈRE",
+             "novembre 2026", "F000000123", "DUPONT JEAN", "SOINS INFIRMIERS", "34,35 €", "Total : 54,35 €", "Page 1 / 1"}) {
+        EXPECT_NE(text.find(expected), std::string::npos) << expected << " missing from: " << text;
+    }
+    // The October statement of the same invoice number is not this one.
+    EXPECT_EQ(text.find("OCTOBRE SEUL"), std::string::npos);
+    EXPECT_NE(testsupport::pdfText(fusion() / first).find("Total : 85,00 €"), std::string::npos);
+}
+
+TEST_F(ServerCommand, EntriesNotFoundGiveNoFile)
+{
+    // Wrong activity, wrong invoice, an empty entry: only the real statement is written.
+    request({{"012", "F000000555"}, {"012", "NOPE"}, {"", ""}, {"013", "F77"}});
+    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+    EXPECT_EQ(result().value_or("<none>"), "001P_202611_013_F77.pdf");
+    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_013_F77.pdf"}));
+}
+
+TEST_F(ServerCommand, NothingFoundWritesNoResult)
+{
+    request({{"012", "NOPE"}});
+    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+    EXPECT_FALSE(result().has_value());
+    EXPECT_TRUE(fusionFiles().empty());
+
+    m_store->remove(FileNames::TEMPO, Keys::REQUETEBORDEXCEL);
+    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+    EXPECT_FALSE(result().has_value());
+}
+
+TEST_F(ServerCommand, OtherActivityAndSameStatementTwice)
+{
+    request({{"012", "F000000555"}, {"012", "F000000555"}});
+    run("ARCHIVEBORDCAISSEEXCEL 202611 001 M");
+    EXPECT_EQ(result().value_or("<none>"), "001M_202611_012_F000000555.pdf");
+    EXPECT_NE(testsupport::pdfText(fusion() / "001M_202611_012_F000000555.pdf").find("BORDEREAU MANDATAIRE"), std::string::npos);
+}
+
+TEST_F(ServerCommand, MalformedSentencesFailAndLeaveNothing)
+{
+    request({{"012", "F000000123"}});
+    for (const char* sentence : {"ARCHIVEBORDCAISSEEXCEL", "ARCHIVEBORDCAISSEEXCEL 202611 001", "ARCHIVEBORDCAISSEEXCEL 202611 001 P X",
+             "ARCHIVEBORDCAISSEEXCEL 202613 001 P", "ARCHIVEBORDCAISSEEXCEL 2026-1 001 P", "ARCHIVEBORDCAISSEEXCEL 11/2026 001 P",
+             "ARCHIVEBORDCAISSEEXCEL 202611 001 X", "ARCHIVEBORDCAISSEEXCEL 202501 001 P"}) {
+        try {
+            run(sentence);
+            ADD_FAILURE() << sentence << " was accepted";
+        } catch (const DbaError& e) {
+            EXPECT_EQ(e.kind(), DbaError::Kind::CommandFailed) << sentence;
+        }
+        EXPECT_TRUE(fusionFiles().empty()) << sentence;
+        EXPECT_FALSE(result().has_value()) << sentence;
+    }
+}
+
+TEST_F(ServerCommand, FailureMidwayRemovesWhatWasWritten)
+{
+    // The second statement's record is damaged: the first one's file must not stay.
+    request({{"012", "F000000123"}, {"012", "F000000999"}});
+    EXPECT_THROW(run("ARCHIVEBORDCAISSEEXCEL 202611 001 P"), DbaError);
+    EXPECT_TRUE(fusionFiles().empty());
+    EXPECT_FALSE(result().has_value());
+}
+
+TEST_F(ServerCommand, ReplacesAFormerFileOfTheSameName)
+{
+    {
+        std::ofstream former(fusion() / "001P_202611_013_F77.pdf");
+        former << "former";
+    }
+    request({{"013", "F77"}});
+    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_013_F77.pdf"}));
+    EXPECT_NE(testsupport::pdfText(fusion() / "001P_202611_013_F77.pdf").find("LEROY PAUL"), std::string::npos);
+}
+
+TEST(FusionFileName, Form)
+{
+    EXPECT_EQ(server::fusionFileName("001", "P", "202611", "012", "F12       "), "001P_202611_012_F12.pdf");
+    EXPECT_EQ(server::fusionFileName("001", "I", "202611", "012", "A/B"), "001I_202611_012_A_B.pdf");
+}
