@@ -11,6 +11,10 @@
 
 #include "Session.h"
 
+#ifdef CALVARINE_SCRIPT_HAS_SERVER
+#include <QGuiApplication>
+#endif
+
 int main(int argc, char** argv)
 {
     script::Options options;
@@ -30,6 +34,14 @@ int main(int argc, char** argv)
         std::cerr << "usage: calvarine-script [--fusion DIR] FILE...\n";
         return 2;
     }
+
+#ifdef CALVARINE_SCRIPT_HAS_SERVER
+    // The server command renders its PDF files with Qt's fonts, in this process.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QGuiApplication application(argc, argv);
+#endif
 
     script::Tally tally;
     for (const auto& file : files) {
