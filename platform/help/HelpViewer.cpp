@@ -1,0 +1,83 @@
+#include "HelpViewer.h"
+
+#include <stdexcept>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QStandardPaths>
+#include <QTextBrowser>
+#include <QUrl>
+
+namespace help {
+
+HelpViewer::HelpViewer(std::vector<std::filesystem::path> searchPath, QWidget* owner)
+    : m_searchPath(std::move(searchPath))
+    , m_owner(owner)
+{
+}
+
+HelpViewer::~HelpViewer()
+{
+    // The component may be kept until the process ends, past the application
+    // object: a window still open by then is not ours to delete any more.
+    if (m_window && QCoreApplication::instance()) {
+        delete m_window;
+    }
+}
+
+std::vector<std::filesystem::path> HelpViewer::defaultSearchPath()
+{
+    std::vector<std::filesystem::path> path;
+    if (QCoreApplication::instance()) {
+        const QDir bin(QCoreApplication::applicationDirPath());
+        path.emplace_back(bin.absoluteFilePath(QStringLiteral("../" CALVARINE_INSTALL_DATADIR "/calvarine/help")).toStdString());
+    }
+    for (const QString& dir : QStandardPaths::locateAll(QStandardPaths::GenericDataLocation, QStringLiteral("calvarine/help"),
+             QStandardPaths::LocateDirectory)) {
+        path.emplace_back(dir.toStdString());
+    }
+    path.emplace_back(CALVARINE_SOURCE_HELP_DIR);
+    return path;
+}
+
+std::filesystem::path HelpViewer::find(const std::string& page) const
+{
+    for (const auto& dir : m_searchPath) {
+        std::error_code error;
+        const auto candidate = dir / page;
+        if (std::filesystem::is_regular_file(candidate, error)) {
+            return std::filesystem::weakly_canonical(candidate, error);
+        }
+    }
+    return {};
+}
+
+std::string HelpViewer::AfficherPage(std::string& page, std::string& mode, std::string& title)
+{
+    const std::filesystem::path name(page);
+    if (page.empty() || name.has_parent_path() || name.filename() != name || page == "." || page == "..") {
+        throw std::invalid_argument("nom de page d'aide incorrect : " + page);
+    }
+    if (mode != "P") {
+        throw std::invalid_argument("mode d'affichage de l'aide inconnu : " + mode);
+    }
+    const std::filesystem::path file = find(page);
+    if (file.empty()) {
+        throw std::runtime_error("page d'aide introuvable : " + page);
+    }
+    if (!m_window) {
+        m_window = new QTextBrowser(m_owner);
+        m_window->setWindowFlag(Qt::Window);
+        m_window->setAttribute(Qt::WA_DeleteOnClose);
+        m_window->setOpenExternalLinks(true);
+        m_window->resize(640, 600);
+    }
+    m_window->setWindowTitle(QString::fromStdString(title));
+    m_window->setSource(QUrl::fromLocalFile(QString::fromStdString(file.string())));
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
+    return file.string();
+}
+
+} // namespace help

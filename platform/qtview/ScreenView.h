@@ -1,0 +1,115 @@
+#pragma once
+
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <QPoint>
+#include <QWidget>
+
+#include "shell/ScreenModel.h"
+
+class QButtonGroup;
+class QComboBox;
+class QDrag;
+class QLineEdit;
+class QListView;
+class ScreenListModel;
+
+// The screen model on Qt Widgets: one widget per control of the screen's table,
+// placed at its twips (15 to a pixel; Qt scales for high-density screens).
+//
+// The view adapts; it never decides. It mirrors every change of the model into
+// the widgets at once, without the widgets' own signals coming back as operator
+// input, and turns the operator's input into the model's gestures:
+// - keys in a text box or editable combo go through Control::operatorKey (the
+//   line edit never edits itself), paste through operatorPaste;
+// - the focus moving between controls goes through ScreenModel::moveFocus;
+// - buttons, options and menu entries through operatorClick, combo picks
+//   through operatorPick;
+// - a press on a list raises MouseDown at once; the drag it may arm starts only
+//   past the platform's drag distance, and the release over a list drops there;
+//   a release without a drag completes the click;
+// - any button pressed on the background (or on a control that cannot take it)
+//   raises MouseDown of the frame or UserControl behind it.
+// UserControl.Enabled False disables the whole view; Screen.MousePointer 11
+// shows the wait cursor.
+//
+// The screen model must outlive the view.
+class ScreenView : public QWidget, private ScreenObserver {
+public:
+    explicit ScreenView(ScreenModel& screen, QWidget* parent = nullptr);
+    ~ScreenView() override;
+
+    ScreenModel& screen() const noexcept { return m_screen; }
+    // The widget that shows the control of that name; null for controls
+    // without one (the sibling control, menu entries).
+    QWidget* widget(std::string_view name) const;
+    // The item model behind a list box or combo box.
+    ScreenListModel* listModel(std::string_view name) const;
+
+    static int toPixels(int twips) { return twips / 15; }
+
+protected:
+    // Runs a drag that a list began, until it is dropped or given up. Tests
+    // replace it to drop without a nested event loop.
+    virtual void runDrag(QDrag& drag);
+
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    bool event(QEvent* event) override;
+
+private:
+    struct Entry {
+        Control* control = nullptr;
+        QWidget* widget = nullptr;
+        QLineEdit* edit = nullptr;       // text boxes and editable combos
+        QComboBox* combo = nullptr;
+        QListView* list = nullptr;
+        ScreenListModel* model = nullptr;
+        QButtonGroup* group = nullptr;   // frames: their options
+    };
+    struct Press {
+        Control* list = nullptr;
+        QPoint at;
+        int row = -1;
+        bool pending = false;            // pressed, neither released nor dragged yet
+    };
+
+    void build();
+    QWidget* makeWidget(Entry& entry, QWidget* parent);
+    void connectInput(Entry& entry);
+    Entry* entryOf(const Control& control);
+    Entry* entryOfWidget(const QObject* object);
+
+    void sync(Entry& entry, Property property);
+    void syncAll(Entry& entry);
+    void syncText(Entry& entry);
+    void syncListIndex(Entry& entry);
+    void syncValue(Entry& entry);
+    void syncWaitState();
+
+    bool mousePress(Entry* entry, QObject* watched, QMouseEvent& event);
+    bool listMouse(Entry& entry, QEvent& event);
+    bool listKey(Entry& entry, QKeyEvent& event);
+    bool editKey(Entry& entry, QKeyEvent& event);
+    bool dropEvent(Entry& entry, QEvent& event);
+    void startDrag(Entry& entry);
+    void focusMoved(QWidget* now);
+    Control* receiverOfPress(Control* control) const;
+
+    // ScreenObserver.
+    void propertyChanged(const Control& control, Property property) override;
+    void itemInserted(const Control& control, std::int16_t index) override;
+    void itemRemoved(const Control& control, std::int16_t index) override;
+    void listCleared(const Control& control) override;
+    void focusChanged(const Control* focus) override;
+    void waitStateChanged() override;
+
+    ScreenModel& m_screen;
+    std::vector<Entry> m_entries;
+    std::unordered_map<const Control*, std::size_t> m_byControl;
+    std::unordered_map<const QObject*, std::size_t> m_byWidget;
+    Press m_press;
+    bool m_mirroring = false;
+    bool m_waitCursor = false;
+};

@@ -1,0 +1,307 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDrag>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QMimeData>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QTest>
+
+#include "ScreenListModel.h"
+#include "ScreenView.h"
+#include "TestHost.h"
+#include "shell/ScreenModel.h"
+
+namespace {
+
+// A view whose drags drop on the list named in dropOn (or nowhere), through the
+// same drag and drop events a real drag delivers.
+class DroppingView : public ScreenView {
+public:
+    using ScreenView::ScreenView;
+    std::string dropOn;
+    int drags = 0;
+
+protected:
+    void runDrag(QDrag& drag) override
+    {
+        ++drags;
+        if (dropOn.empty()) {
+            return;
+        }
+        QWidget* target = static_cast<QListView*>(widget(dropOn))->viewport();
+        const QPointF at(target->width() / 2.0, target->height() / 2.0);
+        QDragEnterEvent enter(at.toPoint(), Qt::MoveAction, drag.mimeData(), Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(target, &enter);
+        if (enter.isAccepted()) {
+            QDropEvent drop(at, Qt::MoveAction, drag.mimeData(), Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(target, &drop);
+        }
+    }
+};
+
+// A bare screen model whose handlers record what they are raised with.
+class ScreenViewTest : public ::testing::Test {
+protected:
+    ScreenViewTest()
+    {
+        for (const char* name : {"Txt_Entite", "Cbo_Entite"}) {
+            screen.get(name).handle(Event::Change, std::string(name) + "_Change", [this, name](EventArgs&) { log(std::string(name) + " Change"); });
+            screen.get(name).handle(Event::KeyPress, std::string(name) + "_KeyPress", [this, name](EventArgs& a) {
+                log(std::string(name) + " KeyPress " + std::to_string(a.keyAscii));
+                if (a.keyAscii == 'x') {
+                    a.keyAscii = 0;
+                }
+            });
+        }
+        screen.get("Txt_Entite").handle(Event::LostFocus, "Txt_Entite_LostFocus", [this](EventArgs&) { log("Txt_Entite LostFocus"); });
+        for (const char* name : {"Lst_OrgaPos", "Lst_OrgaSel"}) {
+            Control& list = screen.get(name);
+            list.handle(Event::MouseDown, "MouseDown", [this, name, &list](EventArgs& a) {
+                log(std::string(name) + " MouseDown " + std::to_string(a.button));
+                list.drag();
+            });
+            list.handle(Event::DragDrop, "DragDrop", [this, name](EventArgs&) { log(std::string(name) + " DragDrop"); });
+            list.handle(Event::DblClick, "DblClick", [this, name](EventArgs&) { log(std::string(name) + " DblClick"); });
+            list.handle(Event::Click, "Click", [this, name](EventArgs&) { log(std::string(name) + " Click"); });
+            for (const char* line : {"CPAM    F1", "MGEN    F2", "CD94    F3"}) {
+                list.addItem(line);
+            }
+        }
+        for (const char* name : {"UserControl", "Cdr_Activite"}) {
+            screen.get(name).handle(Event::MouseDown, "MouseDown", [this, name](EventArgs& a) {
+                log(std::string(name) + " MouseDown " + std::to_string(a.button));
+            });
+        }
+        for (const char* name : {"Opt_Prest", "Opt_Mandat", "Opt_Inter"}) {
+            screen.get(name).handle(Event::Click, "Click", [this, name](EventArgs&) { log(std::string(name) + " Click"); });
+        }
+        view.show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(&view));
+    }
+
+    void log(std::string line) { events.push_back(std::move(line)); }
+    std::vector<std::string> takeEvents() { return std::exchange(events, {}); }
+
+    template <class W>
+    W* widget(const char* name) { return qobject_cast<W*>(view.widget(name)); }
+    QWidget* viewport(const char* name) { return widget<QListView>(name)->viewport(); }
+    QPoint rowCentre(const char* name, int row)
+    {
+        auto* list = widget<QListView>(name);
+        return list->visualRect(list->model()->index(row, 0)).center();
+    }
+    void press(QWidget* target, QPoint at, Qt::MouseButton button = Qt::LeftButton)
+    {
+        QMouseEvent event(QEvent::MouseButtonPress, at, target->mapToGlobal(at), button, button, Qt::NoModifier);
+        QApplication::sendEvent(target, &event);
+    }
+    void move(QWidget* target, QPoint at)
+    {
+        QMouseEvent event(QEvent::MouseMove, at, target->mapToGlobal(at), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(target, &event);
+    }
+    void release(QWidget* target, QPoint at)
+    {
+        QMouseEvent event(QEvent::MouseButtonRelease, at, target->mapToGlobal(at), Qt::LeftButton, Qt::NoButton, Qt::NoModifier);
+        QApplication::sendEvent(target, &event);
+    }
+
+    TestHost host;
+    ScreenModel screen{host};
+    DroppingView view{screen};
+    std::vector<std::string> events;
+};
+
+TEST_F(ScreenViewTest, LaysTheScreenOutFromItsTable)
+{
+    EXPECT_EQ(view.minimumSize(), QSize(505, 563));
+    auto* code = widget<QLineEdit>("Txt_Entite");
+    EXPECT_EQ(code->geometry(), QRect(120, 32, 33, 21));
+    // A control in a frame counts from the frame's corner.
+    EXPECT_EQ(view.widget("Opt_Prest")->parentWidget(), view.widget("Cdr_Activite"));
+    EXPECT_EQ(view.widget("Opt_Prest")->geometry().topLeft(), QPoint(16, 24));
+    EXPECT_EQ(widget<QGroupBox>("Cdr_Select")->title(), QStringLiteral("Sélection"));
+    EXPECT_EQ(widget<QRadioButton>("Opt_Papier")->text(), QStringLiteral("état papier"));
+    EXPECT_TRUE(widget<QRadioButton>("Opt_Papier")->isChecked());
+    EXPECT_TRUE(widget<QRadioButton>("Opt_Tous")->isChecked());
+    EXPECT_FALSE(widget<QRadioButton>("Opt_Prest")->isChecked());
+    EXPECT_FALSE(view.widget("Lst_CodeOrgaPos")->isVisible());
+    EXPECT_FALSE(view.widget("Cbo_Tri")->isVisible());
+    EXPECT_TRUE(view.widget("Lst_OrgaPos")->isVisible());
+    EXPECT_EQ(view.widget("Ctr_Belmontis1"), nullptr);
+    EXPECT_TRUE(QFontInfo(view.widget("Lst_OrgaSel")->font()).fixedPitch());
+    EXPECT_FALSE(widget<QPushButton>("Cmd_PasseDroit")->icon().isNull());
+    EXPECT_TRUE(widget<QPushButton>("Cmd_PasseDroit")->text().isEmpty());
+    EXPECT_FALSE(widget<QPushButton>("Cmd_Imprimer")->isEnabled());
+    EXPECT_FALSE(widget<QComboBox>("Cbo_Periode")->isEditable());
+    EXPECT_TRUE(widget<QComboBox>("Cbo_Entite")->isEditable());
+    // Lists show through the item model, not a widget per line.
+    EXPECT_EQ(widget<QListView>("Lst_OrgaPos")->model()->rowCount(), 3);
+    EXPECT_TRUE(widget<QListView>("Lst_OrgaPos")->uniformItemSizes());
+}
+
+TEST_F(ScreenViewTest, KeysGoThroughTheModelWhichMayDropThem)
+{
+    auto* code = widget<QLineEdit>("Txt_Entite");
+    code->setFocus();
+    QTest::keyClicks(code, "0x12");
+    // x dropped by its KeyPress; the fourth character passes MaxLength 3.
+    EXPECT_EQ(screen.get("Txt_Entite").text(), "012");
+    EXPECT_EQ(code->text(), QStringLiteral("012"));
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Txt_Entite KeyPress 48", "Txt_Entite Change", "Txt_Entite KeyPress 120",
+                                "Txt_Entite KeyPress 49", "Txt_Entite Change", "Txt_Entite KeyPress 50", "Txt_Entite Change"}));
+    QTest::keyClick(code, Qt::Key_Backspace);
+    QTest::keyClick(code, Qt::Key_Return);
+    EXPECT_EQ(code->text(), QStringLiteral("01"));
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Txt_Entite KeyPress 8", "Txt_Entite Change", "Txt_Entite KeyPress 13"}));
+    // A whole selection is replaced by the next key.
+    code->selectAll();
+    QTest::keyClicks(code, "9");
+    EXPECT_EQ(screen.get("Txt_Entite").text(), "9");
+}
+
+TEST_F(ScreenViewTest, ChangesMadeByProgramDoNotComeBackAsInput)
+{
+    screen.get("Txt_Entite").setText("001");
+    screen.get("Cbo_Entite").addItem("AIDE A DOMICILE");
+    screen.get("Cbo_Entite").setText("AIDE A DOMICILE");
+    screen.get("Opt_Mandat").setValue(true);
+    screen.get("Opt_Mandat").setValue(false); // no option of the frame set: the group shows none
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Txt_Entite Change", "Cbo_Entite Change", "Opt_Mandat Click"}));
+    EXPECT_EQ(widget<QLineEdit>("Txt_Entite")->text(), QStringLiteral("001"));
+    EXPECT_EQ(widget<QComboBox>("Cbo_Entite")->currentIndex(), 0);
+    for (const char* name : {"Opt_Prest", "Opt_Mandat", "Opt_Inter"}) {
+        EXPECT_FALSE(widget<QRadioButton>(name)->isChecked()) << name;
+    }
+    screen.get("Lst_OrgaPos").setSelected(2, true);
+    screen.get("Lst_OrgaPos").setListIndex(2);
+    EXPECT_EQ(widget<QListView>("Lst_OrgaPos")->currentIndex().row(), 2);
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos Click"})); // the model's own event, once
+}
+
+TEST_F(ScreenViewTest, AnOptionClickedByTheOperatorClearsTheOthersOfItsFrame)
+{
+    widget<QRadioButton>("Opt_Prest")->click();
+    widget<QRadioButton>("Opt_Inter")->click();
+    widget<QRadioButton>("Opt_Inter")->click(); // already set: no Click
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Opt_Prest Click", "Opt_Inter Click"}));
+    EXPECT_FALSE(screen.get("Opt_Prest").value());
+    EXPECT_FALSE(widget<QRadioButton>("Opt_Prest")->isChecked());
+    EXPECT_TRUE(widget<QRadioButton>("Opt_Inter")->isChecked());
+    // Other frames keep theirs.
+    EXPECT_TRUE(widget<QRadioButton>("Opt_Papier")->isChecked());
+}
+
+TEST_F(ScreenViewTest, LeavingABoxRaisesItsLostFocus)
+{
+    widget<QLineEdit>("Txt_Entite")->setFocus();
+    EXPECT_EQ(screen.focus(), &screen.get("Txt_Entite"));
+    widget<QComboBox>("Cbo_Entite")->setFocus();
+    EXPECT_EQ(screen.focus(), &screen.get("Cbo_Entite"));
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Txt_Entite LostFocus"}));
+    // SetFocus by program moves the widget's focus, without LostFocus.
+    screen.get("Txt_Entite").setFocus();
+    EXPECT_TRUE(widget<QLineEdit>("Txt_Entite")->hasFocus());
+    EXPECT_TRUE(takeEvents().empty());
+}
+
+TEST_F(ScreenViewTest, APlainClickTogglesTheLineAndNeverDrops)
+{
+    const QPoint at = rowCentre("Lst_OrgaPos", 1);
+    press(viewport("Lst_OrgaPos"), at);
+    move(viewport("Lst_OrgaPos"), at + QPoint(1, 0)); // within the drag distance
+    release(viewport("Lst_OrgaPos"), at + QPoint(1, 0));
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1", "Lst_OrgaPos Click"}));
+    EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(1));
+    EXPECT_EQ(screen.get("Lst_OrgaPos").listIndex(), 1);
+    EXPECT_EQ(screen.dragSource(), nullptr);
+    EXPECT_EQ(view.drags, 0);
+    // A second click on the same line takes its selection away.
+    press(viewport("Lst_OrgaPos"), at);
+    release(viewport("Lst_OrgaPos"), at);
+    EXPECT_FALSE(screen.get("Lst_OrgaPos").selected(1));
+}
+
+TEST_F(ScreenViewTest, ADragPastTheDistanceDropsOnTheListUnderTheRelease)
+{
+    view.dropOn = "Lst_OrgaSel";
+    const QPoint at = rowCentre("Lst_OrgaPos", 0);
+    press(viewport("Lst_OrgaPos"), at);
+    move(viewport("Lst_OrgaPos"), at + QPoint(0, QApplication::startDragDistance() + 2));
+    EXPECT_EQ(view.drags, 1);
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1", "Lst_OrgaSel DragDrop"}));
+    EXPECT_EQ(screen.dragSource(), nullptr);
+    // Given up over nothing: no drop, and nothing stays armed.
+    view.dropOn.clear();
+    press(viewport("Lst_OrgaSel"), rowCentre("Lst_OrgaSel", 0));
+    move(viewport("Lst_OrgaSel"), rowCentre("Lst_OrgaSel", 0) + QPoint(30, 0));
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaSel MouseDown 1"}));
+    EXPECT_EQ(screen.dragSource(), nullptr);
+}
+
+TEST_F(ScreenViewTest, ADoubleClickSelectsTheLineThenRaisesDblClick)
+{
+    QTest::mouseDClick(viewport("Lst_OrgaSel"), Qt::LeftButton, Qt::NoModifier, rowCentre("Lst_OrgaSel", 2));
+    const auto seen = takeEvents();
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back(), "Lst_OrgaSel DblClick");
+    EXPECT_TRUE(screen.get("Lst_OrgaSel").selected(2));
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), "Lst_OrgaSel DragDrop"), 0);
+}
+
+TEST_F(ScreenViewTest, TheRightButtonReachesTheBackgroundAndTheActivityFrame)
+{
+    press(&view, QPoint(300, 540), Qt::RightButton);
+    press(view.widget("Cdr_Activite"), QPoint(200, 40), Qt::RightButton);
+    // A right press on a button gives no menu of its own and reaches nothing.
+    press(view.widget("Cmd_Sortir"), QPoint(5, 5), Qt::RightButton);
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"UserControl MouseDown 2", "Cdr_Activite MouseDown 2"}));
+    // A frame that cannot take the press leaves it to the control behind.
+    screen.get("Cdr_Activite").setEnabled(false);
+    press(view.widget("Cdr_Activite"), QPoint(200, 40), Qt::RightButton);
+    press(view.widget("Etq_Periode"), QPoint(2, 2), Qt::RightButton);
+    screen.get("Etq_Periode").setEnabled(false);
+    press(view.widget("Etq_Periode"), QPoint(2, 2), Qt::RightButton);
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"UserControl MouseDown 2", "UserControl MouseDown 2"}));
+}
+
+TEST_F(ScreenViewTest, TheWaitStateDisablesTheScreenAndShowsTheWaitCursor)
+{
+    screen.setMousePointer(11);
+    screen.setUserControlEnabled(false);
+    EXPECT_FALSE(view.isEnabled());
+    ASSERT_NE(QApplication::overrideCursor(), nullptr);
+    EXPECT_EQ(QApplication::overrideCursor()->shape(), Qt::WaitCursor);
+    press(&view, QPoint(300, 540), Qt::RightButton);
+    QTest::keyClicks(widget<QLineEdit>("Txt_Entite"), "1");
+    EXPECT_TRUE(takeEvents().empty());
+    EXPECT_EQ(screen.get("Txt_Entite").text(), "");
+    screen.setMousePointer(0);
+    screen.setUserControlEnabled(true);
+    EXPECT_TRUE(view.isEnabled());
+    EXPECT_EQ(QApplication::overrideCursor(), nullptr);
+}
+
+TEST_F(ScreenViewTest, ControlsTheModelDisablesRefuseTheOperator)
+{
+    screen.get("Lst_OrgaPos").setEnabled(false);
+    EXPECT_FALSE(view.widget("Lst_OrgaPos")->isEnabled());
+    press(viewport("Lst_OrgaPos"), rowCentre("Lst_OrgaPos", 0));
+    release(viewport("Lst_OrgaPos"), rowCentre("Lst_OrgaPos", 0));
+    EXPECT_FALSE(screen.get("Lst_OrgaPos").selected(0));
+    screen.get("Cdr_Activite").setEnabled(false);
+    widget<QRadioButton>("Opt_Prest")->click();
+    EXPECT_FALSE(screen.get("Opt_Prest").value());
+    EXPECT_FALSE(widget<QRadioButton>("Opt_Prest")->isChecked());
+}
+
+} // namespace

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include <QAction>
+#include <QMenu>
+#include <QMessageBox>
+
+#include "QtHostServices.h"
+
+// The Qt host services with their two dialogs answered by the test: message
+// boxes are recorded and closed at once, menus choose the entry queued (or
+// none) and record what they offered.
+class TestHost : public QtHostServices {
+public:
+    explicit TestHost(Setup setup = {})
+        : QtHostServices(std::move(setup))
+    {
+    }
+
+    struct Box {
+        QMessageBox::Icon icon;
+        std::string title;
+        std::string text;
+    };
+    std::vector<Box> boxes;
+    std::vector<std::vector<std::string>> menus; // the captions of each menu shown
+    std::deque<std::string> menuChoices;         // entry names to choose, in turn
+
+protected:
+    QAction* execMenu(QMenu& menu) override
+    {
+        std::vector<std::string> captions;
+        QAction* chosen = nullptr;
+        const std::string wanted = menuChoices.empty() ? std::string() : menuChoices.front();
+        if (!menuChoices.empty()) {
+            menuChoices.pop_front();
+        }
+        for (QAction* action : menu.actions()) {
+            captions.push_back(action->text().toStdString());
+            if (!wanted.empty() && action->data().toString().toStdString() == wanted && action->isEnabled()) {
+                chosen = action;
+            }
+        }
+        menus.push_back(captions);
+        return chosen;
+    }
+
+    void execMessageBox(QMessageBox& box) override
+    {
+        boxes.push_back({box.icon(), box.windowTitle().toStdString(), box.text().toStdString()});
+    }
+};
