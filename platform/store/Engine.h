@@ -1,0 +1,101 @@
+#pragma once
+
+// The SQLite engine under Store: one connection, its prepared statements, the
+// dictionaries it has read, and the index tables it keeps in step with every
+// write. Internal to the store; files opened from a Store share its engine, so
+// they stay usable while any of them lives.
+//
+// Schema (one database file):
+//   "calvarine#dict"(file, name, attr, justify)   the dictionaries
+//   "<FILE>"(key TEXT PRIMARY KEY, record BLOB)   one table per file, WITHOUT ROWID
+//   "<FILE>#<NAME>"(value TEXT, key TEXT)         one row per distinct value of the
+//                                                 name's attribute, PRIMARY KEY(value, key)
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Sentence.h"
+#include "Store.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace store {
+
+struct DictName {
+    std::string name;
+    int attribute = 0;
+    Justify justify = Justify::Left;
+    std::string indexTable; // empty for the key (attribute 0)
+};
+
+// A sentence compiled to SQL, with the values to bind in order (all as text).
+struct CompiledQuery {
+    std::string sql;
+    std::vector<std::string> binds;
+    bool readsRecord = false; // column 1 is the record
+};
+
+class Engine {
+public:
+    explicit Engine(const std::filesystem::path& file);
+    ~Engine();
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    const std::filesystem::path& path() const { return m_path; }
+    sqlite3* handle() const { return m_db; }
+
+    bool fileExists(std::string_view file);
+    void createFile(std::string_view file);
+    std::vector<std::string> files();
+    void defineName(std::string_view file, std::string_view name, int attribute, Justify justify);
+    std::vector<DictName> dictionary(std::string_view file);
+
+    std::optional<std::string> read(std::string_view file, std::string_view key);
+    void write(std::string_view file, std::string_view key, std::string_view record);
+    bool remove(std::string_view file, std::string_view key);
+    // Calls visit(key, record) for every record of the file in key order.
+    void forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit);
+
+    void transaction(const std::function<void()>& work);
+
+    // Resolves and compiles a sentence; throws NoFile, UnknownName, BadSentence.
+    CompiledQuery compile(const sentence::Parsed& parsed, bool wantRecord);
+    DbaDynArray select(std::string_view sentenceText, std::string_view attributes);
+
+    static void checkFileName(std::string_view file);
+
+private:
+    sqlite3_stmt* prepare(const std::string& sql);
+    sqlite3_stmt* prepareSentence(const std::string& sql);
+    void exec(const char* sql);
+    [[noreturn]] void fail(const std::string& context) const;
+    void refreshSchema();
+    const std::vector<DictName>& dictionaryOf(const std::string& file);
+    void indexRecord(const std::vector<DictName>& names, std::string_view key, std::string_view oldRecord,
+        std::string_view newRecord);
+    void requireFile(std::string_view file, std::string_view context);
+
+    std::filesystem::path m_path;
+    sqlite3* m_db = nullptr;
+    struct Finalize {
+        void operator()(sqlite3_stmt* statement) const;
+    };
+    using StatementPtr = std::unique_ptr<sqlite3_stmt, Finalize>;
+    std::unordered_map<std::string, StatementPtr> m_statements;
+    std::unordered_map<std::string, StatementPtr> m_sentences;
+    std::set<std::string, std::less<>> m_knownFiles;
+    std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
+    int m_schemaVersion = -1;
+    int m_depth = 0;
+};
+
+} // namespace store

@@ -1,0 +1,19 @@
+#pragma once
+
+// What a Store holds beside its engine. Internal to the store.
+
+#include <map>
+
+#include "Engine.h"
+
+namespace store {
+
+class Store::Impl {
+public:
+    std::shared_ptr<Engine> engine;
+    std::map<std::string, ServerCommand, std::less<>> commands;
+    std::filesystem::path fusion;
+    std::shared_ptr<DbaClient> client;
+};
+
+} // namespace store

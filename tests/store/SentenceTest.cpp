@@ -1,0 +1,72 @@
+#include <gtest/gtest.h>
+
+#include "Sentence.h"
+#include "database/DbaError.h"
+
+namespace store::sentence {
+namespace {
+
+TEST(Sentence, ParsesEveryForm)
+{
+    const auto parsed = parse(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" OR = "20]"  AND AVEC 0 = "a b]" PAR 3 PAR NumFactArchive)");
+    EXPECT_EQ(parsed.file, "ARCHIVEBORDCAISSE");
+    ASSERT_EQ(parsed.conditions.size(), 2u);
+    EXPECT_EQ(parsed.conditions[0].selector.name, "PeriodeArchive");
+    ASSERT_EQ(parsed.conditions[0].alternatives.size(), 2u);
+    EXPECT_FALSE(parsed.conditions[0].alternatives[0].prefix);
+    EXPECT_EQ(parsed.conditions[0].alternatives[1].value, "20");
+    EXPECT_TRUE(parsed.conditions[0].alternatives[1].prefix);
+    EXPECT_EQ(parsed.conditions[1].selector.attribute, 0);
+    EXPECT_EQ(parsed.conditions[1].alternatives[0].value, "a b"); // blanks inside quotes stay
+    ASSERT_EQ(parsed.sorts.size(), 2u);
+    EXPECT_EQ(parsed.sorts[0].attribute, 3);
+    EXPECT_EQ(parsed.sorts[1].name, "NumFactArchive");
+    EXPECT_EQ(parsed.sorts[1].word.number, 18);
+
+    // Only the last "]" marks begins-with; "]" alone begins with nothing.
+    const auto brackets = parse(R"(SSELECT F AVEC 1 = "x]]" OR = "]" OR = "")");
+    EXPECT_EQ(brackets.conditions[0].alternatives[0].value, "x]");
+    EXPECT_EQ(brackets.conditions[0].alternatives[1].value, "");
+    EXPECT_TRUE(brackets.conditions[0].alternatives[1].prefix);
+    EXPECT_FALSE(brackets.conditions[0].alternatives[2].prefix);
+    EXPECT_TRUE(parse("SSELECT F").conditions.empty());
+}
+
+TEST(Sentence, AttributeListsAndReading)
+{
+    EXPECT_EQ(parseAttributeList("0 12"), (std::vector<int>{0, 12}));
+    EXPECT_EQ(parseAttributeList(""), (std::vector<int>{0}));
+    EXPECT_THROW(parseAttributeList("0 -1"), DbaError);
+    EXPECT_THROW(parseAttributeList("40000"), DbaError);
+
+    const std::string record = std::string("a\xFE" "b1\xFD" "b2\xFE\xFE" "d");
+    EXPECT_EQ(attributeOf(record, 1), "a");
+    EXPECT_EQ(attributeOf(record, 3), "");
+    EXPECT_EQ(attributeOf(record, 4), "d");
+    EXPECT_EQ(attributeOf(record, 5), "");
+    EXPECT_TRUE(anyValueMatches(attributeOf(record, 2), "b2", false));
+    EXPECT_TRUE(anyValueMatches(attributeOf(record, 2), "b", true));
+    EXPECT_FALSE(anyValueMatches(attributeOf(record, 2), "b", false));
+    EXPECT_TRUE(anyValueMatches(attributeOf(record, 3), "", false));
+    EXPECT_EQ(distinctValues(std::string("x\xFD" "y\xFD" "x")).size(), 2u);
+}
+
+TEST(Sentence, BoundsAndRightJustifiedOrder)
+{
+    EXPECT_EQ(prefixUpperBound("ab"), "ac");
+    EXPECT_EQ(prefixUpperBound(std::string("a\xFF")), "b");
+    EXPECT_EQ(prefixUpperBound(std::string("\xFF\xFF")), "");
+    EXPECT_EQ(prefixUpperBound(""), "");
+
+    EXPECT_LT(compareRight("9", "10"), 0);
+    EXPECT_LT(compareRight("-3", "2"), 0);
+    EXPECT_LT(compareRight("2.5", "10"), 0);
+    EXPECT_GT(compareRight("10", "9.99"), 0);
+    EXPECT_LT(compareRight("99", "AB"), 0);   // numbers before other texts
+    EXPECT_LT(compareRight("Z", "AB"), 0);    // " Z" < "AB"
+    EXPECT_EQ(compareRight("AB", "AB"), 0);
+    EXPECT_NE(compareRight("1", "01"), 0);    // equal values still order, for a total order
+}
+
+} // namespace
+} // namespace store::sentence

@@ -1,0 +1,322 @@
+#include <gtest/gtest.h>
+#include <sstream>
+
+#include "StoreTestSupport.h"
+#include "database/FileNames.h"
+
+namespace store::testing {
+namespace {
+
+// A small archive: two entities, activities, organisations and statements.
+constexpr const char* kFixture = R"(
+{"dict": "ARCHIVEBORDCAISSE", "name": "PeriodeArchive", "attr": 1}
+{"dict": "ARCHIVEBORDCAISSE", "name": "SigleOrgaArchive", "attr": 2}
+{"dict": "ARCHIVEBORDCAISSE", "name": "NumFactArchive", "attr": 3}
+{"dict": "ARCHIVEBORDCAISSE", "name": "Montant", "attr": 11, "justify": "R"}
+{"dict": "ACTIVITES", "name": "Lettre", "attr": 12}
+{"file": "ACTIVITES", "key": "001P01", "attrs": {"12": "P"}}
+{"file": "ACTIVITES", "key": "001M02", "attrs": {"12": "M"}}
+{"file": "ACTIVITES", "key": "002X01", "attrs": {"12": "X"}}
+{"file": "ACTIVITES", "key": "003I01", "attrs": {"12": ["Z", "I"]}}
+{"file": "ORGPRISECHARGE", "key": "010", "record": ["CAISSE PRIMAIRE", "CPAM"]}
+{"file": "ARCHIVEBORDCAISSE", "key": "001P010202610F000000001", "record": ["202610", "CPAM", "F000000001", "", "", "", "", "", "", "", "1500"]}
+{"file": "ARCHIVEBORDCAISSE", "key": "001P020202610F000000002", "record": ["202610", "ABC", "F000000002", "", "", "", "", "", "", "", "200"]}
+{"file": "ARCHIVEBORDCAISSE", "key": "001P030202610F000000003", "record": ["202610", "CPAM", "F000000000", "", "", "", "", "", "", "", "-3"]}
+{"file": "ARCHIVEBORDCAISSE", "key": "001P010202609F000000004", "record": ["202609", "CPAM", "F000000004"]}
+{"file": "ARCHIVEBORDCAISSE", "key": "001M010202610F000000005", "record": ["202610", "CPAM", "F000000005"]}
+{"file": "ARCHIVEBORDCAISSE", "key": "002P010202610F000000006", "record": ["202610", "CPAM", "F000000006"]}
+{"file": "FACTURORG"}
+)";
+
+class Sentences : public StoreTest {
+protected:
+    Sentences() { load(kFixture); }
+};
+
+TEST_F(Sentences, ActivityLettersWithOrChainInKeyOrder)
+{
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 12 = "P" OR = "M" OR = "I" PAR 0)"), "001M02^001P01^003I01");
+    // Through the index of the name standing for attribute 12, same answer.
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "P" OR = "M" OR = "I")"), "001M02^001P01^003I01");
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "001]")", "0 12"), "001M02|M^001P01|P");
+}
+
+TEST_F(Sentences, MultiValuedConditionHoldsWhenAnyValueMatches)
+{
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 12 = "I")"), "003I01");
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "Z")"), "003I01");
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "Z" OR = "I")"), "003I01"); // listed once
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "003]")", "12 0"), "Z|I|003I01");
+}
+
+TEST_F(Sentences, StatementQueriesOfTheScreen)
+{
+    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR SigleOrgaArchive PAR NumFactArchive)"),
+        "001P020202610F000000002^001P030202610F000000003^001P010202610F000000001");
+    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)"),
+        "001P030202610F000000003^001P010202610F000000001^001P020202610F000000002");
+    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P010]" PAR NumFactArchive)"),
+        "001P010202610F000000001");
+    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" AND AVEC NumFactArchive = "F000000002" PAR NumFactArchive)"),
+        "001P020202610F000000002");
+}
+
+TEST_F(Sentences, BeginsWithOnNamesAndKeys)
+{
+    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "2026]" AND AVEC 0 = "001P01]")"),
+        "001P010202609F000000004^001P010202610F000000001");
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "]")"), "001M02^001P01^002X01^003I01");
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "001P01")"), "001P01");
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "001P0")"), "");
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "002]" OR = "001M02")"), "001M02^002X01");
+}
+
+TEST_F(Sentences, SortTiesGoByKeyAndRightJustifiedSortsNumbers)
+{
+    // Three statements share "CPAM": ties in key order.
+    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC SigleOrgaArchive = "CPAM")"),
+        "001M010202610F000000005^001P010202609F000000004^001P010202610F000000001^001P030202610F000000003^002P010202610F000000006");
+    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC 0 = "001P0]" AND AVEC PeriodeArchive = "202610" PAR Montant)", "11"),
+        "-3^200^1500");
+    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC 0 = "001P0]" AND AVEC PeriodeArchive = "202610" PAR 11)", "11"),
+        "-3^1500^200");
+}
+
+TEST_F(Sentences, EmptySelectionGivesEmptyText)
+{
+    const auto result = db().select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "199901" AND AVEC 0 = "001P]")");
+    EXPECT_EQ(result.text(), "");
+    EXPECT_EQ(result.attribute(1), "");
+    EXPECT_EQ(result.DCount(), 0);
+    EXPECT_EQ(keys("SSELECT FACTURORG", "0 1"), "");
+}
+
+TEST_F(Sentences, ValuesAreBoundNeverSpliced)
+{
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 12 = "P' OR 1=1 --")"), "");
+    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "'); DROP TABLE ACTIVITES; --")"), "");
+    EXPECT_TRUE(db().fileExists("ACTIVITES"));
+}
+
+TEST_F(Sentences, SelectAndExecuteRequests)
+{
+    std::int32_t status = -1;
+    const std::string request = std::string(R"(SSELECT ACTIVITES AVEC 0 = "001]")") + "\xFE" + "ACTIVITES" + "\xFE" + "0 12";
+    EXPECT_EQ(marks(db().Select(request, "", status).text()), "001M02|M^001P01|P");
+    EXPECT_EQ(status, 0);
+    const std::string other = std::string(R"(SSELECT ACTIVITES)") + "\xFE" + "ASSOCIATION";
+    EXPECT_THROW(db().Select(other, "", status), DbaError);
+
+    EXPECT_EQ(db().Execute("LOGIN", "", status).text(), "");
+    std::vector<std::string> seen;
+    db().registerCommand("ECHO", [&](CommandContext& context) {
+        seen = context.arguments;
+        EXPECT_TRUE(std::filesystem::is_directory(context.fusion));
+        context.store.write("TEMPO", "OUT", "done");
+    });
+    db().Execute(std::string("P\xFE") + "ECHO 202610 001 P", "", status);
+    EXPECT_EQ(seen, (std::vector<std::string>{"202610", "001", "P"}));
+    EXPECT_EQ(db().read("TEMPO", "OUT"), "done");
+    EXPECT_EQ(db().fusionDirectory(), dbPath().parent_path() / "FUSION");
+
+    db().registerCommand("FAIL", [](CommandContext&) { throw std::runtime_error("disk full"); });
+    try {
+        db().Execute(std::string("P\xFE") + "FAIL", "", status);
+        FAIL() << "a failing command must fail Execute";
+    } catch (const DbaError& error) {
+        EXPECT_EQ(error.kind(), DbaError::Kind::CommandFailed);
+        EXPECT_NE(std::string(error.what()).find("disk full"), std::string::npos);
+    }
+    db().unregisterCommand("ECHO");
+    EXPECT_THROW(db().Execute(std::string("P\xFE") + "ECHO", "", status), DbaError);
+    EXPECT_THROW(db().Execute("DELETE", "", status), DbaError);
+}
+
+struct BadSentence {
+    const char* sentence;
+    DbaError::Kind kind;
+    const char* mentions; // a part of the error text: the word or its position
+};
+
+TEST_F(Sentences, MalformedSentencesNameTheWordAndPosition)
+{
+    const BadSentence cases[] = {
+        {"", DbaError::Kind::BadSentence, "word 1"},
+        {"SELECT ACTIVITES", DbaError::Kind::BadSentence, "\"SELECT\""},
+        {"SSELECT", DbaError::Kind::BadSentence, "end of the sentence"},
+        {"SSELECT NOFILE", DbaError::Kind::NoFile, "NOFILE"},
+        {"SSELECT ACTIVITES AVEC", DbaError::Kind::BadSentence, "word 4"},
+        {"SSELECT ACTIVITES AVEC 12 \"P\"", DbaError::Kind::BadSentence, "word 5 (column 27)"},
+        {"SSELECT ACTIVITES AVEC 12 = P", DbaError::Kind::BadSentence, "\"P\""},
+        {"SSELECT ACTIVITES AVEC 12 = \"P", DbaError::Kind::BadSentence, "never closed"},
+        {"SSELECT ACTIVITES AVEC 12 = \"P\"x", DbaError::Kind::BadSentence, "word 6"},
+        {"SSELECT ACTIVITES AVEC 12 = \"P\" AVEC 0 = \"1\"", DbaError::Kind::BadSentence, "expected \"AND\" at word 7"},
+        {"SSELECT ACTIVITES AVEC 12 = \"P\" OR \"M\"", DbaError::Kind::BadSentence, "word 8"},
+        {"SSELECT ACTIVITES AVEC Inconnu = \"P\"", DbaError::Kind::UnknownName, "\"Inconnu\" at word 4"},
+        {"SSELECT ACTIVITES PAR Inconnu", DbaError::Kind::UnknownName, "word 4"},
+        {"SSELECT ACTIVITES PAR", DbaError::Kind::BadSentence, "end of the sentence"},
+        {"SSELECT ACTIVITES PAR 0 AVEC 12 = \"P\"", DbaError::Kind::BadSentence, "\"AVEC\""},
+        {"SSELECT ACTIVITES AVEC 99999 = \"P\"", DbaError::Kind::BadSentence, "99999"},
+        {"SSELECT ACTIVITES AVEC = = \"P\"", DbaError::Kind::BadSentence, "word 4"},
+    };
+    for (const auto& bad : cases) {
+        try {
+            db().select(bad.sentence);
+            ADD_FAILURE() << "accepted: " << bad.sentence;
+        } catch (const DbaError& error) {
+            EXPECT_EQ(error.kind(), bad.kind) << bad.sentence << ": " << error.what();
+            EXPECT_NE(std::string(error.what()).find(bad.mentions), std::string::npos) << bad.sentence << ": " << error.what();
+        }
+    }
+    EXPECT_THROW(db().select("SSELECT ACTIVITES", "0 x"), DbaError);
+}
+
+TEST_F(StoreTest, RecordsThroughFiles)
+{
+    db().createFile("TEMPO");
+    auto tempo = db().OpenFile("TEMPO");
+    try {
+        tempo->ReadItem("REQUETEBORDEXCEL");
+        FAIL() << "no record yet";
+    } catch (const DbaError& error) {
+        EXPECT_TRUE(error.isNoRecord());
+        EXPECT_EQ(error.code(), 0x8004000Bu);
+    }
+    auto item = tempo->NewItem("REQUETEBORDEXCEL");
+    item->setValue(1, 1, "010");
+    item->setValue(1, 2, "F1");
+    item->setValue(2, 1, "011");
+    item->DBWrite();
+    auto read = tempo->ReadItem("REQUETEBORDEXCEL");
+    EXPECT_EQ(read->value(1, 2), "F1");
+    EXPECT_EQ(read->DCount(), 2);
+    EXPECT_EQ(tempo->DeleteItem("REQUETEBORDEXCEL"), "");
+    EXPECT_EQ(tempo->DeleteItem("REQUETEBORDEXCEL"), "");
+    EXPECT_THROW(tempo->ReadItem("REQUETEBORDEXCEL"), DbaError);
+
+    try {
+        db().OpenFile("ABSENT");
+        FAIL() << "no such file";
+    } catch (const DbaError& error) {
+        EXPECT_TRUE(error.isNoFile());
+    }
+    // Files outlive the store that opened them.
+    m_store.reset();
+    tempo->NewItem("K")->DBWrite();
+    EXPECT_EQ(tempo->ReadItem("K")->text(), "");
+}
+
+TEST_F(StoreTest, IndexFollowsEveryWrite)
+{
+    load(R"({"dict": "F", "name": "N", "attr": 2})");
+    db().write("F", "a", std::string("x\xFE" "v1\xFD" "v2"));
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v2")"), "a");
+    db().write("F", "a", std::string("x\xFE" "v3"));
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v2")"), "");
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v3")"), "a");
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "")"), "");
+    db().write("F", "b", "only one attribute");
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "")"), "b"); // a missing attribute is one empty value
+    EXPECT_TRUE(db().remove("F", "a"));
+    EXPECT_FALSE(db().remove("F", "a"));
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v3")"), "");
+    // A name defined after the records indexes them.
+    db().write("F", "c", std::string("\xFE\xFE" "late"));
+    db().defineName("F", "Late", 3);
+    EXPECT_EQ(keys(R"(SSELECT F AVEC Late = "late")"), "c");
+    // A failed transaction leaves records and index as they were.
+    EXPECT_THROW(db().transaction([&] {
+        db().write("F", "d", std::string("\xFE\xFE" "late"));
+        throw std::runtime_error("abandon");
+    }),
+        std::runtime_error);
+    EXPECT_EQ(keys(R"(SSELECT F AVEC Late = "late")"), "c");
+}
+
+TEST_F(StoreTest, TwoConnectionsWriteAtOnce)
+{
+    load(R"({"dict": "F", "name": "N", "attr": 1})");
+    auto other = Store::open(dbPath());
+    for (int i = 0; i < 50; ++i) {
+        db().write("F", "a" + std::to_string(i), "same");
+        other->write("F", "b" + std::to_string(i), "same");
+    }
+    // A transaction in one waits for none of the other's reads.
+    db().transaction([&] {
+        db().write("F", "c", "same");
+        EXPECT_EQ(other->read("F", "c"), std::nullopt);
+    });
+    EXPECT_EQ(other->read("F", "c"), "same");
+    EXPECT_EQ(db().select(R"(SSELECT F AVEC N = "same")").DCount(), 101);
+    // A name defined by the other connection is seen and kept in step here.
+    other->defineName("F", "Deux", 2);
+    db().write("F", "z", std::string("x\xFE" "y"));
+    EXPECT_EQ(keys(R"(SSELECT F AVEC Deux = "y")"), "z");
+    EXPECT_EQ(marks(other->select(R"(SSELECT F AVEC Deux = "y")").text()), "z");
+}
+
+TEST_F(StoreTest, ImportExportRoundTrip)
+{
+    load(kFixture);
+    load(R"({"file": "ASSOCIATION", "key": "001", "record": ["AIDE A DOMICILE DU VAL", ["a", ["b1", "b2"], ""], "", "É ^|~ fin"]})");
+    std::ostringstream first;
+    db().exportJsonLines(first);
+
+    TempDir other;
+    auto copy = Store::open(other.path() / "copy.db");
+    std::istringstream in(first.str());
+    copy->importJsonLines(in, "export");
+    std::ostringstream second;
+    copy->exportJsonLines(second);
+    EXPECT_EQ(first.str(), second.str());
+    EXPECT_EQ(marks(*copy->read("ASSOCIATION", "001")), "AIDE A DOMICILE DU VAL^a|b1~b2|^^É ^|~ fin");
+    EXPECT_EQ(copy->files(), db().files());
+    EXPECT_TRUE(copy->fileExists("FACTURORG"));
+    EXPECT_EQ(marks(copy->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC 0 = "001P]" AND AVEC PeriodeArchive = "202610" PAR Montant)", "11").text()),
+        "-3^200^1500");
+
+    std::ostringstream one;
+    db().exportJsonLines(one, {"ORGPRISECHARGE"});
+    EXPECT_EQ(one.str(), "{\"file\":\"ORGPRISECHARGE\"}\n{\"file\":\"ORGPRISECHARGE\",\"key\":\"010\",\"record\":[\"CAISSE PRIMAIRE\",\"CPAM\"]}\n");
+}
+
+TEST_F(StoreTest, MalformedFixtureImportsNothingAndNamesTheLine)
+{
+    const char* broken[] = {
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"A\", \"key\": \"2\", \"record\": [\"y\"]",
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"A\", \"key\": \"2\", \"record\": [\"\xC3\xBE\", \"\xFE\"]}",
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"A\", \"key\": \"2\", \"attrs\": {\"0\": \"y\"}}",
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"dict\": \"A\", \"name\": \"12\", \"attr\": 1}",
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"A\", \"key\": \"2\", \"record\": [{\"a\": 1}]}",
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"A\", \"key\": \"\"}",
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"A B\"}",
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"A\", \"key\": \"2\", \"recrod\": [\"y\"]}",
+        "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n[1, 2]",
+    };
+    for (const auto* text : broken) {
+        std::istringstream in(text);
+        try {
+            db().importJsonLines(in, "broken.jsonl");
+            ADD_FAILURE() << "accepted: " << text;
+        } catch (const DbaError& error) {
+            EXPECT_EQ(error.kind(), DbaError::Kind::BadData) << error.what();
+            EXPECT_EQ(error.context(), "broken.jsonl:2") << error.what();
+        }
+        EXPECT_FALSE(db().fileExists("A")) << text;
+    }
+    // The visible characters that stand for marks in scenarios are plain text here.
+    load(R"({"file": "A", "key": "1", "record": ["^|~"]})");
+    EXPECT_EQ(db().read("A", "1"), "^|~");
+}
+
+TEST_F(StoreTest, OpeningAFreshDatabaseCreatesItsFolderAndFusionStaysBeside)
+{
+    auto nested = Store::open(m_dir.path() / "a" / "b" / "fresh.db");
+    EXPECT_TRUE(std::filesystem::exists(m_dir.path() / "a" / "b" / "fresh.db"));
+    EXPECT_TRUE(nested->files().empty());
+    EXPECT_EQ(nested->fusionDirectory(), m_dir.path() / "a" / "b" / "FUSION");
+    EXPECT_FALSE(nested->read("NOFILE", "1").has_value());
+}
+
+} // namespace
+} // namespace store::testing
