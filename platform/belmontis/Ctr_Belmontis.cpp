@@ -1,0 +1,181 @@
+#include "Ctr_Belmontis.h"
+
+#include <iostream>
+#include <stdexcept>
+
+#include <QPageLayout>
+#include <QPageSize>
+#include <QPrinter>
+#include <QPrinterInfo>
+
+#include "DataDirectory.h"
+#include "StatementRenderer.h"
+#include "shell/HostServices.h"
+
+namespace belmontis {
+
+namespace {
+
+std::invalid_argument wrongType(std::string_view member, const char* expected)
+{
+    return std::invalid_argument("Ctr_Belmontis." + std::string(member) + ": expects " + expected);
+}
+
+std::string asString(std::string_view member, const Variant& value)
+{
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        return *text;
+    }
+    if (std::holds_alternative<std::monostate>(value)) {
+        return {};
+    }
+    throw wrongType(member, "a String");
+}
+
+bool asBool(std::string_view member, const Variant& value)
+{
+    if (const auto* flag = std::get_if<bool>(&value)) {
+        return *flag;
+    }
+    throw wrongType(member, "a Boolean");
+}
+
+// An object member takes its reference, or drops it for Nothing.
+template <typename T>
+std::shared_ptr<T> asObject(std::string_view member, const Variant& value)
+{
+    if (const auto* object = std::get_if<std::shared_ptr<T>>(&value)) {
+        return *object;
+    }
+    if (std::holds_alternative<std::monostate>(value)) {
+        return nullptr;
+    }
+    throw wrongType(member, "an object");
+}
+
+} // namespace
+
+Ctr_Belmontis::Ctr_Belmontis(HostServices* host)
+    : m_host(host)
+{
+}
+
+void Ctr_Belmontis::setProperty(std::string_view name, Variant& value)
+{
+    if (name == "BaseEdition") {
+        m_base = asObject<DbaDatabase>(name, value);
+    } else if (name == "ClientEdition") {
+        m_client = asObject<DbaClient>(name, value);
+    } else if (name == "W_Periode") {
+        m_periode = asString(name, value);
+    } else if (name == "W_Entite") {
+        m_entite = asString(name, value);
+    } else if (name == "W_Activite") {
+        m_activite = asString(name, value);
+    } else if (name == "W_LibelleActivite") {
+        m_libelleActivite = asString(name, value);
+    } else if (name == "W_DrapeauVrai") {
+        m_drapeauVrai = asBool(name, value);
+    } else if (name == "W_DrapeauFaux") {
+        m_drapeauFaux = asBool(name, value);
+    } else if (name == "W_EntiteBis") {
+        m_entiteBis = asString(name, value);
+    } else if (name == "W_Papier") {
+        m_papier = asBool(name, value);
+    } else if (name == "SpoolDirectory") {
+        m_spool = asString(name, value);
+    } else {
+        throw std::invalid_argument("Ctr_Belmontis has no property " + std::string(name));
+    }
+}
+
+Variant Ctr_Belmontis::invoke(std::string_view name, std::vector<std::reference_wrapper<Variant>> args)
+{
+    if (name != "Editer_Bordereaux") {
+        throw std::invalid_argument("Ctr_Belmontis has no method " + std::string(name));
+    }
+    if (args.size() != 1) {
+        throw std::invalid_argument("Ctr_Belmontis.Editer_Bordereaux: expects one argument");
+    }
+    Editer_Bordereaux(asObject<DbaDynArray>(name, args.front().get()));
+    return {};
+}
+
+void Ctr_Belmontis::report(const std::string& what) const
+{
+    if (m_host) {
+        m_host->reportFailure("Ctr_Belmontis.Editer_Bordereaux", what);
+    } else {
+        std::cerr << "Ctr_Belmontis.Editer_Bordereaux: " << what << '\n';
+    }
+}
+
+void Ctr_Belmontis::Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& selection)
+{
+    // The caller reads nothing back: whatever happens is the host's to report.
+    try {
+        if (!m_base) {
+            report("aucune base d'édition (BaseEdition)");
+            return;
+        }
+        std::vector<statements::StatementData> found;
+        const std::size_t count = selection ? selection->attributeCount() : 0;
+        for (std::size_t i = 1; i <= count && i <= INT16_MAX; ++i) {
+            const auto attribute = static_cast<std::int16_t>(i);
+            const std::string organisation = selection->value(attribute, 1);
+            const std::string invoice = selection->value(attribute, 2);
+            try {
+                const auto key = statements::findStatementKey(*m_base, m_periode, m_entite, m_activite, organisation, invoice);
+                if (!key) {
+                    report("bordereau introuvable : période " + m_periode + ", entité " + m_entite + ", activité " + m_activite
+                        + ", organisme " + organisation + ", facture " + statements::trimmedRight(invoice));
+                    continue;
+                }
+                found.push_back(statements::loadStatement(*m_base, *key));
+                if (!m_libelleActivite.empty()) {
+                    found.back().activityLabel = m_libelleActivite;
+                }
+            } catch (const std::exception& e) {
+                report(e.what());
+            }
+        }
+        if (!found.empty()) {
+            print(found);
+        }
+    } catch (const std::exception& e) {
+        report(e.what());
+    }
+}
+
+std::filesystem::path Ctr_Belmontis::spoolFile() const
+{
+    const std::filesystem::path directory = m_spool.empty() ? components::dataDirectory() / "spool" : m_spool;
+    std::filesystem::create_directories(directory);
+    const std::string stem = "Bordereaux_" + m_entite + m_activite + "_" + m_periode + "_";
+    for (int n = 1;; ++n) {
+        auto candidate = directory / (stem + std::to_string(n) + ".pdf");
+        if (!std::filesystem::exists(candidate)) {
+            return candidate;
+        }
+    }
+}
+
+void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
+{
+    statements::requireGuiApplication();
+    const QPrinterInfo printerInfo = QPrinterInfo::defaultPrinter();
+    if (!m_spool.empty() || !m_papier || printerInfo.isNull()) {
+        statements::renderPdfFile(found, QString::fromStdString(spoolFile().string()));
+        return;
+    }
+    QPrinter printer(printerInfo, QPrinter::HighResolution);
+    printer.setDocName(QString::fromStdString("Bordereaux " + m_entite + m_activite + " " + m_periode));
+    printer.setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(15, 15, 15, 12),
+        QPageLayout::Millimeter));
+    statements::render(found, printer);
+    if (printer.printerState() == QPrinter::Error) {
+        report("l'imprimante " + printerInfo.printerName().toStdString() + " a refusé le travail");
+    }
+}
+
+} // namespace belmontis

@@ -1,0 +1,247 @@
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "ComponentLoader.h"
+#include "PlatformTestSupport.h"
+#include "Store.h"
+#include "shell/Components.h"
+#include "shell/HostServices.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kClass = "Belmontis.Ctr_Belmontis";
+
+class RecordingHost : public HostServices {
+public:
+    void msgBox(const std::string&, int, const std::string&) override { }
+    void beep() override { }
+    void doEvents() override { }
+    void popupMenu(Control&) override { }
+    void unloadForm() override { }
+    std::string formatDate(const std::string& text, const std::string&) override { return text; }
+    std::shared_ptr<AideEnLigne> createHelp() override { return nullptr; }
+    void reportFailure(const std::string& where, const std::string& what) override { failures.push_back(where + ": " + what); }
+
+    std::vector<std::string> failures;
+};
+
+// The library opened on its own, as an installer would to register it.
+class LibraryHandle {
+public:
+    LibraryHandle()
+        : m_handle(dlopen(CALVARINE_BELMONTIS_LIBRARY, RTLD_NOW | RTLD_LOCAL))
+    {
+    }
+    ~LibraryHandle()
+    {
+        if (m_handle) {
+            dlclose(m_handle);
+        }
+    }
+    LibraryHandle(const LibraryHandle&) = delete;
+    LibraryHandle& operator=(const LibraryHandle&) = delete;
+    explicit operator bool() const { return m_handle != nullptr; }
+    int call(const char* entryPoint) const { return reinterpret_cast<int (*)()>(dlsym(m_handle, entryPoint))(); }
+
+private:
+    void* m_handle;
+};
+
+class Belmontis : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        testsupport::guiApplication();
+        ASSERT_TRUE(m_dir.isValid());
+        setenv("XDG_DATA_HOME", (root() / "data").c_str(), 1);
+        ASSERT_TRUE(m_library) << dlerror();
+        ASSERT_EQ(m_library.call("DllRegisterServer"), 0);
+
+        m_store = store::Store::open(root() / "db" / "calvarine.db");
+        std::ifstream fixture(CALVARINE_PLATFORM_TEST_DATA "/reissue.jsonl");
+        m_store->importJsonLines(fixture, "reissue.jsonl");
+    }
+
+    void TearDown() override { unsetenv("XDG_DATA_HOME"); }
+
+    fs::path root() const { return testsupport::path(m_dir); }
+
+    std::shared_ptr<LateBoundObject> create() { return components::ComponentLoader().createLateBound(kClass, &m_host); }
+
+    // The eleven members in the order the screen uses them.
+    void edit(LateBoundObject& control, std::string text, const std::string& letter = "P", bool paper = true)
+    {
+        Variant base = std::static_pointer_cast<DbaDatabase>(m_store);
+        Variant client = std::make_shared<DbaClient>("OPERATEUR");
+        Variant periode = std::string("202611");
+        Variant entite = std::string("001");
+        Variant activite = letter;
+        Variant libelle = std::string(letter == "P" ? "PRESTATAIRE" : "MANDATAIRE");
+        Variant vrai = true;
+        Variant faux = false;
+        Variant papier = paper;
+        control.setProperty("BaseEdition", base);
+        control.setProperty("ClientEdition", client);
+        control.setProperty("W_Periode", periode);
+        control.setProperty("W_Entite", entite);
+        control.setProperty("W_Activite", activite);
+        control.setProperty("W_LibelleActivite", libelle);
+        control.setProperty("W_DrapeauVrai", vrai);
+        control.setProperty("W_DrapeauFaux", faux);
+        control.setProperty("W_EntiteBis", entite);
+        control.setProperty("W_Papier", papier);
+        Variant selection = std::make_shared<DbaDynArray>(std::move(text));
+        const Variant result = control.invoke("Editer_Bordereaux", {std::ref(selection)});
+        EXPECT_TRUE(std::holds_alternative<std::monostate>(result));
+    }
+
+    void spoolTo(LateBoundObject& control, const fs::path& directory)
+    {
+        Variant spool = directory.string();
+        control.setProperty("SpoolDirectory", spool);
+    }
+
+    static std::string entries(std::initializer_list<std::pair<const char*, const char*>> list)
+    {
+        std::string text;
+        for (const auto& [organisation, invoice] : list) {
+            if (!text.empty()) {
+                text += DbaDynArray::kAttributeMark;
+            }
+            text += std::string(organisation) + DbaDynArray::kValueMark + invoice;
+        }
+        return text;
+    }
+
+    static std::vector<std::string> filesIn(const fs::path& directory)
+    {
+        std::vector<std::string> names;
+        if (fs::exists(directory)) {
+            for (const auto& entry : fs::directory_iterator(directory)) {
+                names.push_back(entry.path().filename().string());
+            }
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    QTemporaryDir m_dir;
+    LibraryHandle m_library;
+    RecordingHost m_host;
+    std::shared_ptr<store::Store> m_store;
+};
+
+} // namespace
+
+TEST_F(Belmontis, SpoolsTheSelectionAsOneJobAndReportsWhatIsMissing)
+{
+    auto control = create();
+    const fs::path spool = root() / "spool";
+    spoolTo(*control, spool);
+    edit(*control, entries({{"013", "F77       "}, {"012", "ABSENT"}, {"012", "F000000123"}}));
+
+    ASSERT_EQ(filesIn(spool), (std::vector<std::string>{"Bordereaux_001P_202611_1.pdf"}));
+    const fs::path pdf = spool / "Bordereaux_001P_202611_1.pdf";
+    EXPECT_EQ(testsupport::pdfPageCount(pdf), 2);
+    const std::string text = testsupport::pdfText(pdf);
+    EXPECT_LT(text.find("MUTUELLE DU DAUPHINÉ"), text.find("CAISSE PRIMAIRE DE L'ISÈRE")) << "order of the selection";
+    EXPECT_NE(text.find("Total : 85,00 €"), std::string::npos);
+    EXPECT_NE(text.find("Total : 54,35 €"), std::string::npos);
+    EXPECT_NE(text.find("DUPLICATA"), std::string::npos);
+    ASSERT_EQ(m_host.failures.size(), 1u);
+    EXPECT_NE(m_host.failures[0].find("ABSENT"), std::string::npos) << m_host.failures[0];
+
+    // A second job does not overwrite the first.
+    edit(*control, entries({{"012", "F000000555"}}), "M");
+    EXPECT_EQ(filesIn(spool), (std::vector<std::string>{"Bordereaux_001M_202611_1.pdf", "Bordereaux_001P_202611_1.pdf"}));
+    edit(*control, entries({{"012", "F000000555"}}), "M");
+    EXPECT_EQ(filesIn(spool).size(), 3u);
+    EXPECT_NE(testsupport::pdfText(spool / "Bordereaux_001M_202611_1.pdf").find("BORDEREAU MANDATAIRE"), std::string::npos);
+}
+
+TEST_F(Belmontis, NotPaperGoesToTheDefaultSpool)
+{
+    auto control = create();
+    edit(*control, entries({{"012", "F000000123"}}), "P", false);
+    EXPECT_EQ(filesIn(root() / "data" / "calvarine" / "spool"), (std::vector<std::string>{"Bordereaux_001P_202611_1.pdf"}));
+    EXPECT_TRUE(m_host.failures.empty());
+}
+
+TEST_F(Belmontis, FailuresGoToTheHostNotTheCaller)
+{
+    auto control = create();
+    spoolTo(*control, root() / "spool");
+    Variant selection = std::make_shared<DbaDynArray>(entries({{"012", "F000000123"}}));
+    EXPECT_NO_THROW(control->invoke("Editer_Bordereaux", {std::ref(selection)})); // no database given
+    ASSERT_EQ(m_host.failures.size(), 1u);
+    EXPECT_EQ(m_host.failures[0].rfind("Ctr_Belmontis.Editer_Bordereaux: ", 0), 0u);
+
+    // A damaged statement is reported; the good one is printed all the same.
+    edit(*control, entries({{"012", "F000000999"}, {"012", "F000000123"}}));
+    EXPECT_EQ(m_host.failures.size(), 2u);
+    EXPECT_EQ(filesIn(root() / "spool").size(), 1u);
+    // Nothing found: nothing spooled.
+    edit(*control, entries({{"099", "X"}}));
+    EXPECT_EQ(filesIn(root() / "spool").size(), 1u);
+}
+
+TEST_F(Belmontis, UnknownMembersAndWrongTypesThrow)
+{
+    auto control = create();
+    Variant text = std::string("x");
+    Variant flag = true;
+    EXPECT_THROW(control->setProperty("W_Inconnu", text), std::invalid_argument);
+    EXPECT_THROW(control->setProperty("Editer_Bordereaux", text), std::invalid_argument);
+    EXPECT_THROW(control->setProperty("W_Papier", text), std::invalid_argument);
+    EXPECT_THROW(control->setProperty("W_Periode", flag), std::invalid_argument);
+    EXPECT_THROW(control->setProperty("BaseEdition", text), std::invalid_argument);
+    EXPECT_THROW(control->invoke("W_Periode", {std::ref(text)}), std::invalid_argument);
+    EXPECT_THROW(control->invoke("Editer_Bordereaux", {}), std::invalid_argument);
+}
+
+TEST_F(Belmontis, RegistrationAndUnloading)
+{
+    const fs::path registration = root() / "data" / "calvarine" / "components" / kClass;
+    std::ifstream in(registration);
+    std::string path;
+    std::getline(in, path);
+    EXPECT_TRUE(fs::equivalent(path, CALVARINE_BELMONTIS_LIBRARY));
+
+    std::shared_ptr<LateBoundObject> control;
+    {
+        components::ComponentLoader loader;
+        EXPECT_EQ(loader.libraryOf(kClass), fs::path(path));
+        control = loader.createLateBound(kClass);
+        EXPECT_EQ(m_library.call("DllCanUnloadNow"), 1);
+    }
+    // The object outlives its loader and still runs the library's code.
+    Variant periode = std::string("202611");
+    EXPECT_NO_THROW(control->setProperty("W_Periode", periode));
+    control.reset();
+    EXPECT_EQ(m_library.call("DllCanUnloadNow"), 0);
+
+    EXPECT_EQ(m_library.call("DllUnregisterServer"), 0);
+    EXPECT_FALSE(fs::exists(registration));
+    EXPECT_THROW(components::ComponentLoader().create(kClass), components::ComponentError);
+}
+
+TEST_F(Belmontis, LoaderRefusals)
+{
+    const fs::path registrations = root() / "registrations";
+    fs::create_directories(registrations);
+    components::ComponentLoader loader(registrations);
+    EXPECT_THROW(loader.create("Absent.Classe"), components::ComponentError);
+    EXPECT_THROW(loader.create("../escape"), components::ComponentError);
+
+    // A registration that names the library under a class it does not hold.
+    std::ofstream(registrations / "Autre.Classe") << CALVARINE_BELMONTIS_LIBRARY << '\n';
+    EXPECT_THROW(loader.create("Autre.Classe"), components::ComponentError);
+    std::ofstream(registrations / "Perdue.Classe") << (root() / "nowhere.so").string() << '\n';
+    EXPECT_THROW(loader.create("Perdue.Classe"), components::ComponentError);
+}
