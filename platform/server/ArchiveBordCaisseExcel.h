@@ -18,9 +18,9 @@
 // archived, or any failure while working fails the command and leaves no file
 // of this run behind.
 //
-// Rendering uses Qt fonts: the process that runs Execute must have a
-// QGuiApplication (headless hosts: statements::HeadlessGuiApplication or
-// QT_QPA_PLATFORM=offscreen). Without one the command fails with that message.
+// Rendering uses Qt fonts: the process that runs Execute must already have a
+// QGuiApplication on its main thread, made by the host (headless hosts with
+// QT_QPA_PLATFORM=offscreen). Without one the command fails, saying so.
 
 #include <string>
 #include <string_view>
