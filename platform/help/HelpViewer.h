@@ -6,11 +6,11 @@
 #include <vector>
 
 #include <QPointer>
+#include <QTextBrowser>
+#include <QWidget>
 
 #include "shell/Components.h"
 
-class QTextBrowser;
-class QWidget;
 
 namespace help {
 
