@@ -35,6 +35,8 @@ QFont font(qreal points, bool bold = false)
 {
     QFont f(kFontFamily);
     f.setStyleHint(QFont::SansSerif);
+    // Ligatures would extract as "ﬁ" and defeat a search for "fi" in the PDF.
+    f.setStyleStrategy(QFont::PreferNoShaping);
     f.setPointSizeF(points);
     f.setBold(bold);
     return f;

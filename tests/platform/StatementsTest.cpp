@@ -162,7 +162,7 @@ TEST_F(StatementRendering, OnePageCarriesEverything)
     const std::string text = testsupport::pdfText(file);
     for (const char* expected : {"DUPLICATA", "AIDE A DOMICILE DU VAL", "12 RUE DES LILAS", "CAISSE PRIMAIRE DE L'ISÈRE",
              "CPAM38", "38045 GRENOBLE CEDEX", "novembre 2026", "F000123", "15/12/2026", "BÉNÉFICIAIRE 2", "D1001",
-             "AIDE MÉNAGÈRE", "1,50", "22,90 €", "34,35 €", "Total : 68,70 €", "Page 1 / 1", "PRESTATAIRE"}) {
+             "AIDE MÉNAGÈRE", "1,50", "22,90 €", "34,35 €", "Total : 68,70 €", "Page 1 / 1", "PRESTATAIRE", "Bénéficiaire"}) {
         EXPECT_NE(text.find(expected), std::string::npos) << expected << " missing from: " << text;
     }
     // The trailing blanks of an archived invoice number are not shown.
