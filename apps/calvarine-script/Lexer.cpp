@@ -260,6 +260,14 @@ std::string_view LineReader::rest()
     return r;
 }
 
+std::int16_t int16(std::int64_t n)
+{
+    if (n < INT16_MIN || n > INT16_MAX) {
+        throw BadCommand("integer out of range");
+    }
+    return static_cast<std::int16_t>(n);
+}
+
 std::string_view trimmed(std::string_view line)
 {
     while (!line.empty() && isBlank(line.front())) {

@@ -69,6 +69,9 @@ private:
     std::size_t m_pos = 0;
 };
 
+// n as a signed 16-bit integer, as the screen counts; BadCommand when it does not fit.
+std::int16_t int16(std::int64_t n);
+
 // The line without leading or trailing blanks.
 std::string_view trimmed(std::string_view line);
 

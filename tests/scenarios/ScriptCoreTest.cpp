@@ -60,6 +60,14 @@ TEST(LineReaderTest, RestKeepsTheLineAsWritten)
     EXPECT_EQ(trimmed("  click Cmd_Sortir \t"), "click Cmd_Sortir");
 }
 
+TEST(LineReaderTest, IndicesAreSigned16Bit)
+{
+    EXPECT_EQ(int16(-32768), -32768);
+    EXPECT_EQ(int16(32767), 32767);
+    EXPECT_THROW(int16(32768), BadCommand);
+    EXPECT_THROW(int16(-32769), BadCommand);
+}
+
 TEST(ValueTest, FormatsAsAScenarioWritesIt)
 {
     EXPECT_EQ(Value::of(std::string("a\"b\\c\r\n")).format(), R"("a\"b\\c\r\n")");
