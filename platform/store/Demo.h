@@ -14,12 +14,20 @@
 namespace store {
 
 struct DemoOptions {
+    // DemoOptions{statements, seed, bigScope}: the other fields keep their defaults.
+    DemoOptions(std::size_t statementCount = 20000, std::uint64_t randomSeed = 1, std::size_t bigScopeCount = 0)
+        : statements(statementCount)
+        , seed(randomSeed)
+        , bigScope(bigScopeCount)
+    {
+    }
+
     // Archived statements spread over the ten years before currentPeriod.
-    std::size_t statements = 20000;
-    std::uint64_t seed = 1;
+    std::size_t statements;
+    std::uint64_t seed;
     // Statements of one scope (bigScopeEntity, letter "P", currentPeriod) added to
     // the others, for measures on a long list; 0 adds none.
-    std::size_t bigScope = 0;
+    std::size_t bigScope;
     // The fixed current period, so that runs are reproducible.
     int currentPeriod = 202610;
     // Who gets the right on the screen; empty: $USER (or "demo").

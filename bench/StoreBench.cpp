@@ -1,0 +1,204 @@
+// The statement query of the screen on a two-million-statement archive, through
+// the store and written directly against SQLite, side by side.
+//
+// The database is generated once into the build folder (about a minute) and
+// reused. CALVARINE_BENCH_STATEMENTS changes its size (another file per size).
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sqlite3.h>
+#include <string>
+#include <vector>
+
+#include "Demo.h"
+#include "Engine.h"
+#include "Sentence.h"
+#include "Store.h"
+#include "database/FileNames.h"
+
+namespace {
+
+constexpr std::size_t kScope = 32767;
+constexpr const char* kPeriod = "202610";
+const std::string kSentence = std::string("SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = \"") + kPeriod
+    + "\" AND AVEC 0 = \"" + store::kBigScopeEntity + "P]\" PAR SigleOrgaArchive PAR NumFactArchive";
+
+std::size_t statements()
+{
+    const char* text = std::getenv("CALVARINE_BENCH_STATEMENTS");
+    return text && *text ? std::stoull(text) : 2000000;
+}
+
+const std::filesystem::path& database()
+{
+    static const std::filesystem::path path = [] {
+        const auto count = statements();
+        const std::filesystem::path file = std::filesystem::path(CALVARINE_BENCH_DATA) / ("store-" + std::to_string(count) + ".db");
+        const auto done = file.string() + ".done";
+        if (!std::filesystem::exists(done)) {
+            std::filesystem::remove(file);
+            std::filesystem::remove(file.string() + "-wal");
+            std::filesystem::remove(file.string() + "-shm");
+            std::cerr << "generating " << count << " statements into " << file << " (once)\n";
+            auto store = store::Store::open(file);
+            store::generateDemo(*store, store::DemoOptions{count, 1, kScope}, {});
+            std::ofstream(done) << count << '\n';
+        }
+        return file;
+    }();
+    return path;
+}
+
+struct Sqlite {
+    sqlite3* db = nullptr;
+    explicit Sqlite(const std::filesystem::path& file) { sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr); }
+    ~Sqlite() { sqlite3_close_v2(db); }
+    Sqlite(const Sqlite&) = delete;
+    Sqlite& operator=(const Sqlite&) = delete;
+};
+
+sqlite3_stmt* prepare(sqlite3* db, const std::string& sql)
+{
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK) {
+        std::cerr << sqlite3_errmsg(db) << '\n';
+        std::abort();
+    }
+    return statement;
+}
+
+std::string_view column(sqlite3_stmt* statement, int i)
+{
+    return {static_cast<const char*>(sqlite3_column_blob(statement, i)), static_cast<std::size_t>(sqlite3_column_bytes(statement, i))};
+}
+
+// What the screen does: one Select, then one ReadItem of the organisation per key.
+void BM_StoreQuery(benchmark::State& state)
+{
+    auto store = store::Store::open(database());
+    auto organisations = store->OpenFile(FileNames::ORGPRISECHARGE);
+    const std::string request = kSentence + "\xFE" + FileNames::ARCHIVEBORDCAISSE + "\xFE" + "0";
+    std::size_t keys = 0;
+    for (auto _ : state) {
+        std::int32_t status = 0;
+        const auto result = store->Select(request, "", status);
+        keys = result.attributeCount();
+        std::size_t named = 0;
+        for (std::size_t i = 1; i <= keys; ++i) {
+            const auto key = result.attribute(static_cast<std::int16_t>(i));
+            try {
+                named += organisations->ReadItem(key.substr(4, 3))->attribute(1).size();
+            } catch (const DbaError& error) {
+                if (!error.isNoRecord()) {
+                    throw;
+                }
+            }
+        }
+        benchmark::DoNotOptimize(named);
+    }
+    state.counters["keys"] = static_cast<double>(keys);
+}
+
+// The same work by hand: the index range joined to the records, sorted in C++,
+// then one prepared lookup per key.
+void BM_HandWrittenSqlite(benchmark::State& state)
+{
+    Sqlite connection(database());
+    sqlite3_stmt* query = prepare(connection.db,
+        "SELECT i.key, t.record FROM \"ARCHIVEBORDCAISSE#PeriodeArchive\" AS i CROSS JOIN ARCHIVEBORDCAISSE AS t "
+        "WHERE i.value = ?1 AND i.key >= ?2 AND i.key < ?3 AND t.key = i.key");
+    sqlite3_stmt* organisation = prepare(connection.db, "SELECT record FROM ORGPRISECHARGE WHERE key = ?1");
+    const std::string low = std::string(store::kBigScopeEntity) + "P";
+    const std::string high = std::string(store::kBigScopeEntity) + "Q";
+    struct Row {
+        std::string sigle, invoice, key;
+    };
+    std::size_t keys = 0;
+    for (auto _ : state) {
+        std::vector<Row> rows;
+        sqlite3_bind_text(query, 1, kPeriod, -1, SQLITE_STATIC);
+        sqlite3_bind_text(query, 2, low.c_str(), -1, SQLITE_STATIC);
+        sqlite3_bind_text(query, 3, high.c_str(), -1, SQLITE_STATIC);
+        while (sqlite3_step(query) == SQLITE_ROW) {
+            const auto record = column(query, 1);
+            rows.push_back({std::string(store::sentence::attributeOf(record, 2)), std::string(store::sentence::attributeOf(record, 3)),
+                std::string(column(query, 0))});
+        }
+        sqlite3_reset(query);
+        std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
+            return std::tie(a.sigle, a.invoice, a.key) < std::tie(b.sigle, b.invoice, b.key);
+        });
+        keys = rows.size();
+        std::size_t named = 0;
+        for (const auto& row : rows) {
+            sqlite3_bind_text(organisation, 1, row.key.data() + 4, 3, SQLITE_STATIC);
+            if (sqlite3_step(organisation) == SQLITE_ROW) {
+                const std::string record(column(organisation, 0));
+                named += store::sentence::attributeOf(record, 1).size();
+            }
+            sqlite3_reset(organisation);
+        }
+        benchmark::DoNotOptimize(named);
+    }
+    sqlite3_finalize(query);
+    sqlite3_finalize(organisation);
+    state.counters["keys"] = static_cast<double>(keys);
+}
+
+// How much of the indexes the compiled sentence walks: every row its loops
+// visit passes a counting function placed on the driving index.
+void BM_IndexEntriesPerKey(benchmark::State& state)
+{
+    store::Engine engine(database());
+    const auto compiled = engine.compile(store::sentence::parse(kSentence), false);
+    std::size_t visited = 0;
+    sqlite3_create_function_v2(engine.handle(), "calv_count", 1, SQLITE_UTF8, &visited,
+        [](sqlite3_context* context, int, sqlite3_value**) {
+            ++*static_cast<std::size_t*>(sqlite3_user_data(context));
+            sqlite3_result_int(context, 1);
+        },
+        nullptr, nullptr, nullptr);
+    std::string sql = compiled.sql;
+    const auto join = sql.find("t.key = i.key");
+    if (join == std::string::npos) {
+        state.SkipWithError(("the sentence is not driven by an index: " + sql).c_str());
+        return;
+    }
+    sql.insert(join, "calv_count(i.key) AND ");
+    sqlite3_stmt* statement = prepare(engine.handle(), sql);
+    std::size_t keys = 0;
+    int fullScan = 0;
+    int vmSteps = 0;
+    for (auto _ : state) {
+        visited = 0;
+        keys = 0;
+        for (std::size_t i = 0; i < compiled.binds.size(); ++i) {
+            sqlite3_bind_text(statement, static_cast<int>(i + 1), compiled.binds[i].c_str(), static_cast<int>(compiled.binds[i].size()), SQLITE_STATIC);
+        }
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            ++keys;
+        }
+        fullScan = sqlite3_stmt_status(statement, SQLITE_STMTSTATUS_FULLSCAN_STEP, 1);
+        vmSteps = sqlite3_stmt_status(statement, SQLITE_STMTSTATUS_VM_STEP, 1);
+        sqlite3_reset(statement);
+    }
+    sqlite3_finalize(statement);
+    state.counters["keys"] = static_cast<double>(keys);
+    state.counters["index_entries_per_key"] = keys ? static_cast<double>(visited) / static_cast<double>(keys) : 0;
+    // The driving range plus one seek of the record per key.
+    state.counters["btree_visits_per_key"] = keys ? static_cast<double>(visited + keys) / static_cast<double>(keys) : 0;
+    state.counters["fullscan_steps"] = fullScan;
+    state.counters["vm_steps_per_key"] = keys ? static_cast<double>(vmSteps) / static_cast<double>(keys) : 0;
+}
+
+BENCHMARK(BM_StoreQuery)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_HandWrittenSqlite)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_IndexEntriesPerKey)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+} // namespace
+
+BENCHMARK_MAIN();
