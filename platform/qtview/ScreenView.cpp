@@ -681,17 +681,16 @@ void ScreenView::startDrag(Entry& entry)
     drag->setPixmap(Pictures::dragPicture(devicePixelRatioF()));
     drag->setHotSpot(QPoint(16, 16));
     const QPointer<QDrag> guard(drag);
-    runDrag(*drag);
+    if (m_runDrag) {
+        m_runDrag(*drag);
+    } else {
+        drag->exec(Qt::MoveAction);
+    }
     if (guard) {
         guard->deleteLater();
     }
     // Released anywhere but over a list: the drag ends with nothing dropped.
     m_screen.cancelDrag();
-}
-
-void ScreenView::runDrag(QDrag& drag)
-{
-    drag.exec(Qt::MoveAction);
 }
 
 bool ScreenView::dropEvent(Entry& entry, QEvent& event)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -50,11 +51,12 @@ public:
 
     static int toPixels(int twips) { return twips / 15; }
 
-protected:
-    // Runs a drag that a list began, until it is dropped or given up. Tests
-    // replace it to drop without a nested event loop.
-    virtual void runDrag(QDrag& drag);
+    // Runs a drag that a list began, until it is dropped or given up; by
+    // default QDrag::exec. Tests replace it to drop without a nested event loop.
+    using DragRunner = std::function<void(QDrag&)>;
+    void setDragRunner(DragRunner runner) { m_runDrag = std::move(runner); }
 
+protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     bool event(QEvent* event) override;
 
@@ -110,6 +112,7 @@ private:
     std::unordered_map<const Control*, std::size_t> m_byControl;
     std::unordered_map<const QObject*, std::size_t> m_byWidget;
     Press m_press;
+    DragRunner m_runDrag;
     bool m_mirroring = false;
     bool m_waitCursor = false;
 };

@@ -22,22 +22,20 @@
 
 namespace {
 
-// A view whose drags drop on the list named in dropOn (or nowhere), through the
-// same drag and drop events a real drag delivers.
-class DroppingView : public ScreenView {
-public:
-    using ScreenView::ScreenView;
+// Drops a drag on the list named in dropOn (or nowhere), through the same
+// drag and drop events a real drag delivers.
+struct Dropper {
+    const ScreenView* view = nullptr;
     std::string dropOn;
     int drags = 0;
 
-protected:
-    void runDrag(QDrag& drag) override
+    void operator()(QDrag& drag)
     {
         ++drags;
         if (dropOn.empty()) {
             return;
         }
-        QWidget* target = static_cast<QListView*>(widget(dropOn))->viewport();
+        QWidget* target = static_cast<QListView*>(view->widget(dropOn))->viewport();
         const QPointF at(target->width() / 2.0, target->height() / 2.0);
         QDragEnterEvent enter(at.toPoint(), Qt::MoveAction, drag.mimeData(), Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(target, &enter);
@@ -84,6 +82,8 @@ protected:
         for (const char* name : {"Opt_Prest", "Opt_Mandat", "Opt_Inter"}) {
             screen.get(name).handle(Event::Click, "Click", [this, name](EventArgs&) { log(std::string(name) + " Click"); });
         }
+        dropper.view = &view;
+        view.setDragRunner([this](QDrag& drag) { dropper(drag); });
         view.show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&view));
     }
@@ -117,7 +117,8 @@ protected:
 
     TestHost host;
     ScreenModel screen{host};
-    DroppingView view{screen};
+    ScreenView view{screen};
+    Dropper dropper;
     std::vector<std::string> events;
 };
 
@@ -224,7 +225,7 @@ TEST_F(ScreenViewTest, APlainClickTogglesTheLineAndNeverDrops)
     EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(1));
     EXPECT_EQ(screen.get("Lst_OrgaPos").listIndex(), 1);
     EXPECT_EQ(screen.dragSource(), nullptr);
-    EXPECT_EQ(view.drags, 0);
+    EXPECT_EQ(dropper.drags, 0);
     // A second click on the same line takes its selection away.
     press(viewport("Lst_OrgaPos"), at);
     release(viewport("Lst_OrgaPos"), at);
@@ -233,15 +234,15 @@ TEST_F(ScreenViewTest, APlainClickTogglesTheLineAndNeverDrops)
 
 TEST_F(ScreenViewTest, ADragPastTheDistanceDropsOnTheListUnderTheRelease)
 {
-    view.dropOn = "Lst_OrgaSel";
+    dropper.dropOn = "Lst_OrgaSel";
     const QPoint at = rowCentre("Lst_OrgaPos", 0);
     press(viewport("Lst_OrgaPos"), at);
     move(viewport("Lst_OrgaPos"), at + QPoint(0, QApplication::startDragDistance() + 2));
-    EXPECT_EQ(view.drags, 1);
+    EXPECT_EQ(dropper.drags, 1);
     EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1", "Lst_OrgaSel DragDrop"}));
     EXPECT_EQ(screen.dragSource(), nullptr);
     // Given up over nothing: no drop, and nothing stays armed.
-    view.dropOn.clear();
+    dropper.dropOn.clear();
     press(viewport("Lst_OrgaSel"), rowCentre("Lst_OrgaSel", 0));
     move(viewport("Lst_OrgaSel"), rowCentre("Lst_OrgaSel", 0) + QPoint(30, 0));
     EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaSel MouseDown 1"}));
