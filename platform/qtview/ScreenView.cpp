@@ -53,6 +53,20 @@ std::int16_t buttonNumber(Qt::MouseButton button)
     }
 }
 
+// The screen was drawn for a narrow sans-serif of 8.25 points; the first of
+// these the machine has keeps the captions within their places.
+QFont screenFont(QFont font)
+{
+    for (const char* family : {"MS Sans Serif", "Microsoft Sans Serif", "Tahoma", "Liberation Sans", "Arial", "DejaVu Sans Condensed"}) {
+        if (QFontDatabase::hasFamily(QString::fromLatin1(family))) {
+            font.setFamily(QString::fromLatin1(family));
+            break;
+        }
+    }
+    font.setPointSizeF(8.25);
+    return font;
+}
+
 QFont fixedPitchFont()
 {
     QFont font = QFontDatabase::hasFamily(QStringLiteral("Courier New")) ? QFont(QStringLiteral("Courier New"))
@@ -125,9 +139,7 @@ ScreenView::~ScreenView()
 
 void ScreenView::build()
 {
-    QFont screenFont = font();
-    screenFont.setPointSizeF(8.25);
-    setFont(screenFont);
+    setFont(screenFont(font()));
     setMinimumSize(toPixels(ScreenTable::kDesignWidth), toPixels(ScreenTable::kDesignHeight));
     setFocusPolicy(Qt::NoFocus);
 
@@ -151,7 +163,17 @@ void ScreenView::build()
                 continue;
             }
             const ControlSpec& spec = entry.control->spec();
+            if (!entry.widget->testAttribute(Qt::WA_SetFont)) {
+                // Set on each widget: a frame's style sheet would otherwise give
+                // its options the application's font.
+                entry.widget->setFont(font());
+            }
             entry.widget->setGeometry(toPixels(spec.left), toPixels(spec.top), toPixels(spec.width), toPixels(spec.height));
+            if (qobject_cast<QLabel*>(entry.widget)) {
+                // A caption wider in this font than in the one drawn for runs on
+                // rather than being cut.
+                entry.widget->resize(std::max(entry.widget->width(), entry.widget->sizeHint().width()), entry.widget->height());
+            }
             entry.widget->setObjectName(QString::fromStdString(entry.control->name()));
             m_byWidget.emplace(entry.widget, static_cast<std::size_t>(&entry - m_entries.data()));
         }
@@ -256,6 +278,9 @@ QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
     }
     case ControlKind::Frame: {
         auto* frame = new QGroupBox(caption, parent);
+        // The caption sits on the frame's line, as the table's positions expect.
+        frame->setStyleSheet(QStringLiteral("QGroupBox { border: 1px solid palette(mid); margin-top: 6px; }"
+                                            "QGroupBox::title { subcontrol-origin: margin; left: 6px; padding: 0 2px; }"));
         entry.group = new QButtonGroup(frame);
         entry.group->setExclusive(true);
         return frame;
