@@ -139,7 +139,7 @@ std::string statementRecord(std::mt19937_64& random, int period, const std::stri
     std::string beneficiaries, files, labels, quantities, prices, amounts;
     long long total = 0;
     for (int l = 0; l < lines; ++l) {
-        const char* sep = l ? "\xFD" : "";
+        const std::string sep = l ? std::string(1, VM) : std::string();
         const auto& service = kServices[below(random, kServices.size())];
         const long long quantity = 100 * static_cast<long long>(1 + below(random, 40)) + (below(random, 4) == 0 ? 50 : 0);
         const long long amount = quantity * service.priceCents / 100;

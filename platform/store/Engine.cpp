@@ -601,7 +601,11 @@ std::string valueTest(const std::string& column, const sentence::Alternative& al
 
 CompiledQuery Engine::compile(const sentence::Parsed& parsed, bool wantRecord)
 {
-    requireFile(parsed.file, "SSELECT " + parsed.file);
+    if (!fileExists(parsed.file)) {
+        throw DbaError(DbaError::Kind::NoFile, "SSELECT " + parsed.file,
+            "no file \"" + parsed.file + "\" at word " + std::to_string(parsed.fileWord.number) + " (column "
+                + std::to_string(parsed.fileWord.column) + ")");
+    }
     refreshSchema();
     const auto& names = dictionaryOf(parsed.file);
 

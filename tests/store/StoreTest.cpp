@@ -144,7 +144,7 @@ TEST_F(Sentences, MalformedSentencesNameTheWordAndPosition)
         {"", DbaError::Kind::BadSentence, "word 1"},
         {"SELECT ACTIVITES", DbaError::Kind::BadSentence, "\"SELECT\""},
         {"SSELECT", DbaError::Kind::BadSentence, "end of the sentence"},
-        {"SSELECT NOFILE", DbaError::Kind::NoFile, "NOFILE"},
+        {"SSELECT NOFILE", DbaError::Kind::NoFile, "\"NOFILE\" at word 2 (column 9)"},
         {"SSELECT ACTIVITES AVEC", DbaError::Kind::BadSentence, "word 4"},
         {"SSELECT ACTIVITES AVEC 12 \"P\"", DbaError::Kind::BadSentence, "word 5 (column 27)"},
         {"SSELECT ACTIVITES AVEC 12 = P", DbaError::Kind::BadSentence, "\"P\""},
