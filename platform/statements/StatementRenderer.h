@@ -12,18 +12,17 @@
 #include <span>
 
 #include <QString>
+#include <QTextDocument>
 
 #include "StatementData.h"
 
 class QIODevice;
 class QPagedPaintDevice;
-class QTextDocument;
 
 namespace statements {
 
-// The document of one statement, for a page body of the given size in the
-// layout's units (the paint device's pixels once it is set). Exposed for tests
-// and previews.
+// The document of one statement, not yet paginated: render() gives it the
+// device and the page size. Exposed for previews and benchmarks.
 std::unique_ptr<QTextDocument> buildDocument(const StatementData& data);
 
 // Draws the statements on device, which must be A4-sized and not yet painted on
