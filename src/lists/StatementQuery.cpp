@@ -85,7 +85,7 @@ void Ctr_Calvarine::Requete_Liste()
             }
         });
         std::string previousCode;
-        for (std::int16_t i = 1; i <= count; ++i) {
+        for (int i = 1; i <= count; ++i) {
             const std::string key = Tab_Cles->attribute(i);
             if (!byOrganisation) {
                 trap.step([&] { Cbo_Tri.addItem(invoiceOf(key)); });
@@ -132,7 +132,7 @@ void Ctr_Calvarine::fillPossiblePair()
         }
     });
     std::string previousLine;
-    for (std::int16_t i = 1; i <= count; ++i) {
+    for (int i = 1; i <= count; ++i) {
         const std::string key = Tab_Cles->attribute(i);
         trap.clear();
         trap.step([&] { Variable::I_OrgPriseCharge = Obj(Variable::F_OrgPriseCharge, "F_OrgPriseCharge").ReadItem(organisationOf(key)); });

@@ -50,7 +50,7 @@ void Ctr_Calvarine::PickExe()
             message = "Le fichier suivant a été généré dans le répertoire FUSION :\r\n - " + Obj(Variable::I_Tempo, "I_Tempo").attribute(1);
         } else {
             message = "Les fichiers suivants ont été générés dans le répertoire FUSION :\r\n";
-            for (std::int16_t i = 1; i <= n; ++i) {
+            for (int i = 1; i <= n; ++i) {
                 message += " - " + Obj(Variable::I_Tempo, "I_Tempo").attribute(i) + "\r\n";
             }
         }

@@ -20,7 +20,7 @@ void Ctr_Calvarine::Txt_Entite_Change()
         return;
     }
     const std::int16_t count = Tab_Entite ? Tab_Entite->DCount() : 0;
-    for (std::int16_t i = 1; i <= count; ++i) {
+    for (int i = 1; i <= count; ++i) {
         if (Txt_Entite.text() == Tab_Entite->value(i, 1)) {
             Cbo_Entite.setText(Tab_Entite->value(i, 2));
             Vider_Champs();
@@ -94,7 +94,7 @@ void Ctr_Calvarine::Cbo_Entite_KeyPress(std::int16_t& KeyAscii)
     Tab_EntiteRecherche->setText("");
     const std::string wanted = Text::UCase(typed);
     std::int16_t row = 1;
-    for (std::int16_t i = 1; i <= count; ++i) {
+    for (int i = 1; i <= count; ++i) {
         if (Text::Left(Tab_Entite->value(i, 2), n) == wanted) {
             Tab_EntiteRecherche->setValue(row, 1, Tab_Entite->value(i, 1));
             Tab_EntiteRecherche->setValue(row, 2, Tab_Entite->value(i, 2));

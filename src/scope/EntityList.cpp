@@ -25,7 +25,7 @@ void Ctr_Calvarine::Remplir_Combo_Entite()
     std::string lastCode;
     std::int16_t row = 1;
     const std::int16_t n = Tab_EntiteRecherche->DCount();
-    for (std::int16_t i = 1; i <= n; ++i) {
+    for (int i = 1; i <= n; ++i) {
         const std::string code = Text::Left(Tab_EntiteRecherche->attribute(i), 3);
         if (code == lastCode) {
             continue;
@@ -38,7 +38,7 @@ void Ctr_Calvarine::Remplir_Combo_Entite()
     }
     Tab_EntiteRecherche->setText("");
     const std::int16_t count = Tab_Entite->DCount();
-    for (std::int16_t i = 1; i <= count; ++i) {
+    for (int i = 1; i <= count; ++i) {
         Cbo_Entite.addItem(Tab_Entite->value(i, 2));
     }
     m_screen.host().doEvents();

@@ -306,5 +306,8 @@ void Control::operatorKey(std::int16_t code)
 void Control::operatorPaste(std::string_view text)
 {
     m_allSelected = false;
+    if (kind() == ControlKind::ComboBox && m_spec->initial.find("Style 2") != std::string_view::npos) {
+        return; // nothing can be typed or pasted into a drop-down list
+    }
     setText(m_maxLength > 0 ? Text::Left(text, m_maxLength) : std::string(text));
 }
