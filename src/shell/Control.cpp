@@ -148,7 +148,8 @@ void Control::addItem(std::string_view text)
     for (auto* observer : m_screen.observers()) {
         observer->itemAboutToBeInserted(*this, index);
     }
-    m_items.insert(at, Item{std::string(text), hashOf(text)});
+    m_hashes.insert(m_hashes.begin() + index, hashOf(text));
+    m_items.insert(at, Item{std::string(text)});
     m_newIndex = index;
     if (m_listIndex >= index) {
         ++m_listIndex;
@@ -165,6 +166,7 @@ void Control::removeItem(std::int16_t index)
         observer->itemAboutToBeRemoved(*this, index);
     }
     m_items.erase(m_items.begin() + index);
+    m_hashes.erase(m_hashes.begin() + index);
     if (m_listIndex == index) {
         m_listIndex = -1;
     } else if (m_listIndex > index) {
@@ -181,6 +183,7 @@ void Control::clear()
         observer->listAboutToBeCleared(*this);
     }
     m_items.clear();
+    m_hashes.clear();
     m_listIndex = -1;
     m_newIndex = -1;
     // A combo's text goes with its entries; Clear raises no Change.
@@ -190,15 +193,6 @@ void Control::clear()
     for (auto* observer : m_screen.observers()) {
         observer->listCleared(*this);
     }
-}
-
-bool Control::entryEquals(std::int16_t index, std::string_view text, std::size_t textHash) const
-{
-    if (index < 0 || index >= listCount()) {
-        return false;
-    }
-    const Item& item = m_items[static_cast<std::size_t>(index)];
-    return item.hash == textHash && item.text == text;
 }
 
 std::size_t Control::hashOf(std::string_view text) noexcept

@@ -81,7 +81,11 @@ public:
     bool sorted() const noexcept { return m_sorted; }
     // Whether entry index holds text exactly. Each entry keeps a hash of its
     // text, so that a walk over a long list compares little but hashes.
-    bool entryEquals(std::int16_t index, std::string_view text, std::size_t textHash) const;
+    bool entryEquals(std::int16_t index, std::string_view text, std::size_t textHash) const
+    {
+        const auto i = static_cast<std::size_t>(index);
+        return i < m_hashes.size() && m_hashes[i] == textHash && m_items[i].text == text;
+    }
     static std::size_t hashOf(std::string_view text) noexcept;
 
     // Moves the focus here without raising LostFocus anywhere.
@@ -111,7 +115,6 @@ public:
 private:
     struct Item {
         std::string text;
-        std::size_t hash = 0;
         std::int32_t data = 0;
         bool selected = false;
     };
@@ -135,6 +138,7 @@ private:
     bool m_sorted;
     std::string m_text;
     std::vector<Item> m_items;
+    std::vector<std::size_t> m_hashes; // hashes of the entries' texts, in step with m_items
     std::int16_t m_listIndex = -1;
     std::int16_t m_newIndex = -1;
     bool m_allSelected = false;
