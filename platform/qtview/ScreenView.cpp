@@ -1,5 +1,7 @@
 #include "ScreenView.h"
 
+#include <algorithm>
+
 #include <QApplication>
 #include <QButtonGroup>
 #include <QClipboard>
@@ -242,8 +244,6 @@ QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
     }
     case ControlKind::ListBox: {
         auto* list = new QListView(parent);
-        entry.model = new ScreenListModel(m_screen, control, list);
-        list->setModel(entry.model);
         list->setUniformItemSizes(true);
         list->setSelectionMode(QAbstractItemView::NoSelection);
         list->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -255,6 +255,11 @@ QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
             list->setFont(fixedPitchFont());
         }
         entry.list = list;
+        // A hidden list (the code lists) gets its item model once it shows: until
+        // then it would only double the cost of filling the pair.
+        if (control.visible()) {
+            attachListModel(entry);
+        }
         return list;
     }
     case ControlKind::CommandButton: {
@@ -333,6 +338,18 @@ void ScreenView::connectInput(Entry& entry)
     }
 }
 
+void ScreenView::attachListModel(Entry& entry)
+{
+    entry.model = new ScreenListModel(m_screen, *entry.control, entry.list);
+    entry.list->setModel(entry.model);
+    // The view must hear of changes after the item models do.
+    const auto& observers = m_screen.observers();
+    if (std::find(observers.begin(), observers.end(), static_cast<ScreenObserver*>(this)) != observers.end()) {
+        m_screen.removeObserver(this);
+        m_screen.addObserver(this);
+    }
+}
+
 ScreenView::Entry* ScreenView::entryOf(const Control& control)
 {
     const auto it = m_byControl.find(&control);
@@ -391,6 +408,9 @@ void ScreenView::sync(Entry& entry, Property property)
         entry.widget->setEnabled(entry.control->enabled());
         break;
     case Property::Visible:
+        if (entry.list && !entry.model && entry.control->visible()) {
+            attachListModel(entry);
+        }
         entry.widget->setHidden(!entry.control->visible());
         break;
     case Property::Text:
@@ -435,7 +455,7 @@ void ScreenView::syncListIndex(Entry& entry)
             entry.combo->setCurrentIndex(index);
         }
         syncText(entry);
-    } else if (entry.list) {
+    } else if (entry.list && entry.model) {
         const QModelIndex current = entry.model->index(index);
         if (entry.list->currentIndex() != current) {
             const QSignalBlocker blockSelection(entry.list->selectionModel());

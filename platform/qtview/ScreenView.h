@@ -46,7 +46,8 @@ public:
     // The widget that shows the control of that name; null for controls
     // without one (the sibling control, menu entries).
     QWidget* widget(std::string_view name) const;
-    // The item model behind a list box or combo box.
+    // The item model behind a list box or combo box; null for a list that has
+    // never been visible.
     ScreenListModel* listModel(std::string_view name) const;
 
     static int toPixels(int twips) { return twips / 15; }
@@ -80,6 +81,7 @@ private:
     void build();
     QWidget* makeWidget(Entry& entry, QWidget* parent);
     void connectInput(Entry& entry);
+    void attachListModel(Entry& entry);
     Entry* entryOf(const Control& control);
     Entry* entryOfWidget(const QObject* object);
 

@@ -150,6 +150,20 @@ TEST_F(ScreenViewTest, LaysTheScreenOutFromItsTable)
     EXPECT_TRUE(widget<QListView>("Lst_OrgaPos")->uniformItemSizes());
 }
 
+TEST_F(ScreenViewTest, AHiddenListGetsItsItemModelOnceItShows)
+{
+    Control& codes = screen.get("Lst_CodeOrgaPos");
+    codes.addItem("012 F1");
+    EXPECT_EQ(view.listModel("Lst_CodeOrgaPos"), nullptr);
+    codes.setVisible(true);
+    ASSERT_NE(view.listModel("Lst_CodeOrgaPos"), nullptr);
+    EXPECT_TRUE(view.widget("Lst_CodeOrgaPos")->isVisible());
+    codes.addItem("045 F2");
+    EXPECT_EQ(widget<QListView>("Lst_CodeOrgaPos")->model()->rowCount(), 2);
+    codes.setListIndex(1);
+    EXPECT_EQ(widget<QListView>("Lst_CodeOrgaPos")->currentIndex().row(), 1);
+}
+
 TEST_F(ScreenViewTest, KeysGoThroughTheModelWhichMayDropThem)
 {
     auto* code = widget<QLineEdit>("Txt_Entite");
