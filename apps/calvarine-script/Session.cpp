@@ -9,6 +9,7 @@
 #include "Rights.h"
 #include "ServerCommands.h"
 #include "Text.h"
+#include "shell/Procedure.h"
 #include "shell/Variable.h"
 
 namespace script {
@@ -18,21 +19,10 @@ namespace {
 // Each file plays as if in a fresh process: module Variable starts empty.
 void resetModuleVariable()
 {
-    using namespace Variable;
-    I_Association.reset();
-    I_OrgPriseCharge.reset();
-    I_PeriodesPaie.reset();
-    I_Tempo.reset();
-    F_Activites.reset();
-    F_Association.reset();
-    F_FacturOrg.reset();
-    F_OrgPriseCharge.reset();
-    F_PeriodesPaie.reset();
-    F_Tempo.reset();
-    TheDatabase.reset();
-    TheClient.reset();
+    Procedure::FermerFichiers();
+    Variable::TheClient.reset();
     Variable::AideEnLigne.reset();
-    B_Edition = false;
+    Variable::B_Edition = false;
 }
 
 using Method = void (Ctr_Calvarine::*)();

@@ -37,6 +37,19 @@ std::string codeLine(const std::string& key)
     return organisationOf(key) + " " + invoiceOf(key);
 }
 
+// The number of keys of the latest query, as a 16-bit count: 0 when it found
+// nothing, and 0 too when there are more than 32,767 (the conversion fails).
+std::int16_t keyCount(const std::shared_ptr<DbaDynArray>& keys, ErrorTrap& trap)
+{
+    std::int16_t count = 0;
+    trap.step([&] {
+        if (keys && !keys->attribute(1).empty()) {
+            count = keys->DCount();
+        }
+    });
+    return count;
+}
+
 std::string archiveSentence(const std::string& period, const std::string& keyBeginning, const char* order)
 {
     return std::string("SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = \"") + period + "\" AND AVEC 0 = \"" + keyBeginning
@@ -77,32 +90,7 @@ void Ctr_Calvarine::Requete_Liste()
                 byOrganisation ? " PAR SigleOrgaArchive PAR NumFactArchive" : " PAR NumFactArchive");
         });
         selectArchive(sentence);
-
-        std::int16_t count = 0;
-        trap.step([&] {
-            if (Tab_Cles && !Tab_Cles->attribute(1).empty()) {
-                count = Tab_Cles->DCount();
-            }
-        });
-        std::string previousCode;
-        for (int i = 1; i <= count; ++i) {
-            const std::string key = Tab_Cles->attribute(i);
-            if (!byOrganisation) {
-                trap.step([&] { Cbo_Tri.addItem(invoiceOf(key)); });
-                continue;
-            }
-            const std::string code = organisationOf(key);
-            if (code == previousCode) {
-                continue;
-            }
-            trap.clear();
-            trap.step([&] { Variable::I_OrgPriseCharge = Obj(Variable::F_OrgPriseCharge, "F_OrgPriseCharge").ReadItem(code); });
-            std::string entry;
-            trap.step([&] { entry = trap.isNoRecord() ? kNoOrganisation : Obj(Variable::I_OrgPriseCharge, "I_OrgPriseCharge").attribute(1); });
-            trap.step([&] { Cbo_Tri.addItem(entry); });
-            trap.step([&] { Cbo_Tri.setItemData(Cbo_Tri.newIndex(), Text::CLng(code)); });
-            previousCode = code;
-        }
+        fillChoiceList(byOrganisation);
     }
 
     trap.step([&] { m_screen.host().doEvents(); });
@@ -122,15 +110,35 @@ void Ctr_Calvarine::selectArchive(const std::string& sentence)
     });
 }
 
+void Ctr_Calvarine::fillChoiceList(bool byOrganisation)
+{
+    ErrorTrap trap;
+    const std::int16_t count = keyCount(Tab_Cles, trap);
+    std::string previousCode;
+    for (int i = 1; i <= count; ++i) {
+        const std::string key = Tab_Cles->attribute(i);
+        if (!byOrganisation) {
+            trap.step([&] { Cbo_Tri.addItem(invoiceOf(key)); });
+            continue;
+        }
+        const std::string code = organisationOf(key);
+        if (code == previousCode) {
+            continue;
+        }
+        trap.clear();
+        trap.step([&] { Variable::I_OrgPriseCharge = Obj(Variable::F_OrgPriseCharge, "F_OrgPriseCharge").ReadItem(code); });
+        std::string entry;
+        trap.step([&] { entry = trap.isNoRecord() ? kNoOrganisation : Obj(Variable::I_OrgPriseCharge, "I_OrgPriseCharge").attribute(1); });
+        trap.step([&] { Cbo_Tri.addItem(entry); });
+        trap.step([&] { Cbo_Tri.setItemData(Cbo_Tri.newIndex(), Text::CLng(code)); });
+        previousCode = code;
+    }
+}
+
 void Ctr_Calvarine::fillPossiblePair()
 {
     ErrorTrap trap;
-    std::int16_t count = 0;
-    trap.step([&] {
-        if (Tab_Cles && !Tab_Cles->attribute(1).empty()) {
-            count = Tab_Cles->DCount();
-        }
-    });
+    const std::int16_t count = keyCount(Tab_Cles, trap);
     std::string previousLine;
     for (int i = 1; i <= count; ++i) {
         const std::string key = Tab_Cles->attribute(i);

@@ -115,6 +115,9 @@ private:
     // Fills the possible pair with one statement line and one code line per key
     // of Tab_Cles, skipping a line equal to the one last added. Skip-and-continue.
     void fillPossiblePair();
+    // Fills Cbo_Tri from Tab_Cles: one organisation per run of its code (the
+    // code as ItemData), or every invoice number. Skip-and-continue.
+    void fillChoiceList(bool byOrganisation);
     // The padded code of an organisation: n in decimal, "0" in front up to
     // Txt_Tri.MaxLength characters.
     std::string paddedCode(const std::string& digits) const;

@@ -3,6 +3,8 @@
 #include "shell/Variable.h"
 #include "shell/ObjectRef.h"
 
+// The right button opens the help menu. Its entries are enabled again at each
+// press, since the start-up presentation disables them.
 void Ctr_Calvarine::UserControl_MouseDown(std::int16_t& Button, std::int16_t&, float&, float&)
 {
     if (Button != 2) {
@@ -13,14 +15,9 @@ void Ctr_Calvarine::UserControl_MouseDown(std::int16_t& Button, std::int16_t&, f
     m_screen.host().popupMenu(Mnu_Aide);
 }
 
-void Ctr_Calvarine::Cdr_Activite_MouseDown(std::int16_t& Button, std::int16_t&, float&, float&)
+void Ctr_Calvarine::Cdr_Activite_MouseDown(std::int16_t& Button, std::int16_t& Shift, float& x, float& y)
 {
-    if (Button != 2) {
-        return;
-    }
-    Mnu_Aide.setEnabled(true);
-    Mnu_Sommaire.setEnabled(true);
-    m_screen.host().popupMenu(Mnu_Aide);
+    UserControl_MouseDown(Button, Shift, x, y);
 }
 
 void Ctr_Calvarine::Mnu_Sommaire_Click()
