@@ -128,11 +128,13 @@ ScreenView::ScreenView(ScreenModel& screen, QWidget* parent)
     // Registered after the item models, so that the combos are re-mirrored once
     // their models have told them of a change.
     m_screen.addObserver(this);
-    connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) { focusMoved(now); });
+    m_focusWatch = connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) { focusMoved(now); });
 }
 
 ScreenView::~ScreenView()
 {
+    // ~QWidget still moves the focus about, when this is no view any more.
+    disconnect(m_focusWatch);
     m_screen.removeObserver(this);
     if (m_waitCursor) {
         QApplication::restoreOverrideCursor();

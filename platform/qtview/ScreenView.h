@@ -117,4 +117,5 @@ private:
     DragRunner m_runDrag;
     bool m_mirroring = false;
     bool m_waitCursor = false;
+    QMetaObject::Connection m_focusWatch;
 };
