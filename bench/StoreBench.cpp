@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "Demo.h"
-#include "Engine.h"
+#include "SqliteEngine.h"
 #include "Sentence.h"
 #include "Store.h"
 #include "database/FileNames.h"
@@ -153,7 +153,7 @@ void BM_HandWrittenSqlite(benchmark::State& state)
 // visit passes a counting function placed on the driving index.
 void BM_IndexEntriesPerKey(benchmark::State& state)
 {
-    store::Engine engine(database());
+    store::SqliteEngine engine(database());
     const auto compiled = engine.compile(store::sentence::parse(kSentence), false);
     std::size_t visited = 0;
     sqlite3_create_function_v2(engine.handle(), "calv_count", 1, SQLITE_UTF8, &visited,

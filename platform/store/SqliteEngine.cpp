@@ -1,4 +1,4 @@
-#include "Engine.h"
+#include "SqliteEngine.h"
 
 #include <algorithm>
 #include <sqlite3.h>
@@ -7,6 +7,10 @@
 #include "database/DbaError.h"
 
 namespace store {
+
+using names::checkKey;
+using names::hasMark;
+using names::isPlainName;
 
 namespace {
 
@@ -89,45 +93,18 @@ int rightCollation(void*, int sizeA, const void* a, int sizeB, const void* b)
         std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(sizeB)));
 }
 
-bool hasMark(std::string_view text)
-{
-    return text.find_first_of("\xFE\xFD\xFC") != std::string_view::npos;
-}
 
-bool isReservedWord(std::string_view text)
-{
-    return text == "SSELECT" || text == "AVEC" || text == "AND" || text == "OR" || text == "PAR" || text == "=";
-}
 
-// Names are words of a sentence and parts of table names: no blank, quote,
-// mark, control character or '#'.
-bool isPlainName(std::string_view name)
-{
-    if (name.empty() || name.size() > 128 || isReservedWord(name)) {
-        return false;
-    }
-    return std::none_of(name.begin(), name.end(), [](char c) {
-        const auto u = static_cast<unsigned char>(c);
-        return u <= ' ' || u == 0x7F || c == '"' || c == '#' || u >= 0xFC;
-    });
-}
 
-void checkKey(std::string_view key, std::string_view context)
-{
-    if (key.empty() || hasMark(key)) {
-        throw DbaError(DbaError::Kind::BadData, std::string(context),
-            key.empty() ? "a key cannot be empty" : "a key cannot hold a mark character");
-    }
-}
 
 } // namespace
 
-void Engine::Finalize::operator()(sqlite3_stmt* statement) const
+void SqliteEngine::Finalize::operator()(sqlite3_stmt* statement) const
 {
     sqlite3_finalize(statement);
 }
 
-Engine::Engine(const std::filesystem::path& file)
+SqliteEngine::SqliteEngine(const std::filesystem::path& file)
     : m_path(file)
 {
     std::error_code error;
@@ -166,19 +143,19 @@ Engine::Engine(const std::filesystem::path& file)
     }
 }
 
-Engine::~Engine()
+SqliteEngine::~SqliteEngine()
 {
     m_statements.clear();
     m_sentences.clear();
     sqlite3_close_v2(m_db);
 }
 
-void Engine::fail(const std::string& context) const
+void SqliteEngine::fail(const std::string& context) const
 {
     throw DbaError(DbaError::Kind::Storage, context, sqlite3_errmsg(m_db));
 }
 
-void Engine::exec(const char* sql)
+void SqliteEngine::exec(const char* sql)
 {
     char* message = nullptr;
     if (sqlite3_exec(m_db, sql, nullptr, nullptr, &message) != SQLITE_OK) {
@@ -188,7 +165,7 @@ void Engine::exec(const char* sql)
     }
 }
 
-sqlite3_stmt* Engine::prepare(const std::string& sql)
+sqlite3_stmt* SqliteEngine::prepare(const std::string& sql)
 {
     if (const auto found = m_statements.find(sql); found != m_statements.end()) {
         return found->second.get();
@@ -200,7 +177,7 @@ sqlite3_stmt* Engine::prepare(const std::string& sql)
     return m_statements.emplace(sql, StatementPtr(raw)).first->second.get();
 }
 
-sqlite3_stmt* Engine::prepareSentence(const std::string& sql)
+sqlite3_stmt* SqliteEngine::prepareSentence(const std::string& sql)
 {
     if (const auto found = m_sentences.find(sql); found != m_sentences.end()) {
         return found->second.get();
@@ -216,7 +193,7 @@ sqlite3_stmt* Engine::prepareSentence(const std::string& sql)
     return m_sentences.emplace(sql, StatementPtr(raw)).first->second.get();
 }
 
-void Engine::transaction(const std::function<void()>& work)
+void SqliteEngine::transaction(const std::function<void()>& work)
 {
     if (m_depth > 0) {
         // Nested: a savepoint, so a failure undoes only this part.
@@ -254,7 +231,7 @@ void Engine::transaction(const std::function<void()>& work)
     }
 }
 
-void Engine::refreshSchema()
+void SqliteEngine::refreshSchema()
 {
     sqlite3_stmt* statement = prepare("PRAGMA schema_version");
     Use use(statement);
@@ -269,7 +246,7 @@ void Engine::refreshSchema()
     }
 }
 
-void Engine::checkFileName(std::string_view file)
+void SqliteEngine::checkFileName(std::string_view file)
 {
     std::string lower(file.substr(0, 7));
     std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -278,7 +255,7 @@ void Engine::checkFileName(std::string_view file)
     }
 }
 
-bool Engine::fileExists(std::string_view file)
+bool SqliteEngine::fileExists(std::string_view file)
 {
     if (m_knownFiles.contains(file)) {
         return true;
@@ -300,14 +277,14 @@ bool Engine::fileExists(std::string_view file)
     return false;
 }
 
-void Engine::requireFile(std::string_view file, std::string_view context)
+void SqliteEngine::requireFile(std::string_view file, std::string_view context)
 {
     if (!fileExists(file)) {
         throw DbaError(DbaError::Kind::NoFile, std::string(context), "no file " + std::string(file));
     }
 }
 
-void Engine::createFile(std::string_view file)
+void SqliteEngine::createFile(std::string_view file)
 {
     if (fileExists(file)) {
         return;
@@ -319,7 +296,7 @@ void Engine::createFile(std::string_view file)
     m_knownFiles.emplace(file);
 }
 
-std::vector<std::string> Engine::files()
+std::vector<std::string> SqliteEngine::files()
 {
     std::vector<std::string> names;
     sqlite3_stmt* statement = prepare("SELECT name FROM sqlite_schema WHERE type = 'table' AND instr(name, '#') = 0 "
@@ -335,7 +312,7 @@ std::vector<std::string> Engine::files()
     return names;
 }
 
-const std::vector<DictName>& Engine::dictionaryOf(const std::string& file)
+const std::vector<DictName>& SqliteEngine::dictionaryOf(const std::string& file)
 {
     if (const auto found = m_dictionaries.find(file); found != m_dictionaries.end()) {
         return found->second;
@@ -361,13 +338,13 @@ const std::vector<DictName>& Engine::dictionaryOf(const std::string& file)
     return m_dictionaries.emplace(file, std::move(names)).first->second;
 }
 
-std::vector<DictName> Engine::dictionary(std::string_view file)
+std::vector<DictName> SqliteEngine::dictionary(std::string_view file)
 {
     refreshSchema();
     return dictionaryOf(std::string(file));
 }
 
-void Engine::defineName(std::string_view file, std::string_view name, int attribute, Justify justify)
+void SqliteEngine::defineName(std::string_view file, std::string_view name, int attribute, Justify justify)
 {
     const std::string context = "name " + std::string(name) + " of " + std::string(file);
     const bool digits = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
@@ -419,7 +396,7 @@ void Engine::defineName(std::string_view file, std::string_view name, int attrib
     });
 }
 
-std::optional<std::string> Engine::read(std::string_view file, std::string_view key)
+std::optional<std::string> SqliteEngine::read(std::string_view file, std::string_view key)
 {
     requireFile(file, "read " + std::string(file));
     sqlite3_stmt* statement = prepare("SELECT record FROM " + quoteIdent(file) + " WHERE key = ?1");
@@ -435,7 +412,7 @@ std::optional<std::string> Engine::read(std::string_view file, std::string_view 
     return std::nullopt;
 }
 
-void Engine::forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit)
+void SqliteEngine::forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit)
 {
     requireFile(file, "read " + std::string(file));
     // Not cached: visit may use the engine, and this statement must stay its own.
@@ -454,7 +431,7 @@ void Engine::forEach(std::string_view file, const std::function<void(std::string
     }
 }
 
-void Engine::indexRecord(const std::vector<DictName>& names, std::string_view key, std::string_view oldRecord,
+void SqliteEngine::indexRecord(const std::vector<DictName>& names, std::string_view key, std::string_view oldRecord,
     std::string_view newRecord)
 {
     for (const auto& name : names) {
@@ -497,7 +474,7 @@ void Engine::indexRecord(const std::vector<DictName>& names, std::string_view ke
     }
 }
 
-void Engine::write(std::string_view file, std::string_view key, std::string_view record)
+void SqliteEngine::write(std::string_view file, std::string_view key, std::string_view record)
 {
     const std::string context = "write " + std::string(file) + " \"" + std::string(key) + "\"";
     checkKey(key, context);
@@ -520,7 +497,7 @@ void Engine::write(std::string_view file, std::string_view key, std::string_view
     });
 }
 
-bool Engine::remove(std::string_view file, std::string_view key)
+bool SqliteEngine::remove(std::string_view file, std::string_view key)
 {
     if (!fileExists(file)) {
         return false;
@@ -599,7 +576,7 @@ std::string valueTest(const std::string& column, const sentence::Alternative& al
 
 } // namespace
 
-CompiledQuery Engine::compile(const sentence::Parsed& parsed, bool wantRecord)
+CompiledQuery SqliteEngine::compile(const sentence::Parsed& parsed, bool wantRecord)
 {
     if (!fileExists(parsed.file)) {
         throw DbaError(DbaError::Kind::NoFile, "SSELECT " + parsed.file,
@@ -768,7 +745,7 @@ CompiledQuery Engine::compile(const sentence::Parsed& parsed, bool wantRecord)
     return query;
 }
 
-DbaDynArray Engine::select(std::string_view sentenceText, std::string_view attributeList)
+DbaDynArray SqliteEngine::select(std::string_view sentenceText, std::string_view attributeList)
 {
     const auto parsed = sentence::parse(sentenceText);
     const auto attributes = sentence::parseAttributeList(attributeList);

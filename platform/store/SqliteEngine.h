@@ -1,6 +1,6 @@
 #pragma once
 
-// The SQLite engine under Store: one connection, its prepared statements, the
+// The SQLite engine: one connection, its prepared statements, the
 // dictionaries it has read, and the index tables it keeps in step with every
 // write. Internal to the store; files opened from a Store share its engine, so
 // they stay usable while any of them lives.
@@ -21,55 +21,38 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Sentence.h"
-#include "Store.h"
+#include "Engine.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
 
 namespace store {
 
-struct DictName {
-    std::string name;
-    int attribute = 0;
-    Justify justify = Justify::Left;
-    std::string indexTable; // empty for the key (attribute 0)
-};
-
-// A sentence compiled to SQL, with the values to bind in order (all as text).
-struct CompiledQuery {
-    std::string sql;
-    std::vector<std::string> binds;
-    bool readsRecord = false; // column 1 is the record
-};
-
-class Engine {
+class SqliteEngine final : public Engine {
 public:
-    explicit Engine(const std::filesystem::path& file);
-    ~Engine();
-    Engine(const Engine&) = delete;
-    Engine& operator=(const Engine&) = delete;
+    explicit SqliteEngine(const std::filesystem::path& file);
+    ~SqliteEngine() override;
 
-    const std::filesystem::path& path() const { return m_path; }
+    const std::filesystem::path& path() const override { return m_path; }
     sqlite3* handle() const { return m_db; }
 
-    bool fileExists(std::string_view file);
-    void createFile(std::string_view file);
-    std::vector<std::string> files();
-    void defineName(std::string_view file, std::string_view name, int attribute, Justify justify);
-    std::vector<DictName> dictionary(std::string_view file);
+    bool fileExists(std::string_view file) override;
+    void createFile(std::string_view file) override;
+    std::vector<std::string> files() override;
+    void defineName(std::string_view file, std::string_view name, int attribute, Justify justify) override;
+    std::vector<DictName> dictionary(std::string_view file) override;
 
-    std::optional<std::string> read(std::string_view file, std::string_view key);
-    void write(std::string_view file, std::string_view key, std::string_view record);
-    bool remove(std::string_view file, std::string_view key);
+    std::optional<std::string> read(std::string_view file, std::string_view key) override;
+    void write(std::string_view file, std::string_view key, std::string_view record) override;
+    bool remove(std::string_view file, std::string_view key) override;
     // Calls visit(key, record) for every record of the file in key order.
-    void forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit);
+    void forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit) override;
 
-    void transaction(const std::function<void()>& work);
+    void transaction(const std::function<void()>& work) override;
 
     // Resolves and compiles a sentence; throws NoFile, UnknownName, BadSentence.
     CompiledQuery compile(const sentence::Parsed& parsed, bool wantRecord);
-    DbaDynArray select(std::string_view sentenceText, std::string_view attributes);
+    DbaDynArray select(std::string_view sentenceText, std::string_view attributes) override;
 
     static void checkFileName(std::string_view file);
 

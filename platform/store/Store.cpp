@@ -1,7 +1,10 @@
 #include "Store.h"
 
 #include <exception>
+#include <libpq-fe.h>
 
+#include "PgEngine.h"
+#include "SqliteEngine.h"
 #include "StoreImpl.h"
 
 namespace store {
@@ -80,9 +83,57 @@ Store::~Store() = default;
 std::shared_ptr<Store> Store::open(const std::filesystem::path& file)
 {
     auto impl = std::make_unique<Impl>();
-    impl->engine = std::make_shared<Engine>(file);
+    impl->engine = std::make_shared<SqliteEngine>(file);
     impl->fusion = file.parent_path() / "FUSION";
     return std::shared_ptr<Store>(new Store(std::move(impl)));
+}
+
+bool Store::isServerConnection(std::string_view connection)
+{
+    return connection.starts_with("postgresql://") || connection.starts_with("postgres://");
+}
+
+std::shared_ptr<Store> Store::connect(std::string_view connection)
+{
+    if (!isServerConnection(connection)) {
+        if (connection.starts_with("sqlite:")) {
+            connection.remove_prefix(7);
+        }
+        if (connection.empty()) {
+            throw DbaError(DbaError::Kind::NotConnected, "connect", "no database named");
+        }
+        return open(std::filesystem::path(connection));
+    }
+    auto impl = std::make_unique<Impl>();
+    impl->engine = std::make_shared<PgEngine>(connection);
+    impl->fusion = std::filesystem::current_path() / "FUSION";
+    return std::shared_ptr<Store>(new Store(std::move(impl)));
+}
+
+std::string Store::withSchema(std::string_view url, std::string_view schema)
+{
+    // libpq takes server options in the URI; "=" must be percent-encoded there.
+    std::string out(url);
+    out += out.find('?') == std::string::npos ? "?" : "&";
+    out += "options=-csearch_path%3D";
+    out += schema;
+    return out;
+}
+
+void Store::dropSchema(std::string_view url, std::string_view schema)
+{
+    const std::string text(url);
+    std::unique_ptr<PGconn, decltype(&PQfinish)> connection(PQconnectdb(text.c_str()), &PQfinish);
+    if (PQstatus(connection.get()) != CONNECTION_OK) {
+        throw DbaError(DbaError::Kind::Storage, "connect to the PostgreSQL server", PQerrorMessage(connection.get()));
+    }
+    char* quoted = PQescapeIdentifier(connection.get(), schema.data(), schema.size());
+    const std::string sql = "SET client_min_messages = warning; DROP SCHEMA IF EXISTS " + std::string(quoted ? quoted : "\"\"") + " CASCADE";
+    PQfreemem(quoted);
+    std::unique_ptr<PGresult, decltype(&PQclear)> result(PQexec(connection.get(), sql.c_str()), &PQclear);
+    if (PQresultStatus(result.get()) != PGRES_COMMAND_OK) {
+        throw DbaError(DbaError::Kind::Storage, "drop schema " + std::string(schema), PQresultErrorMessage(result.get()));
+    }
 }
 
 std::shared_ptr<DbaFile> Store::OpenFile(std::string_view name)
@@ -124,6 +175,9 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
     if (words.empty()) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P", "no command given");
     }
+    if (m_impl->engine->queuesCommands()) {
+        return executeQueued(commandText, words.front());
+    }
     const auto found = m_impl->commands.find(words.front());
     if (found == m_impl->commands.end()) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), "no such server command");
@@ -143,6 +197,99 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), failure.what());
     }
     return {};
+}
+
+DbaDynArray Store::executeQueued(const std::string& sentence, const std::string& name)
+{
+    auto& engine = *m_impl->engine;
+    const auto& client = m_impl->client;
+    const auto id = engine.enqueueCommand(sentence, client ? client->userName() : std::string(), client ? client->session() : std::string());
+    if (m_impl->serveOwnCommands) {
+        while (runQueuedCommand("in-process")) {
+        }
+    }
+    const auto outcome = engine.awaitCommand(id, m_impl->commandTimeout);
+    if (!outcome) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(m_impl->commandTimeout).count();
+        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name,
+            "no worker finished the command within " + std::to_string(seconds) + " s (is calvarine-server running?)");
+    }
+    if (!outcome->succeeded) {
+        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome->message);
+    }
+    return {};
+}
+
+bool Store::queuesCommands() const
+{
+    return m_impl->engine->queuesCommands();
+}
+
+void Store::setCommandTimeout(std::chrono::milliseconds timeout)
+{
+    m_impl->commandTimeout = timeout;
+}
+
+void Store::setServeOwnCommands(bool serve)
+{
+    m_impl->serveOwnCommands = serve;
+}
+
+void Store::waitForCommands(std::chrono::milliseconds timeout)
+{
+    m_impl->engine->waitForCommands(timeout);
+}
+
+bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease)
+{
+    auto& engine = *m_impl->engine;
+    const auto claimed = engine.claimCommand(worker, lease);
+    if (!claimed) {
+        return false;
+    }
+    // The command works in the session of the client that asked.
+    struct Restore {
+        Store::Impl& impl;
+        std::shared_ptr<DbaClient> previous;
+        ~Restore()
+        {
+            impl.engine->setSession(previous ? previous->session() : std::string());
+            impl.client = previous;
+        }
+    } restore{*m_impl, m_impl->client};
+    m_impl->client = std::make_shared<DbaClient>(claimed->user, claimed->session);
+    engine.setSession(claimed->session);
+
+    engine.completeCommand(*claimed, [&]() -> CommandOutcome {
+        // A command that stopped its workers this often would stop every next one.
+        constexpr int kMaxAttempts = 3;
+        if (claimed->attempt > kMaxAttempts) {
+            return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it"};
+        }
+        auto words = commandWords(claimed->sentence);
+        if (words.empty()) {
+            return {false, "no command given"};
+        }
+        const auto found = m_impl->commands.find(words.front());
+        if (found == m_impl->commands.end()) {
+            return {false, "no such server command " + words.front()};
+        }
+        const ServerCommand command = found->second;
+        std::error_code error;
+        std::filesystem::create_directories(m_impl->fusion, error);
+        if (error) {
+            return {false, "cannot create " + m_impl->fusion.string() + ": " + error.message()};
+        }
+        CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), m_impl->client};
+        try {
+            // A failed command leaves none of its records.
+            engine.transaction([&] { command(context); });
+        } catch (const std::exception& failure) {
+            return {false, failure.what()};
+        }
+        return {true, {}};
+    });
+    return true;
 }
 
 DbaDynArray Store::select(std::string_view sentence, std::string_view attributes)
@@ -217,6 +364,7 @@ void Store::setFusionDirectory(std::filesystem::path directory)
 
 void Store::setClient(std::shared_ptr<DbaClient> client)
 {
+    m_impl->engine->setSession(client ? client->session() : std::string());
     m_impl->client = std::move(client);
 }
 

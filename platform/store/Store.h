@@ -2,12 +2,15 @@
 
 // The multi-valued record store: files of records under text keys, a
 // dictionary of names per file, query sentences, and server commands run by
-// Execute. One database file (SQLite, WAL mode) holds everything; several
-// processes may use it at once.
+// Execute. Two engines: one database file (SQLite, WAL mode), which several
+// processes may use at once, or a PostgreSQL server shared by workstations, where
+// server commands go through a queue to workers (calvarine-server) and the
+// working records of TEMPO are private to each session.
 //
 // A Store is a DbaDatabase; the files it opens are DbaFiles. Use from one thread
 // at a time. Every failure is a DbaError (see database/DbaError.h).
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <iosfwd>
@@ -42,6 +45,16 @@ public:
     // Opens the database file, creating it (and its folder) if needed.
     // FUSION defaults to the folder "FUSION" beside the file.
     static std::shared_ptr<Store> open(const std::filesystem::path& file);
+    // Opens "sqlite:PATH" (or a bare path) as open() does, or connects to the
+    // PostgreSQL server of a URI "postgresql://..." or "postgres://...". On a
+    // server FUSION defaults to "FUSION" in the current folder.
+    static std::shared_ptr<Store> connect(std::string_view connection);
+    // True for a PostgreSQL URI.
+    static bool isServerConnection(std::string_view connection);
+    // The URI with every connection working in schema (created on first use).
+    static std::string withSchema(std::string_view url, std::string_view schema);
+    // Drops a schema with everything in it (tests and scenario runs).
+    static void dropSchema(std::string_view url, std::string_view schema);
 
     ~Store() override;
 
@@ -75,7 +88,8 @@ public:
     // Writes the named files (all when empty), dictionaries first.
     void exportJsonLines(std::ostream& out, const std::vector<std::string>& files = {});
 
-    // Server commands, run by Execute "P" in this process.
+    // Server commands, run by Execute "P": in this process on SQLite; on a server
+    // Execute queues the command and waits for a worker to run it.
     void registerCommand(std::string name, ServerCommand command);
     void unregisterCommand(std::string_view name);
     const std::filesystem::path& fusionDirectory() const;
@@ -83,11 +97,28 @@ public:
     // The session that Execute passes to the commands it runs.
     void setClient(std::shared_ptr<DbaClient> client);
 
+    // The database file; empty on a server.
     const std::filesystem::path& path() const;
+
+    // On a server: true, and the worker's side of the queue.
+    bool queuesCommands() const;
+    // How long Execute "P" waits for a worker before it fails (default 2 minutes).
+    void setCommandTimeout(std::chrono::milliseconds timeout);
+    // Execute "P" runs the queue itself while it waits, as a worker would (for a
+    // host with no worker beside it, such as the scenario host).
+    void setServeOwnCommands(bool serve);
+    // Takes one waiting command (or one whose worker's lease ran out), runs it with
+    // the commands registered here, in the session of the client that asked, and
+    // records the outcome; the command's records commit with its completion.
+    // False when nothing was waiting.
+    bool runQueuedCommand(std::string_view worker, std::chrono::seconds lease = std::chrono::seconds(60));
+    // Waits until a command may be waiting, or the time runs out.
+    void waitForCommands(std::chrono::milliseconds timeout);
 
 private:
     class Impl;
     explicit Store(std::unique_ptr<Impl> impl);
+    DbaDynArray executeQueued(const std::string& sentence, const std::string& name);
     std::unique_ptr<Impl> m_impl;
 };
 

@@ -14,6 +14,8 @@ public:
     std::map<std::string, ServerCommand, std::less<>> commands;
     std::filesystem::path fusion;
     std::shared_ptr<DbaClient> client;
+    std::chrono::milliseconds commandTimeout{std::chrono::minutes(2)};
+    bool serveOwnCommands = false;
 };
 
 } // namespace store

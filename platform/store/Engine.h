@@ -1,0 +1,121 @@
+#pragma once
+
+// What a Store needs of the database underneath: files of records, their
+// dictionaries, transactions, query sentences and, on a shared server, the queue
+// of server commands. Two engines implement it: SqliteEngine (one database file,
+// the default) and PgEngine (a PostgreSQL server shared by many workstations).
+// Internal to the store; files opened from a Store share its engine, so they
+// stay usable while any of them lives.
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Sentence.h"
+#include "Store.h"
+
+namespace store {
+
+struct DictName {
+    std::string name;
+    int attribute = 0;
+    Justify justify = Justify::Left;
+    std::string indexTable; // empty for the key (attribute 0)
+};
+
+// A sentence compiled to SQL, with the values to bind in order (all as text).
+struct CompiledQuery {
+    std::string sql;
+    std::vector<std::string> binds;
+    bool readsRecord = false; // column 1 is the record
+};
+
+// A server command taken from the queue by a worker.
+struct QueuedCommand {
+    std::int64_t id = 0;
+    std::int32_t attempt = 0; // the claim this worker holds; a later claim voids it
+    std::string sentence;
+    std::string user;
+    std::string session;
+};
+
+// The outcome of a queued command, as the worker left it.
+struct CommandOutcome {
+    bool succeeded = false;
+    std::string message;
+};
+
+class Engine {
+public:
+    virtual ~Engine() = default;
+    Engine() = default;
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    // The database file; empty for a server.
+    virtual const std::filesystem::path& path() const = 0;
+
+    virtual bool fileExists(std::string_view file) = 0;
+    virtual void createFile(std::string_view file) = 0;
+    virtual std::vector<std::string> files() = 0;
+    virtual void defineName(std::string_view file, std::string_view name, int attribute, Justify justify) = 0;
+    virtual std::vector<DictName> dictionary(std::string_view file) = 0;
+
+    virtual std::optional<std::string> read(std::string_view file, std::string_view key) = 0;
+    virtual void write(std::string_view file, std::string_view key, std::string_view record) = 0;
+    virtual bool remove(std::string_view file, std::string_view key) = 0;
+    // Calls visit(key, record) for every record of the file in key order.
+    virtual void forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit) = 0;
+
+    virtual void transaction(const std::function<void()>& work) = 0;
+
+    virtual DbaDynArray select(std::string_view sentenceText, std::string_view attributes) = 0;
+
+    // The workstation session whose working records this connection sees; an
+    // engine of one user ignores it.
+    virtual void setSession(std::string /*session*/) {}
+
+    // Server commands. An engine without a queue runs them in the calling process.
+    virtual bool queuesCommands() const { return false; }
+    // Queues a command and returns its number.
+    virtual std::int64_t enqueueCommand(std::string_view /*sentence*/, std::string_view /*user*/, std::string_view /*session*/)
+    {
+        return 0;
+    }
+    // Waits until the command is done; nullopt when the time ran out (the command
+    // is then withdrawn if no worker has taken it yet).
+    virtual std::optional<CommandOutcome> awaitCommand(std::int64_t /*id*/, std::chrono::milliseconds /*timeout*/)
+    {
+        return std::nullopt;
+    }
+    // Takes the oldest waiting command, or one whose worker's lease ran out.
+    virtual std::optional<QueuedCommand> claimCommand(std::string_view /*worker*/, std::chrono::seconds /*lease*/)
+    {
+        return std::nullopt;
+    }
+    // Runs work (the command) and records its outcome in one transaction, so the
+    // command's records and its completion commit together. Gives false, undoing
+    // work, when the claim is no longer this worker's (its lease ran out and
+    // another took the command).
+    virtual bool completeCommand(const QueuedCommand& /*command*/, const std::function<CommandOutcome()>& /*work*/)
+    {
+        return false;
+    }
+    // Waits until a command may be waiting (a notification) or the time runs out.
+    virtual void waitForCommands(std::chrono::milliseconds /*timeout*/) {}
+};
+
+// Shared by the engines: names and keys the store accepts.
+namespace names {
+bool hasMark(std::string_view text);
+bool isPlainName(std::string_view name);
+void checkKey(std::string_view key, std::string_view context);
+} // namespace names
+
+} // namespace store

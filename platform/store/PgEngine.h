@@ -1,0 +1,135 @@
+#pragma once
+
+// The PostgreSQL engine: one libpq connection shared by the workstations' stores
+// and the workers that run server commands.
+//
+// Schema (in the connection's current schema, created if missing):
+//   "calvarine#dict"(file, name, attr, justify, idx)   the dictionaries
+//   "<FILE>"(key bytea PRIMARY KEY, record bytea)       one table per file
+//   "<FILE>#<NAME>"(value bytea, key bytea)             index tables, as on SQLite
+//   "calvarine#commands"                                 the queue of server commands
+// Keys and records are bytea: the marks 0xFE/0xFD/0xFC are no valid UTF-8, so
+// text columns would refuse them under most server encodings, and bytea sorts
+// by bytes exactly as SQLite's BINARY collation does.
+//
+// Every write fires a statement trigger that notifies "calvarine_changes" with
+// "<schema>.<table>". The engine listens, and keeps small files (ORGPRISECHARGE,
+// ASSOCIATION...) whole in memory: a ReadItem then costs no round trip. Pending
+// notifications are read from the socket before every cached read, without a
+// round trip, so a change committed elsewhere empties the file's cache as soon as
+// its notification reaches this client.
+//
+// Session scope: in file TEMPO the keys "REQUETEBORDEXCEL" and "BORDCAISSEEXCEL"
+// are stored as "<key>@<session>" when a session is set, so two workstations
+// never see each other's working records.
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Engine.h"
+
+struct pg_conn;
+struct pg_result;
+
+namespace store {
+
+class PgEngine final : public Engine {
+public:
+    explicit PgEngine(std::string_view url);
+    ~PgEngine() override;
+
+    const std::filesystem::path& path() const override { return m_path; }
+    const std::string& schema() const { return m_schema; }
+
+    bool fileExists(std::string_view file) override;
+    void createFile(std::string_view file) override;
+    std::vector<std::string> files() override;
+    void defineName(std::string_view file, std::string_view name, int attribute, Justify justify) override;
+    std::vector<DictName> dictionary(std::string_view file) override;
+
+    std::optional<std::string> read(std::string_view file, std::string_view key) override;
+    void write(std::string_view file, std::string_view key, std::string_view record) override;
+    bool remove(std::string_view file, std::string_view key) override;
+    void forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit) override;
+
+    void transaction(const std::function<void()>& work) override;
+
+    DbaDynArray select(std::string_view sentenceText, std::string_view attributes) override;
+    // The SQL of a sentence (tests and benchmark).
+    CompiledQuery compile(const sentence::Parsed& parsed, const std::vector<int>& attributes);
+
+    void setSession(std::string session) override { m_session = std::move(session); }
+
+    bool queuesCommands() const override { return true; }
+    std::int64_t enqueueCommand(std::string_view sentence, std::string_view user, std::string_view session) override;
+    std::optional<CommandOutcome> awaitCommand(std::int64_t id, std::chrono::milliseconds timeout) override;
+    std::optional<QueuedCommand> claimCommand(std::string_view worker, std::chrono::seconds lease) override;
+    bool completeCommand(const QueuedCommand& command, const std::function<CommandOutcome()>& work) override;
+    void waitForCommands(std::chrono::milliseconds timeout) override;
+
+    // Files kept in memory: at most this many records (0 turns the cache off).
+    void setCacheLimit(std::size_t records) { m_cacheLimit = records; m_cache.clear(); }
+
+    // A value to bind: bytes, sent as binary (bytea and text alike).
+    using Params = std::vector<std::string_view>;
+
+private:
+    struct ClearResult {
+        void operator()(pg_result* result) const;
+    };
+    using Result = std::unique_ptr<pg_result, ClearResult>;
+
+    Result run(const std::string& sql, const Params& params, std::string_view context);
+    Result runPrepared(const std::string& sql, const Params& params, std::string_view context);
+    void runCommand(const std::string& sql, std::string_view context);
+    [[noreturn]] void fail(std::string_view context, pg_result* result) const;
+    void setUpSchema();
+    void drainNotifications();
+    bool waitForSocket(std::chrono::steady_clock::time_point deadline);
+    void listen(const char* channel, bool& listening);
+
+    const std::vector<DictName>& dictionaryOf(const std::string& file);
+    void indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> oldRecord,
+        std::string_view newRecord);
+    void requireFile(std::string_view file, std::string_view context);
+    void checkFileName(std::string_view file) const;
+    std::string storedKey(std::string_view file, std::string_view key) const;
+    void forget(std::string_view file);
+
+    std::filesystem::path m_path;
+    pg_conn* m_conn = nullptr;
+    std::string m_schema;
+    std::string m_session;
+    std::string m_defaultSession; // this connection's own, when the host sets none
+    int m_depth = 0;
+    bool m_abandoned = false; // a nested part failed and the server refused the rest
+
+    std::unordered_map<std::string, std::string> m_prepared; // SQL to statement name
+    std::size_t m_sentenceStatements = 0;
+    std::set<std::string, std::less<>> m_knownFiles;
+    std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
+
+    // Small files in memory; a file that proved too large is not tried again
+    // until it changes.
+    struct CachedFile {
+        std::unordered_map<std::string, std::string> records;
+    };
+    std::unordered_map<std::string, CachedFile> m_cache;
+    std::set<std::string, std::less<>> m_largeFiles;
+    std::size_t m_cacheLimit = 4096;
+
+    bool m_listeningQueue = false;
+    bool m_listeningDone = false;
+    bool m_queueSignal = false;
+    bool m_doneSignal = false;
+};
+
+} // namespace store
