@@ -7,7 +7,7 @@
 namespace store::testing {
 namespace {
 
-TEST_F(StoreTest, DemoDataIsCompleteAndReproducible)
+TEST_P(StoreTest, DemoDataIsCompleteAndReproducible)
 {
     DemoOptions options{600, 7, 40};
     options.user = "alice";
@@ -39,8 +39,8 @@ TEST_F(StoreTest, DemoDataIsCompleteAndReproducible)
 
     std::ostringstream first;
     db().exportJsonLines(first);
-    TempDir other;
-    auto again = Store::open(other.path() / "again.db");
+    TestDatabase other(GetParam());
+    auto again = other.connect();
     generateDemo(*again, options);
     std::ostringstream second;
     again->exportJsonLines(second);

@@ -139,7 +139,7 @@ protected:
     }
 };
 
-TEST_F(Randomized, CompilerAgreesWithNaiveModel)
+TEST_P(Randomized, CompilerAgreesWithNaiveModel)
 {
     for (const auto& name : kNames) {
         db().defineName("F", name.name, name.attribute, name.right ? Justify::Right : Justify::Left);
@@ -164,6 +164,8 @@ TEST_F(Randomized, CompilerAgreesWithNaiveModel)
         }
     }
 }
+
+CALVARINE_BOTH_ENGINES(Randomized);
 
 } // namespace
 } // namespace store::testing

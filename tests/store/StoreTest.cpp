@@ -33,7 +33,7 @@ protected:
     Sentences() { load(kFixture); }
 };
 
-TEST_F(Sentences, ActivityLettersWithOrChainInKeyOrder)
+TEST_P(Sentences, ActivityLettersWithOrChainInKeyOrder)
 {
     EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 12 = "P" OR = "M" OR = "I" PAR 0)"), "001M02^001P01^003I01");
     // Through the index of the name standing for attribute 12, same answer.
@@ -41,7 +41,7 @@ TEST_F(Sentences, ActivityLettersWithOrChainInKeyOrder)
     EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "001]")", "0 12"), "001M02|M^001P01|P");
 }
 
-TEST_F(Sentences, MultiValuedConditionHoldsWhenAnyValueMatches)
+TEST_P(Sentences, MultiValuedConditionHoldsWhenAnyValueMatches)
 {
     EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 12 = "I")"), "003I01");
     EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "Z")"), "003I01");
@@ -49,7 +49,7 @@ TEST_F(Sentences, MultiValuedConditionHoldsWhenAnyValueMatches)
     EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "003]")", "12 0"), "Z|I|003I01");
 }
 
-TEST_F(Sentences, StatementQueriesOfTheScreen)
+TEST_P(Sentences, StatementQueriesOfTheScreen)
 {
     EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR SigleOrgaArchive PAR NumFactArchive)"),
         "001P020202610F000000002^001P030202610F000000003^001P010202610F000000001");
@@ -61,7 +61,7 @@ TEST_F(Sentences, StatementQueriesOfTheScreen)
         "001P020202610F000000002");
 }
 
-TEST_F(Sentences, BeginsWithOnNamesAndKeys)
+TEST_P(Sentences, BeginsWithOnNamesAndKeys)
 {
     EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "2026]" AND AVEC 0 = "001P01]")"),
         "001P010202609F000000004^001P010202610F000000001");
@@ -71,7 +71,7 @@ TEST_F(Sentences, BeginsWithOnNamesAndKeys)
     EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "002]" OR = "001M02")"), "001M02^002X01");
 }
 
-TEST_F(Sentences, SortTiesGoByKeyAndRightJustifiedSortsNumbers)
+TEST_P(Sentences, SortTiesGoByKeyAndRightJustifiedSortsNumbers)
 {
     // Three statements share "CPAM": ties in key order.
     EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC SigleOrgaArchive = "CPAM")"),
@@ -82,7 +82,7 @@ TEST_F(Sentences, SortTiesGoByKeyAndRightJustifiedSortsNumbers)
         "-3^1500^200");
 }
 
-TEST_F(Sentences, EmptySelectionGivesEmptyText)
+TEST_P(Sentences, EmptySelectionGivesEmptyText)
 {
     const auto result = db().select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "199901" AND AVEC 0 = "001P]")");
     EXPECT_EQ(result.text(), "");
@@ -91,14 +91,14 @@ TEST_F(Sentences, EmptySelectionGivesEmptyText)
     EXPECT_EQ(keys("SSELECT FACTURORG", "0 1"), "");
 }
 
-TEST_F(Sentences, ValuesAreBoundNeverSpliced)
+TEST_P(Sentences, ValuesAreBoundNeverSpliced)
 {
     EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 12 = "P' OR 1=1 --")"), "");
     EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "'); DROP TABLE ACTIVITES; --")"), "");
     EXPECT_TRUE(db().fileExists("ACTIVITES"));
 }
 
-TEST_F(Sentences, SelectAndExecuteRequests)
+TEST_P(Sentences, SelectAndExecuteRequests)
 {
     std::int32_t status = -1;
     const std::string request = std::string(R"(SSELECT ACTIVITES AVEC 0 = "001]")") + "\xFE" + "ACTIVITES" + "\xFE" + "0 12";
@@ -108,6 +108,7 @@ TEST_F(Sentences, SelectAndExecuteRequests)
     EXPECT_THROW(db().Select(other, "", status), DbaError);
 
     EXPECT_EQ(db().Execute("LOGIN", "", status).text(), "");
+    db().setServeOwnCommands(true); // on a server: no worker beside this test
     std::vector<std::string> seen;
     db().registerCommand("ECHO", [&](CommandContext& context) {
         seen = context.arguments;
@@ -117,7 +118,6 @@ TEST_F(Sentences, SelectAndExecuteRequests)
     db().Execute(std::string("P\xFE") + "ECHO 202610 001 P", "", status);
     EXPECT_EQ(seen, (std::vector<std::string>{"202610", "001", "P"}));
     EXPECT_EQ(db().read("TEMPO", "OUT"), "done");
-    EXPECT_EQ(db().fusionDirectory(), dbPath().parent_path() / "FUSION");
 
     db().registerCommand("FAIL", [](CommandContext&) { throw std::runtime_error("disk full"); });
     try {
@@ -138,7 +138,7 @@ struct BadSentence {
     const char* mentions; // a part of the error text: the word or its position
 };
 
-TEST_F(Sentences, MalformedSentencesNameTheWordAndPosition)
+TEST_P(Sentences, MalformedSentencesNameTheWordAndPosition)
 {
     const BadSentence cases[] = {
         {"", DbaError::Kind::BadSentence, "word 1"},
@@ -171,7 +171,7 @@ TEST_F(Sentences, MalformedSentencesNameTheWordAndPosition)
     EXPECT_THROW(db().select("SSELECT ACTIVITES", "0 x"), DbaError);
 }
 
-TEST_F(StoreTest, RecordsThroughFiles)
+TEST_P(StoreTest, RecordsThroughFiles)
 {
     db().createFile("TEMPO");
     auto tempo = db().OpenFile("TEMPO");
@@ -206,7 +206,7 @@ TEST_F(StoreTest, RecordsThroughFiles)
     EXPECT_EQ(tempo->ReadItem("K")->text(), "");
 }
 
-TEST_F(StoreTest, IndexFollowsEveryWrite)
+TEST_P(StoreTest, IndexFollowsEveryWrite)
 {
     load(R"({"dict": "F", "name": "N", "attr": 2})");
     db().write("F", "a", std::string("x\xFE" "v1\xFD" "v2"));
@@ -233,10 +233,10 @@ TEST_F(StoreTest, IndexFollowsEveryWrite)
     EXPECT_EQ(keys(R"(SSELECT F AVEC Late = "late")"), "c");
 }
 
-TEST_F(StoreTest, TwoConnectionsWriteAtOnce)
+TEST_P(StoreTest, TwoConnectionsWriteAtOnce)
 {
     load(R"({"dict": "F", "name": "N", "attr": 1})");
-    auto other = Store::open(dbPath());
+    auto other = m_database.connect();
     for (int i = 0; i < 50; ++i) {
         db().write("F", "a" + std::to_string(i), "same");
         other->write("F", "b" + std::to_string(i), "same");
@@ -255,15 +255,15 @@ TEST_F(StoreTest, TwoConnectionsWriteAtOnce)
     EXPECT_EQ(marks(other->select(R"(SSELECT F AVEC Deux = "y")").text()), "z");
 }
 
-TEST_F(StoreTest, ImportExportRoundTrip)
+TEST_P(StoreTest, ImportExportRoundTrip)
 {
     load(kFixture);
     load(R"({"file": "ASSOCIATION", "key": "001", "record": ["AIDE A DOMICILE DU VAL", ["a", ["b1", "b2"], ""], "", "É ^|~ fin"]})");
     std::ostringstream first;
     db().exportJsonLines(first);
 
-    TempDir other;
-    auto copy = Store::open(other.path() / "copy.db");
+    TestDatabase other(GetParam());
+    auto copy = other.connect();
     std::istringstream in(first.str());
     copy->importJsonLines(in, "export");
     std::ostringstream second;
@@ -280,7 +280,7 @@ TEST_F(StoreTest, ImportExportRoundTrip)
     EXPECT_EQ(one.str(), "{\"file\":\"ORGPRISECHARGE\"}\n{\"file\":\"ORGPRISECHARGE\",\"key\":\"010\",\"record\":[\"CAISSE PRIMAIRE\",\"CPAM\"]}\n");
 }
 
-TEST_F(StoreTest, MalformedFixtureImportsNothingAndNamesTheLine)
+TEST_P(StoreTest, MalformedFixtureImportsNothingAndNamesTheLine)
 {
     const char* broken[] = {
         "{\"file\": \"A\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"A\", \"key\": \"2\", \"record\": [\"y\"]",
@@ -309,14 +309,26 @@ TEST_F(StoreTest, MalformedFixtureImportsNothingAndNamesTheLine)
     EXPECT_EQ(db().read("A", "1"), "^|~");
 }
 
-TEST_F(StoreTest, OpeningAFreshDatabaseCreatesItsFolderAndFusionStaysBeside)
+TEST(StoreOnSqlite, OpeningAFreshDatabaseCreatesItsFolderAndFusionStaysBeside)
 {
-    auto nested = Store::open(m_dir.path() / "a" / "b" / "fresh.db");
-    EXPECT_TRUE(std::filesystem::exists(m_dir.path() / "a" / "b" / "fresh.db"));
+    TempDir dir;
+    auto nested = Store::open(dir.path() / "a" / "b" / "fresh.db");
+    EXPECT_TRUE(std::filesystem::exists(dir.path() / "a" / "b" / "fresh.db"));
     EXPECT_TRUE(nested->files().empty());
-    EXPECT_EQ(nested->fusionDirectory(), m_dir.path() / "a" / "b" / "FUSION");
+    EXPECT_EQ(nested->fusionDirectory(), dir.path() / "a" / "b" / "FUSION");
     EXPECT_FALSE(nested->read("NOFILE", "1").has_value());
+    // The same database by its connection string.
+    nested->write("F", "k", "v");
+    EXPECT_EQ(Store::connect("sqlite:" + (dir.path() / "a" / "b" / "fresh.db").string())->read("F", "k"), "v");
+    EXPECT_EQ(Store::connect((dir.path() / "a" / "b" / "fresh.db").string())->read("F", "k"), "v");
+    EXPECT_FALSE(Store::isServerConnection("sqlite:/tmp/x.db"));
+    EXPECT_TRUE(Store::isServerConnection("postgres://u@h/db"));
+    EXPECT_EQ(Store::withSchema("postgresql://u@h/db", "s1"), "postgresql://u@h/db?options=-csearch_path%3Ds1");
+    EXPECT_EQ(Store::withSchema("postgresql://u@h/db?port=5", "s1"), "postgresql://u@h/db?port=5&options=-csearch_path%3Ds1");
 }
+
+CALVARINE_BOTH_ENGINES(Sentences);
+CALVARINE_BOTH_ENGINES(StoreTest);
 
 } // namespace
 } // namespace store::testing

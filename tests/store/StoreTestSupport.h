@@ -1,23 +1,59 @@
 #pragma once
 
-// A store in a fresh temporary folder, removed when the test ends.
+// A store on a throwaway database, removed when the test ends: a SQLite file in
+// a fresh temporary folder, or a fresh schema on the PostgreSQL server of the
+// tests (its URI in CALVARINE_PG_URL, or in the file named by
+// CALVARINE_PG_URL_FILE, which the ctest fixture writes). Tests that hold for
+// both engines are TEST_P on StoreTest or a fixture derived from it.
 
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include "Store.h"
 
 namespace store::testing {
 
+enum class EngineKind { Sqlite, Postgres };
+
+inline std::string engineName(const ::testing::TestParamInfo<EngineKind>& info)
+{
+    return info.param == EngineKind::Sqlite ? "sqlite" : "postgresql";
+}
+
+inline std::string randomName(const char* prefix)
+{
+    std::random_device random;
+    return prefix + std::to_string(random()) + std::to_string(random());
+}
+
+// The server's URI; throws when there is none, so that the test fails saying why.
+inline std::string serverUrl()
+{
+    if (const char* url = std::getenv("CALVARINE_PG_URL"); url && *url) {
+        return url;
+    }
+    if (const char* file = std::getenv("CALVARINE_PG_URL_FILE"); file && *file) {
+        std::ifstream in(file);
+        std::string url;
+        if (in && std::getline(in, url) && !url.empty()) {
+            return url;
+        }
+        throw std::runtime_error(std::string("no PostgreSQL server: cannot read its URI from ") + file
+            + " (did the pg_cluster fixture start? is the postgresql package installed?)");
+    }
+    throw std::runtime_error("no PostgreSQL server for the tests: set CALVARINE_PG_URL or CALVARINE_PG_URL_FILE");
+}
+
 class TempDir {
 public:
     TempDir()
     {
-        std::random_device random;
-        m_path = std::filesystem::temp_directory_path() / ("calvarine-store-" + std::to_string(random()) + std::to_string(random()));
+        m_path = std::filesystem::temp_directory_path() / randomName("calvarine-store-");
         std::filesystem::create_directories(m_path);
     }
     ~TempDir()
@@ -33,15 +69,61 @@ private:
     std::filesystem::path m_path;
 };
 
-class StoreTest : public ::testing::Test {
+// One throwaway database; connect() opens another connection to it.
+class TestDatabase {
+public:
+    explicit TestDatabase(EngineKind kind)
+        : m_kind(kind)
+    {
+        if (kind == EngineKind::Postgres) {
+            m_server = serverUrl();
+            m_schema = randomName("t");
+            m_connection = Store::withSchema(m_server, m_schema);
+        } else {
+            m_connection = "sqlite:" + (m_dir.path() / "test.db").string();
+        }
+    }
+    ~TestDatabase()
+    {
+        if (!m_schema.empty()) {
+            try {
+                Store::dropSchema(m_server, m_schema);
+            } catch (const std::exception&) {
+                // The server went away: nothing left to clean.
+            }
+        }
+    }
+    TestDatabase(const TestDatabase&) = delete;
+    TestDatabase& operator=(const TestDatabase&) = delete;
+
+    std::shared_ptr<Store> connect() const
+    {
+        auto store = Store::connect(m_connection);
+        store->setFusionDirectory(m_dir.path() / "FUSION");
+        return store;
+    }
+    EngineKind kind() const { return m_kind; }
+    const std::string& connection() const { return m_connection; }
+    const std::filesystem::path& folder() const { return m_dir.path(); }
+
+private:
+    EngineKind m_kind;
+    TempDir m_dir;
+    std::string m_server;
+    std::string m_schema;
+    std::string m_connection;
+};
+
+class StoreTest : public ::testing::TestWithParam<EngineKind> {
 protected:
     StoreTest()
-        : m_store(Store::open(m_dir.path() / "test.db"))
+        : m_database(GetParam())
+        , m_store(m_database.connect())
     {
     }
 
     Store& db() { return *m_store; }
-    std::filesystem::path dbPath() const { return m_dir.path() / "test.db"; }
+    bool onServer() const { return m_database.kind() == EngineKind::Postgres; }
     void load(const std::string& lines) { m_store->importJsonLine(lines, "test"); }
 
     // Marks written as in scenario files: ^ attribute, | value, ~ subvalue.
@@ -57,8 +139,11 @@ protected:
         return marks(m_store->select(sentence, attributes).text());
     }
 
-    TempDir m_dir;
+    TestDatabase m_database;
     std::shared_ptr<Store> m_store;
 };
+
+#define CALVARINE_BOTH_ENGINES(Suite)                                                                                   \
+    INSTANTIATE_TEST_SUITE_P(Engines, Suite, ::testing::Values(EngineKind::Sqlite, EngineKind::Postgres), engineName)
 
 } // namespace store::testing
