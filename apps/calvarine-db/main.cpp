@@ -14,14 +14,15 @@
 
 namespace {
 
-constexpr const char* kUsage = R"(usage: calvarine-db [--db PATH] COMMAND
+constexpr const char* kUsage = R"(usage: calvarine-db [--db PATH|URL] COMMAND
   import FILE.jsonl...           load fixtures (each file all or nothing)
   export [FILE...]               write files as JSON Lines to stdout (all when none named)
   select "SENTENCE" [--attrs "0 12"]
                                  one line per record, values separated by tabs
   demo [--statements N] [--seed S] [--big-scope N]
                                  write the demo data (ten years of statements)
-The database defaults to $XDG_DATA_HOME/calvarine/demo.db (~/.local/share when unset).
+The database defaults to $XDG_DATA_HOME/calvarine/demo.db (~/.local/share when unset);
+--db takes a file (or sqlite:PATH) or a PostgreSQL URI (postgresql://user@host/db).
 )";
 
 std::filesystem::path defaultDatabase()
@@ -138,7 +139,7 @@ std::size_t number(const std::string& text)
 
 int run(std::vector<std::string> args)
 {
-    std::filesystem::path database = defaultDatabase();
+    std::string database = defaultDatabase().string();
     if (args.size() >= 2 && args[0] == "--db") {
         database = args[1];
         args.erase(args.begin(), args.begin() + 2);
@@ -153,7 +154,7 @@ int run(std::vector<std::string> args)
         if (args.empty()) {
             return usage();
         }
-        auto store = store::Store::open(database);
+        auto store = store::Store::connect(database);
         for (const auto& file : args) {
             std::ifstream in(file, std::ios::binary);
             if (!in) {
@@ -170,7 +171,7 @@ int run(std::vector<std::string> args)
         return 0;
     }
     if (command == "export") {
-        auto store = store::Store::open(database);
+        auto store = store::Store::connect(database);
         store->exportJsonLines(std::cout, args);
         return std::cout.good() ? 0 : 1;
     }
@@ -189,7 +190,7 @@ int run(std::vector<std::string> args)
         if (sentence.empty()) {
             return usage();
         }
-        auto store = store::Store::open(database);
+        auto store = store::Store::connect(database);
         const auto result = store->select(sentence, attributes);
         if (result.empty()) {
             return 0;
@@ -222,10 +223,10 @@ int run(std::vector<std::string> args)
                 return usage();
             }
         }
-        auto store = store::Store::open(database);
+        auto store = store::Store::connect(database);
         ProgressBar bar("demo");
         store::generateDemo(*store, options, [&](std::size_t done, std::size_t total) { bar.update(done, total); });
-        std::cerr << "demo data written to " << database.string() << '\n';
+        std::cerr << "demo data written to " << database << '\n';
         return 0;
     }
     return usage();

@@ -82,7 +82,14 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
         m_ownFusion.emplace();
         m_fusion = m_ownFusion->path();
     }
-    m_store = store::Store::open(m_dir.path() / "db.sqlite");
+    if (options.dbUrl) {
+        m_schema.emplace(*options.dbUrl);
+        m_store = store::Store::connect(m_schema->connection());
+        // No worker runs beside the host: Execute serves the queue itself.
+        m_store->setServeOwnCommands(true);
+    } else {
+        m_store = store::Store::open(m_dir.path() / "db.sqlite");
+    }
     m_store->setFusionDirectory(m_fusion);
     registerServerCommands(*m_store);
     m_client = std::make_shared<DbaClient>("OPERATEUR");

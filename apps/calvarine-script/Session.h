@@ -21,6 +21,8 @@ namespace script {
 struct Options {
     // The FUSION directory to use instead of a fresh temporary one.
     std::optional<std::filesystem::path> fusion;
+    // A PostgreSQL server to play against instead of SQLite: a fresh schema per file.
+    std::optional<std::string> dbUrl;
 };
 
 // Counts over all files.
@@ -118,6 +120,7 @@ private:
     Tally* m_tally = nullptr;
 
     TempDir m_dir;
+    std::optional<store::ScratchSchema> m_schema;
     std::optional<TempDir> m_ownFusion;
     std::filesystem::path m_fusion;
     std::shared_ptr<EventLog> m_events;

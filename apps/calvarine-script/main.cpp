@@ -1,4 +1,4 @@
-// calvarine-script [--fusion DIR] FILE...
+// calvarine-script [--fusion DIR] [--db-url URL] FILE...
 //
 // Plays scenario files against the control without a window and prints one line
 // per failed expectation, then "N passed, N failed". Exit status: 0 all passed,
@@ -23,15 +23,17 @@ int main(int argc, char** argv)
         const std::string arg = argv[i];
         if (arg == "--fusion" && i + 1 < argc) {
             options.fusion = argv[++i];
+        } else if (arg == "--db-url" && i + 1 < argc) {
+            options.dbUrl = argv[++i];
         } else if (arg.starts_with("--")) {
-            std::cerr << "usage: calvarine-script [--fusion DIR] FILE...\n";
+            std::cerr << "usage: calvarine-script [--fusion DIR] [--db-url URL] FILE...\n";
             return 2;
         } else {
             files.emplace_back(arg);
         }
     }
     if (files.empty()) {
-        std::cerr << "usage: calvarine-script [--fusion DIR] FILE...\n";
+        std::cerr << "usage: calvarine-script [--fusion DIR] [--db-url URL] FILE...\n";
         return 2;
     }
 

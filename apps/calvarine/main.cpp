@@ -104,7 +104,7 @@ int main(int argc, char** argv)
                 makeDemoDatabase(file, user);
             }
         }
-        database = store::Store::open(file);
+        database = store::Store::connect(file.string());
     } catch (const std::exception& e) {
         QMessageBox::critical(nullptr, QStringLiteral("Calvarine"),
             QStringLiteral("La base de données ne peut pas être ouverte :\n%1").arg(QString::fromStdString(e.what())));

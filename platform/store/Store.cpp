@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <libpq-fe.h>
+#include <random>
 
 #include "PgEngine.h"
 #include "SqliteEngine.h"
@@ -218,6 +219,25 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome->message);
     }
     return {};
+}
+
+ScratchSchema::ScratchSchema(std::string_view url)
+    : m_url(url)
+{
+    std::random_device random;
+    char name[32];
+    std::snprintf(name, sizeof name, "scratch_%08x%08x", random(), random());
+    m_schema = name;
+    m_connection = Store::withSchema(m_url, m_schema);
+}
+
+ScratchSchema::~ScratchSchema()
+{
+    try {
+        Store::dropSchema(m_url, m_schema);
+    } catch (const std::exception&) {
+        // The server is gone, and the schema with it for all that matters here.
+    }
 }
 
 bool Store::queuesCommands() const

@@ -122,4 +122,21 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
+// A fresh schema on a server, dropped with everything in it when this goes:
+// a database of its own for each test or scenario file.
+class ScratchSchema {
+public:
+    explicit ScratchSchema(std::string_view url);
+    ~ScratchSchema();
+    ScratchSchema(const ScratchSchema&) = delete;
+    ScratchSchema& operator=(const ScratchSchema&) = delete;
+    // The URI to connect with.
+    const std::string& connection() const { return m_connection; }
+
+private:
+    std::string m_url;
+    std::string m_schema;
+    std::string m_connection;
+};
+
 } // namespace store

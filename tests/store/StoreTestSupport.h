@@ -13,6 +13,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "Store.h"
 
@@ -47,6 +48,20 @@ inline std::string serverUrl()
             + " (did the pg_cluster fixture start? is the postgresql package installed?)");
     }
     throw std::runtime_error("no PostgreSQL server for the tests: set CALVARINE_PG_URL or CALVARINE_PG_URL_FILE");
+}
+
+// Waits for something another process or connection brings about (a
+// notification, a worker's result): true as soon as it holds, false after 10 s.
+template <typename Condition>
+bool eventually(Condition holds)
+{
+    for (int tries = 0; tries < 1000; ++tries) {
+        if (holds()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return holds();
 }
 
 class TempDir {
