@@ -1,0 +1,222 @@
+// What only a shared server has: notifications that keep the cache of small
+// files exact, TEMPO private to each session, and server commands run by workers
+// through the queue, leases included.
+
+#include <future>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "StoreTestSupport.h"
+
+namespace store::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+class StoreOnServer : public StoreTest {
+protected:
+    // A workstation: its own connection and session.
+    std::shared_ptr<Store> workstation(const std::string& session)
+    {
+        auto store = m_database.connect();
+        store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
+        return store;
+    }
+    static std::string request(const std::string& command)
+    {
+        return "P\xFE" + command;
+    }
+};
+
+TEST_P(StoreOnServer, RecordsKeepEveryByteAndTheCacheFollowsOtherConnections)
+{
+    const std::string odd = std::string("É\xFE\xFD\xFC\xFF\x80\x01", 10) + "fin";
+    db().write("ORGPRISECHARGE", "010", odd);
+    auto other = m_database.connect();
+    EXPECT_EQ(other->read("ORGPRISECHARGE", "010"), odd); // loads the file into the cache
+    EXPECT_EQ(other->read("ORGPRISECHARGE", "011"), std::nullopt);
+
+    db().write("ORGPRISECHARGE", "011", "NOUVELLE");
+    EXPECT_TRUE(eventually([&] { return other->read("ORGPRISECHARGE", "011") == "NOUVELLE"; }));
+    db().remove("ORGPRISECHARGE", "010");
+    EXPECT_TRUE(eventually([&] { return other->read("ORGPRISECHARGE", "010") == std::nullopt; }));
+    // Its own writes are seen at once, and a rolled back write never.
+    other->write("ORGPRISECHARGE", "012", "A");
+    EXPECT_EQ(other->read("ORGPRISECHARGE", "012"), "A");
+    EXPECT_THROW(other->transaction([&] {
+        other->write("ORGPRISECHARGE", "012", "B");
+        EXPECT_EQ(other->read("ORGPRISECHARGE", "012"), "B");
+        throw std::runtime_error("abandon");
+    }),
+        std::runtime_error);
+    EXPECT_EQ(other->read("ORGPRISECHARGE", "012"), "A");
+    auto file = other->OpenFile("ORGPRISECHARGE");
+    EXPECT_EQ(file->ReadItem("011")->text(), "NOUVELLE");
+    EXPECT_THROW(file->ReadItem("010"), DbaError);
+}
+
+TEST_P(StoreOnServer, TempoIsPrivateToEachSession)
+{
+    auto first = workstation("poste-1");
+    auto second = workstation("poste-2");
+    first->write("TEMPO", "REQUETEBORDEXCEL", "010\xFD" "F1");
+    second->write("TEMPO", "REQUETEBORDEXCEL", "020\xFD" "F2");
+    EXPECT_EQ(first->read("TEMPO", "REQUETEBORDEXCEL"), "010\xFD" "F1");
+    EXPECT_EQ(second->read("TEMPO", "REQUETEBORDEXCEL"), "020\xFD" "F2");
+    EXPECT_EQ(marks(first->select("SSELECT TEMPO").text()), "REQUETEBORDEXCEL");
+    first->remove("TEMPO", "REQUETEBORDEXCEL");
+    EXPECT_EQ(first->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
+    EXPECT_EQ(second->read("TEMPO", "REQUETEBORDEXCEL"), "020\xFD" "F2");
+    // A connection without a session has one of its own.
+    auto third = m_database.connect();
+    EXPECT_EQ(third->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
+    // Other keys of TEMPO are shared, as on SQLite.
+    first->write("TEMPO", "AUTRE", "x");
+    EXPECT_EQ(second->read("TEMPO", "AUTRE"), "x");
+}
+
+TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
+{
+    auto worker = m_database.connect();
+    worker->registerCommand("COPIE", [](CommandContext& context) {
+        const auto asked = context.store.read("TEMPO", "REQUETEBORDEXCEL").value_or("?");
+        context.store.write("TEMPO", "BORDCAISSEEXCEL", asked + "/" + context.arguments.at(0) + "/" + context.client->session());
+    });
+    worker->registerCommand("PANNE", [](CommandContext& context) {
+        context.store.write("TEMPO", "BORDCAISSEEXCEL", "partiel");
+        throw std::runtime_error("imprimante en feu");
+    });
+    auto clients = std::vector{workstation("poste-1"), workstation("poste-2")};
+    std::vector<std::future<void>> runs;
+    for (std::size_t i = 0; i < clients.size(); ++i) {
+        clients[i]->write("TEMPO", "REQUETEBORDEXCEL", "demande" + std::to_string(i));
+        runs.push_back(std::async(std::launch::async, [&, i] {
+            std::int32_t status = 0;
+            clients[i]->Execute(request("COPIE " + std::to_string(i)), "", status);
+        }));
+    }
+    int ran = 0;
+    EXPECT_TRUE(eventually([&] {
+        ran += worker->runQueuedCommand("test") ? 1 : 0;
+        return ran == 2;
+    }));
+    for (auto& run : runs) {
+        run.get();
+    }
+    EXPECT_EQ(clients[0]->read("TEMPO", "BORDCAISSEEXCEL"), "demande0/0/poste-1");
+    EXPECT_EQ(clients[1]->read("TEMPO", "BORDCAISSEEXCEL"), "demande1/1/poste-2");
+
+    // A failing command fails Execute with its message and leaves none of its records.
+    clients[0]->remove("TEMPO", "BORDCAISSEEXCEL");
+    auto failing = std::async(std::launch::async, [&] {
+        std::int32_t status = 0;
+        clients[0]->Execute(request("PANNE"), "", status);
+    });
+    EXPECT_TRUE(eventually([&] { return worker->runQueuedCommand("test"); }));
+    try {
+        failing.get();
+        ADD_FAILURE() << "a failed command must fail Execute";
+    } catch (const DbaError& error) {
+        EXPECT_EQ(error.kind(), DbaError::Kind::CommandFailed);
+        EXPECT_NE(std::string(error.what()).find("imprimante en feu"), std::string::npos) << error.what();
+    }
+    EXPECT_EQ(clients[0]->read("TEMPO", "BORDCAISSEEXCEL"), std::nullopt);
+}
+
+TEST_P(StoreOnServer, ExecuteGivesUpClearlyWhenNoWorkerAnswers)
+{
+    db().setCommandTimeout(200ms);
+    std::int32_t status = 0;
+    try {
+        db().Execute(request("ARCHIVEBORDCAISSEEXCEL 202610 001 P"), "", status);
+        ADD_FAILURE() << "no worker, no success";
+    } catch (const DbaError& error) {
+        EXPECT_EQ(error.kind(), DbaError::Kind::CommandFailed);
+        EXPECT_NE(std::string(error.what()).find("calvarine-server"), std::string::npos) << error.what();
+    }
+    // The command was withdrawn: a worker that comes later does not run it.
+    auto worker = m_database.connect();
+    worker->registerCommand("ARCHIVEBORDCAISSEEXCEL", [](CommandContext&) { ADD_FAILURE() << "ran a withdrawn command"; });
+    EXPECT_FALSE(worker->runQueuedCommand("late"));
+}
+
+TEST_P(StoreOnServer, ACommandWhoseWorkerDiesRunsOnceToCompletionAfterTheLease)
+{
+    db().setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    db().write("COMPTE", "runs", "0");
+    const auto command = [](CommandContext& context) {
+        const int runs = std::stoi(context.store.read("COMPTE", "runs").value_or("0"));
+        context.store.write("COMPTE", "runs", std::to_string(runs + 1));
+        context.store.write("TEMPO", "BORDCAISSEEXCEL", "fait");
+    };
+    auto client = std::async(std::launch::async, [&] {
+        std::int32_t status = 0;
+        db().Execute(request("COMPTER"), "", status);
+    });
+
+    // The first worker is a process that dies in the middle of the command, its
+    // writes made but not committed.
+    const pid_t child = fork();
+    if (child == 0) {
+        auto dying = m_database.connect();
+        dying->registerCommand("COMPTER", [&](CommandContext& context) {
+            command(context);
+            _exit(3);
+        });
+        for (int tries = 0; tries < 1000 && !dying->runQueuedCommand("dying", 1s); ++tries) {
+            std::this_thread::sleep_for(10ms);
+        }
+        _exit(4);
+    }
+    ASSERT_GT(child, 0);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    ASSERT_EQ(WEXITSTATUS(status), 3) << "the first worker did not die in the command";
+
+    auto worker = m_database.connect();
+    worker->registerCommand("COMPTER", command);
+    EXPECT_TRUE(eventually([&] { return worker->runQueuedCommand("second", 1s); }));
+    client.get();
+    EXPECT_EQ(db().read("COMPTE", "runs"), "1");
+    EXPECT_EQ(db().read("TEMPO", "BORDCAISSEEXCEL"), "fait");
+    EXPECT_FALSE(worker->runQueuedCommand("second", 1s));
+}
+
+TEST_P(StoreOnServer, AWorkerWhoseLeaseRanOutCannotCompleteTheCommand)
+{
+    std::promise<void> started;
+    std::promise<void> overtaken;
+    auto slow = m_database.connect();
+    slow->registerCommand("LENT", [&](CommandContext& context) {
+        started.set_value();
+        overtaken.get_future().wait();
+        context.store.write("RESULTATS", "lent", "x");
+    });
+    auto fast = m_database.connect();
+    fast->registerCommand("LENT", [](CommandContext& context) { context.store.write("RESULTATS", "rapide", "x"); });
+
+    auto client = std::async(std::launch::async, [&] {
+        std::int32_t status = 0;
+        db().Execute(request("LENT"), "", status);
+    });
+    auto slowRun = std::async(std::launch::async, [&] {
+        while (!slow->runQueuedCommand("lent", 1s)) {
+            std::this_thread::sleep_for(10ms);
+        }
+    });
+    started.get_future().wait();
+    EXPECT_TRUE(eventually([&] { return fast->runQueuedCommand("rapide", 30s); }));
+    overtaken.set_value();
+    slowRun.get();
+    client.get();
+    EXPECT_EQ(db().read("RESULTATS", "rapide"), "x");
+    EXPECT_EQ(db().read("RESULTATS", "lent"), std::nullopt);
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, StoreOnServer, ::testing::Values(EngineKind::Postgres), engineName);
+
+} // namespace
+} // namespace store::testing
