@@ -1,5 +1,8 @@
 // The statement query of the screen on a two-million-statement archive, through
-// the store and written directly against SQLite, side by side.
+// the store and written directly against SQLite, side by side; and the 32,767
+// ReadItems of one statement query on the SQLite engine and on the PostgreSQL
+// engine (its URI in CALVARINE_PG_URL, e.g. a cluster of scripts/pg-cluster),
+// with and without the cache of small files.
 //
 // The database is generated once into the build folder (about a minute) and
 // reused. CALVARINE_BENCH_STATEMENTS changes its size (another file per size).
@@ -15,6 +18,7 @@
 #include <vector>
 
 #include "Demo.h"
+#include "PgEngine.h"
 #include "SqliteEngine.h"
 #include "Sentence.h"
 #include "Store.h"
@@ -195,6 +199,142 @@ void BM_IndexEntriesPerKey(benchmark::State& state)
     state.counters["vm_steps_per_key"] = keys ? static_cast<double>(vmSteps) / static_cast<double>(keys) : 0;
 }
 
+// ReadItems: one data set of 40,000 statements (the big scope in it), in a SQLite
+// file and in a schema of the server, made once and kept.
+constexpr std::size_t kReadStatements = 40000;
+
+std::string serverConnection()
+{
+    const char* url = std::getenv("CALVARINE_PG_URL");
+    return url && *url ? store::Store::withSchema(url, "bench_" + std::to_string(kReadStatements)) : std::string();
+}
+
+std::shared_ptr<store::Store> readData(bool server)
+{
+    auto store = server ? store::Store::connect(serverConnection())
+                        : store::Store::open(std::filesystem::path(CALVARINE_BENCH_DATA) / ("reads-" + std::to_string(kReadStatements) + ".db"));
+    if (!store->read("BENCH", "done")) {
+        std::cerr << "generating " << kReadStatements << " statements for the reads (once)\n";
+        store::generateDemo(*store, store::DemoOptions{kReadStatements, 1, kScope}, {});
+        store->write("BENCH", "done", "1");
+    }
+    return store;
+}
+
+// The organisation codes of the statement query, one per key, in its order.
+const std::vector<std::string>& readKeys()
+{
+    static const std::vector<std::string> keys = [] {
+        const auto result = readData(false)->select(kSentence);
+        std::vector<std::string> out;
+        for (int i = 1; i <= result.DCount(); ++i) {
+            out.push_back(result.attribute(static_cast<std::int16_t>(i)).substr(4, 3));
+        }
+        return out;
+    }();
+    return keys;
+}
+
+void readAll(benchmark::State& state, DbaFile& organisations)
+{
+    const auto& keys = readKeys();
+    for (auto _ : state) {
+        std::size_t named = 0;
+        for (const auto& key : keys) {
+            try {
+                named += organisations.ReadItem(key)->attribute(1).size();
+            } catch (const DbaError& error) {
+                if (!error.isNoRecord()) {
+                    throw;
+                }
+            }
+        }
+        benchmark::DoNotOptimize(named);
+    }
+    state.counters["reads"] = static_cast<double>(keys.size());
+}
+
+void BM_ReadItems_Sqlite(benchmark::State& state)
+{
+    auto store = readData(false);
+    readAll(state, *store->OpenFile(FileNames::ORGPRISECHARGE));
+}
+
+void BM_ReadItems_Postgres(benchmark::State& state)
+{
+    if (serverConnection().empty()) {
+        state.SkipWithError("set CALVARINE_PG_URL to a PostgreSQL server");
+        return;
+    }
+    auto store = readData(true);
+    readAll(state, *store->OpenFile(FileNames::ORGPRISECHARGE));
+}
+
+// Without the cache: one prepared statement, one round trip per read.
+void BM_ReadItems_PostgresUncached(benchmark::State& state)
+{
+    if (serverConnection().empty()) {
+        state.SkipWithError("set CALVARINE_PG_URL to a PostgreSQL server");
+        return;
+    }
+    readData(true);
+    store::PgEngine engine(serverConnection());
+    engine.setCacheLimit(0);
+    const auto& keys = readKeys();
+    for (auto _ : state) {
+        std::size_t named = 0;
+        for (const auto& key : keys) {
+            if (const auto record = engine.read(FileNames::ORGPRISECHARGE, key)) {
+                named += store::sentence::attributeOf(*record, 1).size();
+            }
+        }
+        benchmark::DoNotOptimize(named);
+    }
+    state.counters["reads"] = static_cast<double>(keys.size());
+}
+
+// The whole statement query of the screen, Select and ReadItems, on each engine.
+void queryAndRead(benchmark::State& state, store::Store& store)
+{
+    auto organisations = store.OpenFile(FileNames::ORGPRISECHARGE);
+    std::size_t keys = 0;
+    for (auto _ : state) {
+        const auto result = store.select(kSentence);
+        keys = result.attributeCount();
+        std::size_t named = 0;
+        for (std::size_t i = 1; i <= keys; ++i) {
+            try {
+                named += organisations->ReadItem(result.attribute(static_cast<std::int16_t>(i)).substr(4, 3))->attribute(1).size();
+            } catch (const DbaError& error) {
+                if (!error.isNoRecord()) {
+                    throw;
+                }
+            }
+        }
+        benchmark::DoNotOptimize(named);
+    }
+    state.counters["keys"] = static_cast<double>(keys);
+}
+
+void BM_QueryAndReads_Sqlite(benchmark::State& state)
+{
+    queryAndRead(state, *readData(false));
+}
+
+void BM_QueryAndReads_Postgres(benchmark::State& state)
+{
+    if (serverConnection().empty()) {
+        state.SkipWithError("set CALVARINE_PG_URL to a PostgreSQL server");
+        return;
+    }
+    queryAndRead(state, *readData(true));
+}
+
+BENCHMARK(BM_ReadItems_Sqlite)->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_ReadItems_Postgres)->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_ReadItems_PostgresUncached)->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_QueryAndReads_Sqlite)->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_QueryAndReads_Postgres)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_StoreQuery)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_HandWrittenSqlite)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_IndexEntriesPerKey)->Unit(benchmark::kMillisecond)->Iterations(3);

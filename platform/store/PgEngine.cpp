@@ -663,17 +663,25 @@ void PgEngine::write(std::string_view file, std::string_view key, std::string_vi
     transaction([&] {
         createFile(file);
         const auto names = dictionaryOf(std::string(file));
-        // Writers of one key take turns, so each computes its index changes from
-        // the record the other left.
-        const std::string lock = std::to_string(static_cast<std::int64_t>(fnv1a(file, stored)));
-        runPrepared("SELECT pg_advisory_xact_lock($1::text::bigint)", {lock}, context);
-        auto old = runPrepared("SELECT record FROM " + quoteIdent(file) + " WHERE key = $1::bytea", {stored}, context);
-        std::optional<std::string_view> oldRecord;
-        if (PQntuples(old.get()) > 0) {
-            oldRecord = cell(old.get(), 0, 0);
+        // The index changes come from the record this write replaces, read under
+        // the row's lock, so two writers of one key never leave the index astray.
+        const std::string table = quoteIdent(file);
+        auto inserted = runPrepared("INSERT INTO " + table + "(key, record) VALUES($1::bytea, $2::bytea) ON CONFLICT (key) DO NOTHING RETURNING 1",
+            {stored, record}, context);
+        if (PQntuples(inserted.get()) > 0) {
+            indexRecord(names, stored, std::nullopt, record);
+            return;
         }
-        indexRecord(names, stored, oldRecord, record);
-        runPrepared(upsert, {stored, record}, context);
+        auto old = runPrepared("WITH old AS (SELECT record FROM " + table + " WHERE key = $1::bytea FOR UPDATE) UPDATE " + table
+                + " AS t SET record = $2::bytea FROM old WHERE t.key = $1::bytea RETURNING old.record",
+            {stored, record}, context);
+        if (PQntuples(old.get()) == 0) {
+            // Removed between the two statements: write it anew.
+            runPrepared(upsert, {stored, record}, context);
+            indexRecord(names, stored, std::nullopt, record);
+            return;
+        }
+        indexRecord(names, stored, cell(old.get(), 0, 0), record);
     });
 }
 
