@@ -32,7 +32,7 @@ protected:
 
 TEST_P(StoreOnServer, RecordsKeepEveryByteAndTheCacheFollowsOtherConnections)
 {
-    const std::string odd = std::string("É\xFE\xFD\xFC\xFF\x80\x01", 10) + "fin";
+    const std::string odd = std::string("É\xFE\xFD\xFC\xFF\x80\x01") + std::string(1, '\0') + "fin";
     db().write("ORGPRISECHARGE", "010", odd);
     auto other = m_database.connect();
     EXPECT_EQ(other->read("ORGPRISECHARGE", "010"), odd); // loads the file into the cache
