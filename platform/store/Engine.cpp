@@ -42,3 +42,84 @@ void checkKey(std::string_view key, std::string_view context)
 }
 
 } // namespace store::names
+
+namespace store {
+
+namespace {
+
+// Beyond this many values in one sentence SQLite's own limits (expression depth,
+// compound selects) would fail the statement; refuse it with a clear text first.
+constexpr std::size_t kMaxAlternatives = 200;
+
+} // namespace
+
+bool isEquality(const sentence::Condition& condition)
+{
+    const auto& alts = condition.alternatives;
+    return std::none_of(alts.begin(), alts.end(), [](const sentence::Alternative& a) { return a.prefix; });
+}
+
+ResolvedSentence resolveSentence(const sentence::Parsed& parsed, const std::vector<DictName>& names)
+{
+    auto resolve = [&](const sentence::Selector& selector) {
+        Resolved resolved;
+        if (selector.attribute >= 0) {
+            resolved.attribute = selector.attribute;
+            // A number also uses the index of a name that stands for it.
+            for (const auto& name : names) {
+                if (name.attribute == selector.attribute && !name.indexTable.empty()) {
+                    resolved.indexTable = name.indexTable;
+                    break;
+                }
+            }
+            return resolved;
+        }
+        for (const auto& name : names) {
+            if (name.name == selector.name) {
+                resolved.attribute = name.attribute;
+                resolved.justify = name.justify;
+                resolved.indexTable = name.indexTable;
+                return resolved;
+            }
+        }
+        throw DbaError(DbaError::Kind::UnknownName, "SSELECT " + parsed.file,
+            "unknown name \"" + selector.name + "\" at word " + std::to_string(selector.word.number) + " (column "
+                + std::to_string(selector.word.column) + "): not in the dictionary of " + parsed.file);
+    };
+
+    ResolvedSentence out;
+    std::size_t alternatives = 0;
+    for (const auto& condition : parsed.conditions) {
+        out.conditions.push_back(resolve(condition.selector));
+        alternatives += condition.alternatives.size();
+    }
+    if (alternatives > kMaxAlternatives) {
+        throw DbaError(DbaError::Kind::BadSentence, "SSELECT " + parsed.file,
+            "too many values (" + std::to_string(alternatives) + ", at most " + std::to_string(kMaxAlternatives) + ")");
+    }
+    for (const auto& sort : parsed.sorts) {
+        out.sorts.push_back(resolve(sort));
+    }
+
+    const auto& conditions = out.conditions;
+    const std::size_t none = conditions.size();
+    out.driver = none;
+    for (std::size_t i = 0; i < none && out.driver == none; ++i) {
+        if (conditions[i].attribute > 0 && !conditions[i].indexTable.empty() && isEquality(parsed.conditions[i])) {
+            out.driver = i;
+        }
+    }
+    for (std::size_t i = 0; i < none && out.driver == none; ++i) {
+        if (conditions[i].attribute == 0) {
+            out.driver = i;
+        }
+    }
+    for (std::size_t i = 0; i < none && out.driver == none; ++i) {
+        if (conditions[i].attribute > 0 && !conditions[i].indexTable.empty()) {
+            out.driver = i;
+        }
+    }
+    return out;
+}
+
+} // namespace store

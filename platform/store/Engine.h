@@ -111,6 +111,31 @@ public:
     virtual void waitForCommands(std::chrono::milliseconds /*timeout*/) {}
 };
 
+// A selector of a sentence resolved against its file's dictionary.
+struct Resolved {
+    int attribute = 0;              // 0: the key
+    Justify justify = Justify::Left;
+    std::string indexTable;         // the index table that answers it, if any
+};
+
+// A sentence resolved for an engine to compile.
+struct ResolvedSentence {
+    std::vector<Resolved> conditions; // one per condition of the sentence
+    std::vector<Resolved> sorts;
+    // The condition that drives the query: an equality on an indexed attribute
+    // first, then the key, then a begins-with on an indexed attribute;
+    // conditions.size() when none can (a scan).
+    std::size_t driver = 0;
+};
+
+// Resolves every selector of parsed against the file's dictionary. Throws
+// DbaError UnknownName naming the word, BadSentence when the sentence holds more
+// values than an engine binds.
+ResolvedSentence resolveSentence(const sentence::Parsed& parsed, const std::vector<DictName>& names);
+
+// Whether every alternative of the condition is an equality (no begins-with).
+bool isEquality(const sentence::Condition& condition);
+
 // Shared by the engines: names and keys the store accepts.
 namespace names {
 bool hasMark(std::string_view text);

@@ -22,7 +22,6 @@ constexpr const char* kQueueChannel = "calvarine_queue";
 constexpr const char* kDoneChannel = "calvarine_done";
 // Every connection's schema changes (tables, triggers, functions) take this lock.
 constexpr const char* kSchemaLock = "SELECT pg_advisory_xact_lock(7415000001)";
-constexpr std::size_t kMaxAlternatives = 200;
 constexpr std::size_t kMaxSentenceStatements = 256;
 // PostgreSQL cuts identifiers at 63 bytes.
 constexpr std::size_t kMaxIdentifier = 63;
@@ -84,12 +83,6 @@ std::string randomSession()
     std::snprintf(text, sizeof text, "s%08x%08x", random(), random());
     return text;
 }
-
-struct Resolved {
-    int attribute = 0;
-    Justify justify = Justify::Left;
-    std::string indexTable;
-};
 
 std::string placeholder(std::vector<std::string>& binds, std::string value)
 {
@@ -719,69 +712,12 @@ namespace {
 
 Plan plan(const sentence::Parsed& parsed, const std::vector<DictName>& names, const std::vector<int>& attributes)
 {
-    auto resolve = [&](const sentence::Selector& selector) {
-        Resolved resolved;
-        if (selector.attribute >= 0) {
-            resolved.attribute = selector.attribute;
-            for (const auto& name : names) {
-                if (name.attribute == selector.attribute && !name.indexTable.empty()) {
-                    resolved.indexTable = name.indexTable;
-                    break;
-                }
-            }
-            return resolved;
-        }
-        for (const auto& name : names) {
-            if (name.name == selector.name) {
-                resolved.attribute = name.attribute;
-                resolved.justify = name.justify;
-                resolved.indexTable = name.indexTable;
-                return resolved;
-            }
-        }
-        throw DbaError(DbaError::Kind::UnknownName, "SSELECT " + parsed.file,
-            "unknown name \"" + selector.name + "\" at word " + std::to_string(selector.word.number) + " (column "
-                + std::to_string(selector.word.column) + "): not in the dictionary of " + parsed.file);
-    };
-
-    std::size_t alternatives = 0;
-    std::vector<Resolved> conditions;
-    for (const auto& condition : parsed.conditions) {
-        conditions.push_back(resolve(condition.selector));
-        alternatives += condition.alternatives.size();
-    }
-    if (alternatives > kMaxAlternatives) {
-        throw DbaError(DbaError::Kind::BadSentence, "SSELECT " + parsed.file,
-            "too many values (" + std::to_string(alternatives) + ", at most " + std::to_string(kMaxAlternatives) + ")");
-    }
+    const ResolvedSentence resolved = resolveSentence(parsed, names);
+    const auto& conditions = resolved.conditions;
     Plan out;
-    for (const auto& sort : parsed.sorts) {
-        out.sorts.push_back(resolve(sort));
-    }
-
-    // The driving condition, chosen as on SQLite: an equality on an indexed
-    // attribute, then the key, then a begins-with on an indexed attribute.
-    const std::size_t none = conditions.size();
-    std::size_t driver = none;
-    auto allEqual = [&](std::size_t i) {
-        const auto& alts = parsed.conditions[i].alternatives;
-        return std::none_of(alts.begin(), alts.end(), [](const sentence::Alternative& a) { return a.prefix; });
-    };
-    for (std::size_t i = 0; i < conditions.size() && driver == none; ++i) {
-        if (conditions[i].attribute > 0 && !conditions[i].indexTable.empty() && allEqual(i)) {
-            driver = i;
-        }
-    }
-    for (std::size_t i = 0; i < conditions.size() && driver == none; ++i) {
-        if (conditions[i].attribute == 0) {
-            driver = i;
-        }
-    }
-    for (std::size_t i = 0; i < conditions.size() && driver == none; ++i) {
-        if (conditions[i].attribute > 0 && !conditions[i].indexTable.empty()) {
-            driver = i;
-        }
-    }
+    out.sorts = resolved.sorts;
+    const std::size_t driver = resolved.driver;
+    auto allEqual = [&](std::size_t i) { return isEquality(parsed.conditions[i]); };
 
     auto& binds = out.query.binds;
     const std::string table = quoteIdent(parsed.file);

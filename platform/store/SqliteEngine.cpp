@@ -15,9 +15,6 @@ using names::isPlainName;
 namespace {
 
 constexpr const char* kDictTable = "\"calvarine#dict\"";
-// Beyond this many values in one sentence SQLite's own limits (expression depth,
-// compound selects) would fail the statement; refuse it with a clear text first.
-constexpr std::size_t kMaxAlternatives = 200;
 constexpr std::size_t kMaxCachedSentences = 64;
 
 std::string quoteIdent(std::string_view name)
@@ -536,12 +533,6 @@ bool SqliteEngine::remove(std::string_view file, std::string_view key)
 
 namespace {
 
-struct Resolved {
-    int attribute = 0;
-    Justify justify = Justify::Left;
-    std::string indexTable;
-};
-
 // SQL for "some alternative holds" on the key column.
 std::string keyTest(const std::string& column, const sentence::Condition& condition, std::vector<std::string>& binds)
 {
@@ -586,70 +577,12 @@ CompiledQuery SqliteEngine::compile(const sentence::Parsed& parsed, bool wantRec
     refreshSchema();
     const auto& names = dictionaryOf(parsed.file);
 
-    auto resolve = [&](const sentence::Selector& selector) {
-        Resolved resolved;
-        if (selector.attribute >= 0) {
-            resolved.attribute = selector.attribute;
-            // A number also uses the index of a name that stands for it.
-            for (const auto& name : names) {
-                if (name.attribute == selector.attribute && !name.indexTable.empty()) {
-                    resolved.indexTable = name.indexTable;
-                    break;
-                }
-            }
-            return resolved;
-        }
-        for (const auto& name : names) {
-            if (name.name == selector.name) {
-                resolved.attribute = name.attribute;
-                resolved.justify = name.justify;
-                resolved.indexTable = name.indexTable;
-                return resolved;
-            }
-        }
-        throw DbaError(DbaError::Kind::UnknownName, "SSELECT " + parsed.file,
-            "unknown name \"" + selector.name + "\" at word " + std::to_string(selector.word.number) + " (column "
-                + std::to_string(selector.word.column) + "): not in the dictionary of " + parsed.file);
-    };
-
-    std::size_t alternatives = 0;
-    std::vector<Resolved> conditions;
-    for (const auto& condition : parsed.conditions) {
-        conditions.push_back(resolve(condition.selector));
-        alternatives += condition.alternatives.size();
-    }
-    if (alternatives > kMaxAlternatives) {
-        throw DbaError(DbaError::Kind::BadSentence, "SSELECT " + parsed.file,
-            "too many values (" + std::to_string(alternatives) + ", at most " + std::to_string(kMaxAlternatives) + ")");
-    }
-    std::vector<Resolved> sorts;
-    for (const auto& sort : parsed.sorts) {
-        sorts.push_back(resolve(sort));
-    }
-
-    // The driving condition: an equality on an indexed attribute first, then the
-    // key, then a begins-with on an indexed attribute; otherwise a scan.
+    const ResolvedSentence resolved = resolveSentence(parsed, names);
+    const auto& conditions = resolved.conditions;
+    const auto& sorts = resolved.sorts;
     const std::size_t none = conditions.size();
-    std::size_t driver = none;
-    auto allEqual = [&](std::size_t i) {
-        const auto& alts = parsed.conditions[i].alternatives;
-        return std::none_of(alts.begin(), alts.end(), [](const sentence::Alternative& a) { return a.prefix; });
-    };
-    for (std::size_t i = 0; i < conditions.size() && driver == none; ++i) {
-        if (conditions[i].attribute > 0 && !conditions[i].indexTable.empty() && allEqual(i)) {
-            driver = i;
-        }
-    }
-    for (std::size_t i = 0; i < conditions.size() && driver == none; ++i) {
-        if (conditions[i].attribute == 0) {
-            driver = i;
-        }
-    }
-    for (std::size_t i = 0; i < conditions.size() && driver == none; ++i) {
-        if (conditions[i].attribute > 0 && !conditions[i].indexTable.empty()) {
-            driver = i;
-        }
-    }
+    const std::size_t driver = resolved.driver;
+
     // A single key condition narrows an index driver's range as well.
     std::size_t pushedKey = none;
     if (driver != none && conditions[driver].attribute > 0) {
