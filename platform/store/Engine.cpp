@@ -53,6 +53,13 @@ constexpr std::size_t kMaxAlternatives = 200;
 
 } // namespace
 
+void Engine::requireFile(std::string_view file, std::string_view context)
+{
+    if (!fileExists(file)) {
+        throw DbaError(DbaError::Kind::NoFile, std::string(context), "no file " + std::string(file));
+    }
+}
+
 bool isEquality(const sentence::Condition& condition)
 {
     const auto& alts = condition.alternatives;

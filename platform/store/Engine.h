@@ -62,6 +62,8 @@ public:
     virtual const std::filesystem::path& path() const = 0;
 
     virtual bool fileExists(std::string_view file) = 0;
+    // Throws DbaError NoFile, with context, when the file does not exist.
+    void requireFile(std::string_view file, std::string_view context);
     virtual void createFile(std::string_view file) = 0;
     virtual std::vector<std::string> files() = 0;
     virtual void defineName(std::string_view file, std::string_view name, int attribute, Justify justify) = 0;

@@ -423,13 +423,6 @@ bool PgEngine::fileExists(std::string_view file)
     return false;
 }
 
-void PgEngine::requireFile(std::string_view file, std::string_view context)
-{
-    if (!fileExists(file)) {
-        throw DbaError(DbaError::Kind::NoFile, std::string(context), "no file " + std::string(file));
-    }
-}
-
 void PgEngine::createFile(std::string_view file)
 {
     if (fileExists(file)) {

@@ -99,7 +99,6 @@ private:
     const std::vector<DictName>& dictionaryOf(const std::string& file);
     void indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> oldRecord,
         std::string_view newRecord);
-    void requireFile(std::string_view file, std::string_view context);
     void checkFileName(std::string_view file) const;
     std::string storedKey(std::string_view file, std::string_view key) const;
     void forget(std::string_view file);

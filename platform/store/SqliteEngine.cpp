@@ -274,13 +274,6 @@ bool SqliteEngine::fileExists(std::string_view file)
     return false;
 }
 
-void SqliteEngine::requireFile(std::string_view file, std::string_view context)
-{
-    if (!fileExists(file)) {
-        throw DbaError(DbaError::Kind::NoFile, std::string(context), "no file " + std::string(file));
-    }
-}
-
 void SqliteEngine::createFile(std::string_view file)
 {
     if (fileExists(file)) {

@@ -65,7 +65,6 @@ private:
     const std::vector<DictName>& dictionaryOf(const std::string& file);
     void indexRecord(const std::vector<DictName>& names, std::string_view key, std::string_view oldRecord,
         std::string_view newRecord);
-    void requireFile(std::string_view file, std::string_view context);
 
     std::filesystem::path m_path;
     sqlite3* m_db = nullptr;
