@@ -143,6 +143,8 @@ namespace names {
 bool hasMark(std::string_view text);
 bool isPlainName(std::string_view name);
 void checkKey(std::string_view key, std::string_view context);
+// A dictionary name must be a plain word, not a number, for an attribute 0 to 32767.
+void checkDictionaryName(std::string_view file, std::string_view name, int attribute);
 } // namespace names
 
 } // namespace store

@@ -175,17 +175,32 @@ void PgEngine::fail(std::string_view context, pg_result* result) const
     throw DbaError(DbaError::Kind::Storage, std::string(context), detail);
 }
 
-PgEngine::Result PgEngine::run(const std::string& sql, const Params& params, std::string_view context)
-{
+namespace {
+
+// Parameters as libpq takes them: every value in binary, so any byte survives.
+struct BinaryParams {
     std::vector<const char*> values;
     std::vector<int> lengths;
-    std::vector<int> formats(params.size(), 1);
-    for (const auto param : params) {
-        values.push_back(param.data() ? param.data() : "");
-        lengths.push_back(static_cast<int>(param.size()));
+    std::vector<int> formats;
+
+    explicit BinaryParams(const std::vector<std::string_view>& params)
+        : formats(params.size(), 1)
+    {
+        for (const auto param : params) {
+            values.push_back(param.data() ? param.data() : "");
+            lengths.push_back(static_cast<int>(param.size()));
+        }
     }
-    Result result(PQexecParams(m_conn, sql.c_str(), static_cast<int>(params.size()), nullptr, values.data(), lengths.data(),
-        formats.data(), 1));
+    int count() const { return static_cast<int>(values.size()); }
+};
+
+} // namespace
+
+PgEngine::Result PgEngine::run(const std::string& sql, const Params& params, std::string_view context)
+{
+    const BinaryParams binary(params);
+    Result result(PQexecParams(m_conn, sql.c_str(), binary.count(), nullptr, binary.values.data(), binary.lengths.data(),
+        binary.formats.data(), 1));
     const auto status = PQresultStatus(result.get());
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
         fail(context, result.get());
@@ -204,15 +219,9 @@ PgEngine::Result PgEngine::runPrepared(const std::string& sql, const Params& par
         }
         found = m_prepared.emplace(sql, name).first;
     }
-    std::vector<const char*> values;
-    std::vector<int> lengths;
-    std::vector<int> formats(params.size(), 1);
-    for (const auto param : params) {
-        values.push_back(param.data() ? param.data() : "");
-        lengths.push_back(static_cast<int>(param.size()));
-    }
-    Result result(PQexecPrepared(m_conn, found->second.c_str(), static_cast<int>(params.size()), values.data(), lengths.data(),
-        formats.data(), 1));
+    const BinaryParams binary(params);
+    Result result(PQexecPrepared(m_conn, found->second.c_str(), binary.count(), binary.values.data(), binary.lengths.data(),
+        binary.formats.data(), 1));
     const auto status = PQresultStatus(result.get());
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
         fail(context, result.get());
@@ -480,14 +489,8 @@ std::vector<DictName> PgEngine::dictionary(std::string_view file)
 
 void PgEngine::defineName(std::string_view file, std::string_view name, int attribute, Justify justify)
 {
+    names::checkDictionaryName(file, name, attribute);
     const std::string context = "name " + std::string(name) + " of " + std::string(file);
-    const bool digits = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (!isPlainName(name) || digits) {
-        throw DbaError(DbaError::Kind::BadData, context, "not a valid dictionary name");
-    }
-    if (attribute < 0 || attribute > 32767) {
-        throw DbaError(DbaError::Kind::BadData, context, "attribute " + std::to_string(attribute) + " out of range");
-    }
     checkFileName(file);
     transaction([&] {
         createFile(file);

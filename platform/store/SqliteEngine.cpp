@@ -336,14 +336,8 @@ std::vector<DictName> SqliteEngine::dictionary(std::string_view file)
 
 void SqliteEngine::defineName(std::string_view file, std::string_view name, int attribute, Justify justify)
 {
+    names::checkDictionaryName(file, name, attribute);
     const std::string context = "name " + std::string(name) + " of " + std::string(file);
-    const bool digits = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (!isPlainName(name) || digits) {
-        throw DbaError(DbaError::Kind::BadData, context, "not a valid dictionary name");
-    }
-    if (attribute < 0 || attribute > 32767) {
-        throw DbaError(DbaError::Kind::BadData, context, "attribute " + std::to_string(attribute) + " out of range");
-    }
     checkFileName(file);
     transaction([&] {
         createFile(file);
