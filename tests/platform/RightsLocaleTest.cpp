@@ -99,13 +99,6 @@ TEST(DatabaseRightsTest, ALevelThatIsNotANumberFails)
     EXPECT_THROW(DatabaseRights(nullptr, "DUPONT"), std::invalid_argument);
 }
 
-TEST(FixedRightsTest, GivesTheSameLevelOnEveryScreen)
-{
-    FixedRights rights(3);
-    EXPECT_EQ(rights.LireDroit("CALVARINE")->Niveau(), 3);
-    EXPECT_EQ(rights.LireDroit("")->Niveau(), 3);
-}
-
 TEST(FrenchDatesTest, WritesTheMonthNameOfADayFirstDate)
 {
     EXPECT_EQ(FrenchDates::format("01/11/2026", "mmmm yyyy"), "novembre 2026");
