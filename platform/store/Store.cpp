@@ -192,6 +192,9 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
             "cannot create " + m_impl->fusion.string() + ": " + error.message());
     }
     CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), m_impl->client};
+    if (m_impl->progress) {
+        context.progress = m_impl->progress;
+    }
     try {
         command(context);
     } catch (const std::exception& failure) {
@@ -386,6 +389,11 @@ void Store::setClient(std::shared_ptr<DbaClient> client)
 {
     m_impl->engine->setSession(client ? client->session() : std::string());
     m_impl->client = std::move(client);
+}
+
+void Store::setCommandProgress(CommandProgress observer)
+{
+    m_impl->progress = std::move(observer);
 }
 
 const std::filesystem::path& Store::path() const

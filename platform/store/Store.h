@@ -26,12 +26,16 @@ namespace store {
 
 class Store;
 
+// How far a running command has got: done units (statements) out of total.
+using CommandProgress = std::function<void(int done, int total)>;
+
 // What a server command is given when Execute runs it.
 struct CommandContext {
     Store& store;                        // the database the command works in
     std::filesystem::path fusion;        // the directory FUSION, which exists
     std::vector<std::string> arguments;  // the words of the sentence after the command's name
     std::shared_ptr<DbaClient> client;   // the session that asked, if known
+    CommandProgress progress = [](int, int) {}; // call as work advances; never empty
 };
 
 // A server command. Throws (DbaError or any std::exception) on failure; Execute
@@ -96,6 +100,9 @@ public:
     void setFusionDirectory(std::filesystem::path directory);
     // The session that Execute passes to the commands it runs.
     void setClient(std::shared_ptr<DbaClient> client);
+    // Called, on the thread that called Execute, with the progress a command
+    // reports while Execute "P" runs it. Empty (the default): not reported.
+    void setCommandProgress(CommandProgress observer);
 
     // The database file; empty on a server.
     const std::filesystem::path& path() const;

@@ -14,6 +14,7 @@ public:
     std::map<std::string, ServerCommand, std::less<>> commands;
     std::filesystem::path fusion;
     std::shared_ptr<DbaClient> client;
+    CommandProgress progress;
     std::chrono::milliseconds commandTimeout{std::chrono::minutes(2)};
     bool serveOwnCommands = false;
 };
