@@ -84,15 +84,18 @@ void hasFunction(sqlite3_context* context, int, sqlite3_value** argv)
     sqlite3_result_int(context, sentence::anyValueMatches(attribute, valueText(argv[2]), sqlite3_value_int(argv[3]) != 0));
 }
 
+// Equal under SQLite's folding of identifiers: ASCII letters only.
+bool sameIgnoringCase(std::string_view a, std::string_view b)
+{
+    const auto fold = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; };
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [&](char x, char y) { return fold(x) == fold(y); });
+}
+
 int rightCollation(void*, int sizeA, const void* a, int sizeB, const void* b)
 {
     return sentence::compareRight(std::string_view(static_cast<const char*>(a), static_cast<std::size_t>(sizeA)),
         std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(sizeB)));
 }
-
-
-
-
 
 } // namespace
 
@@ -280,6 +283,21 @@ void SqliteEngine::createFile(std::string_view file)
         return;
     }
     checkFileName(file);
+    // SQLite compares table names without regard to ASCII case: "f" would land
+    // in the table of "F". Names stay exact, so such a name is refused.
+    sqlite3_stmt* twin = prepare("SELECT name FROM sqlite_schema WHERE type = 'table' AND name = ?1 COLLATE NOCASE");
+    {
+        Use use(twin);
+        bindText(twin, 1, file);
+        const int rc = sqlite3_step(twin);
+        if (rc == SQLITE_ROW) {
+            throw DbaError(DbaError::Kind::BadData, "file \"" + std::string(file) + "\"",
+                "file \"" + std::string(columnText(twin, 0)) + "\" exists, and names differing only in case are not told apart");
+        }
+        if (rc != SQLITE_DONE) {
+            fail("file " + std::string(file));
+        }
+    }
     transaction([&] {
         exec(("CREATE TABLE IF NOT EXISTS " + quoteIdent(file) + "(key TEXT PRIMARY KEY NOT NULL, record BLOB NOT NULL) WITHOUT ROWID").c_str());
     });
@@ -345,6 +363,12 @@ void SqliteEngine::defineName(std::string_view file, std::string_view name, int 
         for (const auto& existing : dictionaryOf(fileName)) {
             if (existing.name == name && existing.attribute == attribute && existing.justify == justify) {
                 return;
+            }
+            // Index tables are named after the name, and SQLite ignores case there.
+            if (existing.name != name && sameIgnoringCase(existing.name, name)) {
+                throw DbaError(DbaError::Kind::BadData, context,
+                    "the dictionary of " + fileName + " holds \"" + existing.name
+                        + "\", and names differing only in case are not told apart");
             }
         }
         const std::string table = quoteIdent(fileName + "#" + std::string(name));

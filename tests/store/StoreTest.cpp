@@ -233,6 +233,44 @@ TEST_P(StoreTest, IndexFollowsEveryWrite)
     EXPECT_EQ(keys(R"(SSELECT F AVEC Late = "late")"), "c");
 }
 
+// Names that differ only in case never share records or an index: the second is
+// either kept apart (PostgreSQL) or refused, nothing written (SQLite).
+TEST_P(StoreTest, NamesDifferingOnlyInCaseNeverShareStorage)
+{
+    load(R"({"file": "F", "key": "k", "record": ["upper"]})");
+    const auto lowerFile = [&] { load(R"({"file": "f", "key": "k", "record": ["lower"]})"); };
+    if (onServer()) {
+        lowerFile();
+        EXPECT_EQ(db().read("f", "k"), "lower");
+    } else {
+        try {
+            lowerFile();
+            ADD_FAILURE() << "file f accepted beside F";
+        } catch (const DbaError& error) {
+            EXPECT_EQ(error.kind(), DbaError::Kind::BadData) << error.what();
+            EXPECT_NE(std::string(error.what()).find("\"F\""), std::string::npos) << error.what();
+        }
+        EXPECT_FALSE(db().fileExists("f"));
+        EXPECT_THROW(db().select("SSELECT f"), DbaError);
+    }
+    EXPECT_EQ(db().read("F", "k"), "upper");
+    EXPECT_EQ(keys("SSELECT F"), "k");
+
+    load(R"({"dict": "G", "name": "Nom", "attr": 1})");
+    db().write("G", "a", std::string("alpha\xFE" "beta"));
+    db().write("G", "b", std::string("beta\xFE" "alpha"));
+    if (onServer()) {
+        db().defineName("G", "NOM", 2);
+        EXPECT_EQ(keys(R"(SSELECT G AVEC NOM = "alpha")"), "b");
+    } else {
+        EXPECT_THROW(db().defineName("G", "NOM", 2), DbaError);
+        EXPECT_THROW(keys(R"(SSELECT G AVEC NOM = "alpha")"), DbaError);
+        // The same name again is no collision.
+        db().defineName("G", "Nom", 1);
+    }
+    EXPECT_EQ(keys(R"(SSELECT G AVEC Nom = "alpha")"), "a");
+}
+
 TEST_P(StoreTest, TwoConnectionsWriteAtOnce)
 {
     load(R"({"dict": "F", "name": "N", "attr": 1})");
