@@ -7,7 +7,6 @@
 // Internal to the store; files opened from a Store share its engine, so they
 // stay usable while any of them lives.
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -17,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "CommandQueue.h"
 #include "Sentence.h"
 #include "Store.h"
 
@@ -34,21 +34,6 @@ struct CompiledQuery {
     std::string sql;
     std::vector<std::string> binds;
     bool readsRecord = false; // column 1 is the record
-};
-
-// A server command taken from the queue by a worker.
-struct QueuedCommand {
-    std::int64_t id = 0;
-    std::int32_t attempt = 0; // the claim this worker holds; a later claim voids it
-    std::string sentence;
-    std::string user;
-    std::string session;
-};
-
-// The outcome of a queued command, as the worker left it.
-struct CommandOutcome {
-    bool succeeded = false;
-    std::string message;
 };
 
 class Engine {
@@ -83,34 +68,9 @@ public:
     // engine of one user ignores it.
     virtual void setSession(std::string /*session*/) {}
 
-    // Server commands. An engine without a queue runs them in the calling process.
-    virtual bool queuesCommands() const { return false; }
-    // Queues a command and returns its number.
-    virtual std::int64_t enqueueCommand(std::string_view /*sentence*/, std::string_view /*user*/, std::string_view /*session*/)
-    {
-        return 0;
-    }
-    // Waits until the command is done; nullopt when the time ran out (the command
-    // is then withdrawn if no worker has taken it yet).
-    virtual std::optional<CommandOutcome> awaitCommand(std::int64_t /*id*/, std::chrono::milliseconds /*timeout*/)
-    {
-        return std::nullopt;
-    }
-    // Takes the oldest waiting command, or one whose worker's lease ran out.
-    virtual std::optional<QueuedCommand> claimCommand(std::string_view /*worker*/, std::chrono::seconds /*lease*/)
-    {
-        return std::nullopt;
-    }
-    // Runs work (the command) and records its outcome in one transaction, so the
-    // command's records and its completion commit together. Gives false, undoing
-    // work, when the claim is no longer this worker's (its lease ran out and
-    // another took the command).
-    virtual bool completeCommand(const QueuedCommand& /*command*/, const std::function<CommandOutcome()>& /*work*/)
-    {
-        return false;
-    }
-    // Waits until a command may be waiting (a notification) or the time runs out.
-    virtual void waitForCommands(std::chrono::milliseconds /*timeout*/) {}
+    // The queue of server commands of a shared database; null for an engine whose
+    // commands run in the calling process.
+    virtual CommandQueue* commandQueue() { return nullptr; }
 };
 
 // A selector of a sentence resolved against its file's dictionary.

@@ -23,10 +23,6 @@
 // are stored as "<key>@<session>" when a session is set, so two workstations
 // never see each other's working records.
 
-#include <chrono>
-#include <cstdint>
-#include <filesystem>
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -35,12 +31,16 @@
 #include <vector>
 
 #include "Engine.h"
-
-struct pg_conn;
-struct pg_result;
+#include "PgConnection.h"
 
 namespace store {
 
+class PgCommandQueue;
+
+// The engine's parts live in files of their own: PgEngine.cpp (connection,
+// transactions, sessions), PgSchema.cpp (schema, files, dictionaries),
+// PgCache.cpp (notifications and the small-file cache), PgRecords.cpp (records
+// and index tables), PgQuery.cpp (sentences to SQL), PgQueue.cpp (the queue).
 class PgEngine final : public Engine {
 public:
     explicit PgEngine(std::string_view url);
@@ -68,50 +68,33 @@ public:
 
     void setSession(std::string session) override { m_session = std::move(session); }
 
-    bool queuesCommands() const override { return true; }
-    std::int64_t enqueueCommand(std::string_view sentence, std::string_view user, std::string_view session) override;
-    std::optional<CommandOutcome> awaitCommand(std::int64_t id, std::chrono::milliseconds timeout) override;
-    std::optional<QueuedCommand> claimCommand(std::string_view worker, std::chrono::seconds lease) override;
-    bool completeCommand(const QueuedCommand& command, const std::function<CommandOutcome()>& work) override;
-    void waitForCommands(std::chrono::milliseconds timeout) override;
+    CommandQueue* commandQueue() override;
 
     // Files kept in memory: at most this many records (0 turns the cache off).
     void setCacheLimit(std::size_t records) { m_cacheLimit = records; m_cache.clear(); }
 
-    // A value to bind: bytes, sent as binary (bytea and text alike).
-    using Params = std::vector<std::string_view>;
-
 private:
-    struct ClearResult {
-        void operator()(pg_result* result) const;
-    };
-    using Result = std::unique_ptr<pg_result, ClearResult>;
-
-    Result run(const std::string& sql, const Params& params, std::string_view context);
-    Result runPrepared(const std::string& sql, const Params& params, std::string_view context);
-    void runCommand(const std::string& sql, std::string_view context);
-    [[noreturn]] void fail(std::string_view context, pg_result* result) const;
     void setUpSchema();
-    void drainNotifications();
-    bool waitForSocket(std::chrono::steady_clock::time_point deadline);
-    void listen(const char* channel, bool& listening);
+    void noticeChange(std::string_view payload);
+    void forgetAll();
 
     const std::vector<DictName>& dictionaryOf(const std::string& file);
     void indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> oldRecord,
         std::string_view newRecord);
     void checkFileName(std::string_view file) const;
+    // The working records of TEMPO are the session's own.
+    static bool isSessionKey(std::string_view file, std::string_view key);
+    const std::string& session() const { return m_session.empty() ? m_defaultSession : m_session; }
     std::string storedKey(std::string_view file, std::string_view key) const;
     void forget(std::string_view file);
 
     std::filesystem::path m_path;
-    pg_conn* m_conn = nullptr;
+    std::unique_ptr<pg::Connection> m_db;
+    std::unique_ptr<PgCommandQueue> m_queue;
     std::string m_schema;
     std::string m_session;
     std::string m_defaultSession; // this connection's own, when the host sets none
-    int m_depth = 0;
-    bool m_abandoned = false; // a nested part failed and the server refused the rest
 
-    std::unordered_map<std::string, std::string> m_prepared; // SQL to statement name
     std::size_t m_sentenceStatements = 0;
     std::set<std::string, std::less<>> m_knownFiles;
     std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
@@ -124,11 +107,6 @@ private:
     std::unordered_map<std::string, CachedFile> m_cache;
     std::set<std::string, std::less<>> m_largeFiles;
     std::size_t m_cacheLimit = 4096;
-
-    bool m_listeningQueue = false;
-    bool m_listeningDone = false;
-    bool m_queueSignal = false;
-    bool m_doneSignal = false;
 };
 
 } // namespace store

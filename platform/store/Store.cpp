@@ -176,7 +176,7 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
     if (words.empty()) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P", "no command given");
     }
-    if (m_impl->engine->queuesCommands()) {
+    if (m_impl->engine->commandQueue()) {
         return executeQueued(commandText, words.front());
     }
     const auto found = m_impl->commands.find(words.front());
@@ -205,14 +205,14 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
 
 DbaDynArray Store::executeQueued(const std::string& sentence, const std::string& name)
 {
-    auto& engine = *m_impl->engine;
+    auto& queue = *m_impl->engine->commandQueue();
     const auto& client = m_impl->client;
-    const auto id = engine.enqueueCommand(sentence, client ? client->userName() : std::string(), client ? client->session() : std::string());
+    const auto id = queue.enqueue(sentence, client ? client->userName() : std::string(), client ? client->session() : std::string());
     if (m_impl->serveOwnCommands) {
         while (runQueuedCommand("in-process")) {
         }
     }
-    const auto outcome = engine.awaitCommand(id, m_impl->commandTimeout);
+    const auto outcome = queue.await(id, m_impl->commandTimeout);
     if (!outcome) {
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(m_impl->commandTimeout).count();
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name,
@@ -245,7 +245,7 @@ ScratchSchema::~ScratchSchema()
 
 bool Store::queuesCommands() const
 {
-    return m_impl->engine->queuesCommands();
+    return m_impl->engine->commandQueue() != nullptr;
 }
 
 void Store::setCommandTimeout(std::chrono::milliseconds timeout)
@@ -260,13 +260,16 @@ void Store::setServeOwnCommands(bool serve)
 
 void Store::waitForCommands(std::chrono::milliseconds timeout)
 {
-    m_impl->engine->waitForCommands(timeout);
+    if (auto* queue = m_impl->engine->commandQueue()) {
+        queue->waitForCommands(timeout);
+    }
 }
 
 bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease)
 {
     auto& engine = *m_impl->engine;
-    const auto claimed = engine.claimCommand(worker, lease);
+    auto* queue = engine.commandQueue();
+    const auto claimed = queue ? queue->claim(worker, lease) : std::nullopt;
     if (!claimed) {
         return false;
     }
@@ -283,7 +286,7 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
     m_impl->client = std::make_shared<DbaClient>(claimed->user, claimed->session);
     engine.setSession(claimed->session);
 
-    engine.completeCommand(*claimed, [&]() -> CommandOutcome {
+    queue->complete(*claimed, [&]() -> CommandOutcome {
         // A command that stopped its workers this often would stop every next one.
         constexpr int kMaxAttempts = 3;
         if (claimed->attempt > kMaxAttempts) {

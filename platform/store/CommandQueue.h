@@ -1,0 +1,56 @@
+#pragma once
+
+// The queue of server commands of a shared database: workstations put commands
+// in, calvarine-server workers take them out, run them and record the outcome.
+// An engine of one file has none; its commands run in the calling process.
+// Internal to the store.
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace store {
+
+// A server command taken from the queue by a worker.
+struct QueuedCommand {
+    std::int64_t id = 0;
+    std::int32_t attempt = 0; // the claim this worker holds; a later claim voids it
+    std::string sentence;
+    std::string user;
+    std::string session;
+};
+
+// The outcome of a queued command, as the worker left it.
+struct CommandOutcome {
+    bool succeeded = false;
+    std::string message;
+};
+
+class CommandQueue {
+public:
+    virtual ~CommandQueue() = default;
+    CommandQueue() = default;
+    CommandQueue(const CommandQueue&) = delete;
+    CommandQueue& operator=(const CommandQueue&) = delete;
+
+    // Queues a command and returns its number; an empty session is the
+    // connection's own.
+    virtual std::int64_t enqueue(std::string_view sentence, std::string_view user, std::string_view session) = 0;
+    // Waits until the command is done; nullopt when the time ran out (the command
+    // is then withdrawn if no worker has taken it yet).
+    virtual std::optional<CommandOutcome> await(std::int64_t id, std::chrono::milliseconds timeout) = 0;
+    // Takes the oldest waiting command, or one whose worker's lease ran out.
+    virtual std::optional<QueuedCommand> claim(std::string_view worker, std::chrono::seconds lease) = 0;
+    // Runs work (the command) and records its outcome in one transaction, so the
+    // command's records and its completion commit together. Gives false, undoing
+    // work, when the claim is no longer this worker's (its lease ran out and
+    // another took the command).
+    virtual bool complete(const QueuedCommand& command, const std::function<CommandOutcome()>& work) = 0;
+    // Waits until a command may be waiting (a notification) or the time runs out.
+    virtual void waitForCommands(std::chrono::milliseconds timeout) = 0;
+};
+
+} // namespace store

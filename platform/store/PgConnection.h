@@ -1,0 +1,76 @@
+#pragma once
+
+// One libpq connection as the PostgreSQL engine and its command queue use it:
+// statements with binary parameters (prepared once per connection), nested
+// transactions as savepoints, and notifications handed to whoever listens to
+// their channel. Internal to the store.
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+struct pg_conn;
+struct pg_result;
+
+namespace store::pg {
+
+// A value to bind: bytes, sent as binary (bytea and text alike).
+using Params = std::vector<std::string_view>;
+
+struct ClearResult {
+    void operator()(pg_result* result) const;
+};
+using Result = std::unique_ptr<pg_result, ClearResult>;
+
+// A cell of a result as bytes; empty for NULL.
+std::string_view cell(pg_result* result, int row, int column);
+int rowCount(pg_result* result);
+// "name" quoted as an SQL identifier.
+std::string quoteIdent(std::string_view name);
+
+class Connection {
+public:
+    explicit Connection(std::string_view url);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    Result run(const std::string& sql, const Params& params, std::string_view context);
+    // As run, through a statement prepared on first use.
+    Result runPrepared(const std::string& sql, const Params& params, std::string_view context);
+    void runCommand(const std::string& sql, std::string_view context);
+    bool isPrepared(const std::string& sql) const { return m_prepared.contains(sql); }
+    // Drops every prepared statement (sentences of many shapes fill the server's memory).
+    void deallocateAll(std::string_view context);
+
+    // Runs work in a transaction, or in a savepoint inside one; a failure rolls
+    // it back and is rethrown. onRollback runs after an outer rollback.
+    void transaction(const std::function<void()>& work);
+    bool inTransaction() const { return m_depth > 0; }
+    void setRollbackHandler(std::function<void()> handler) { m_onRollback = std::move(handler); }
+
+    // LISTENs to channel (once) and hands its notifications to handler.
+    using NotificationHandler = std::function<void(std::string_view payload)>;
+    void listen(const std::string& channel, NotificationHandler handler);
+    // Hands out what the server has already sent; never waits.
+    void drainNotifications();
+    // Waits until the server sends something, or deadline; false on time out.
+    bool waitForInput(std::chrono::steady_clock::time_point deadline);
+
+    [[noreturn]] void fail(std::string_view context, pg_result* result) const;
+
+private:
+    pg_conn* m_conn = nullptr;
+    int m_depth = 0;
+    std::function<void()> m_onRollback;
+    std::unordered_map<std::string, std::string> m_prepared; // SQL to statement name
+    std::map<std::string, NotificationHandler, std::less<>> m_listeners;
+};
+
+} // namespace store::pg

@@ -1,0 +1,207 @@
+#include "PgEngine.h"
+
+#include <algorithm>
+#include <libpq-fe.h>
+
+#include "PgSchema.h"
+#include "database/DbaDynArray.h"
+#include "database/DbaError.h"
+
+namespace store {
+
+using pg::cell;
+using pg::quoteIdent;
+
+namespace {
+
+constexpr std::size_t kMaxSentenceStatements = 256;
+
+std::string placeholder(std::vector<std::string>& binds, std::string value)
+{
+    binds.push_back(std::move(value));
+    return "$" + std::to_string(binds.size()) + "::bytea";
+}
+
+// SQL for "some alternative holds" on a bytea column.
+std::string rangeTest(const std::string& column, const std::vector<sentence::Alternative>& alternatives, std::vector<std::string>& binds)
+{
+    std::string sql = "(";
+    bool first = true;
+    for (const auto& alternative : alternatives) {
+        sql += first ? "" : " OR ";
+        first = false;
+        if (!alternative.prefix) {
+            sql += column + " = " + placeholder(binds, alternative.value);
+            continue;
+        }
+        sql += "(" + column + " >= " + placeholder(binds, alternative.value);
+        const auto upper = sentence::prefixUpperBound(alternative.value);
+        if (!upper.empty()) {
+            sql += " AND " + column + " < " + placeholder(binds, upper);
+        }
+        sql += ")";
+    }
+    return sql + ")";
+}
+
+// What the client does after the server has answered: the conditions no index
+// answers, and the sort.
+struct Plan {
+    CompiledQuery query;
+    bool record = false;                 // column 1 is the record
+    std::vector<int> sortColumns;        // column of each sort attribute, -1 for the key
+    std::vector<Resolved> sorts;
+    std::vector<std::pair<int, const sentence::Condition*>> residual; // attribute, condition
+};
+
+Plan plan(const sentence::Parsed& parsed, const std::vector<DictName>& names, const std::vector<int>& attributes)
+{
+    const ResolvedSentence resolved = resolveSentence(parsed, names);
+    const auto& conditions = resolved.conditions;
+    Plan out;
+    out.sorts = resolved.sorts;
+    const std::size_t driver = resolved.driver;
+    auto allEqual = [&](std::size_t i) { return isEquality(parsed.conditions[i]); };
+
+    auto& binds = out.query.binds;
+    const std::string table = quoteIdent(parsed.file);
+    std::string from = table + " AS t";
+    std::vector<std::string> where;
+    for (std::size_t i = 0; i < conditions.size(); ++i) {
+        const auto& alts = parsed.conditions[i].alternatives;
+        if (conditions[i].attribute == 0) {
+            where.push_back(rangeTest("t.key", alts, binds));
+        } else if (!conditions[i].indexTable.empty() && (i == driver || allEqual(i))) {
+            // The index table answers it: the planner walks its (value, key) range
+            // when it drives, or probes it per key otherwise.
+            where.push_back("t.key IN (SELECT x.key FROM " + quoteIdent(conditions[i].indexTable) + " AS x WHERE "
+                + rangeTest("x.value", alts, binds) + ")");
+        } else {
+            out.residual.emplace_back(conditions[i].attribute, &parsed.conditions[i]);
+        }
+    }
+
+    const bool wantRecord = !out.residual.empty() || std::any_of(attributes.begin(), attributes.end(), [](int a) { return a > 0; });
+    std::string columns = "t.key";
+    if (wantRecord) {
+        columns += ", t.record";
+        out.record = true;
+    }
+    int column = wantRecord ? 2 : 1;
+    for (const auto& sort : out.sorts) {
+        if (sort.attribute == 0 || wantRecord) {
+            out.sortColumns.push_back(-1);
+            continue;
+        }
+        columns += ", \"calvarine#attr\"(t.record, " + std::to_string(sort.attribute) + ")";
+        out.sortColumns.push_back(column++);
+    }
+    out.query.sql = "SELECT " + columns + " FROM " + from;
+    for (std::size_t i = 0; i < where.size(); ++i) {
+        out.query.sql += (i ? " AND " : " WHERE ") + where[i];
+    }
+    out.query.sql += " ORDER BY t.key";
+    out.query.readsRecord = wantRecord;
+    return out;
+}
+
+} // namespace
+
+CompiledQuery PgEngine::compile(const sentence::Parsed& parsed, const std::vector<int>& attributes)
+{
+    requireFile(parsed.file, "SSELECT " + parsed.file);
+    return plan(parsed, dictionaryOf(parsed.file), attributes).query;
+}
+
+DbaDynArray PgEngine::select(std::string_view sentenceText, std::string_view attributeList)
+{
+    const auto parsed = sentence::parse(sentenceText);
+    const auto attributes = sentence::parseAttributeList(attributeList);
+    if (!fileExists(parsed.file)) {
+        throw DbaError(DbaError::Kind::NoFile, "SSELECT " + parsed.file,
+            "no file \"" + parsed.file + "\" at word " + std::to_string(parsed.fileWord.number) + " (column "
+                + std::to_string(parsed.fileWord.column) + ")");
+    }
+    const auto planned = plan(parsed, dictionaryOf(parsed.file), attributes);
+    pg::Params params(planned.query.binds.begin(), planned.query.binds.end());
+    if (!m_db->isPrepared(planned.query.sql) && ++m_sentenceStatements > kMaxSentenceStatements) {
+        // Sentences of many shapes: start again rather than fill the server's memory.
+        m_db->deallocateAll("SSELECT " + parsed.file);
+        m_sentenceStatements = 1;
+    }
+    auto result = m_db->runPrepared(planned.query.sql, params, "SSELECT " + parsed.file);
+
+    struct Row {
+        std::string_view key;
+        std::string_view record;
+        int row = 0;
+    };
+    const int count = PQntuples(result.get());
+    std::vector<Row> rows;
+    rows.reserve(static_cast<std::size_t>(count));
+    for (int row = 0; row < count; ++row) {
+        Row entry{cell(result.get(), row, 0), planned.record ? cell(result.get(), row, 1) : std::string_view(), row};
+        bool kept = std::all_of(planned.residual.begin(), planned.residual.end(), [&](const auto& test) {
+            const auto attribute = sentence::attributeOf(entry.record, test.first);
+            return std::any_of(test.second->alternatives.begin(), test.second->alternatives.end(),
+                [&](const sentence::Alternative& a) { return sentence::anyValueMatches(attribute, a.value, a.prefix); });
+        });
+        if (kept && parsed.file == "TEMPO") {
+            // Another session's working records are not this one's to see.
+            const auto at = entry.key.find('@');
+            kept = at == std::string_view::npos || !isSessionKey("TEMPO", entry.key.substr(0, at))
+                || entry.key.substr(at + 1) == session();
+        }
+        if (kept) {
+            rows.push_back(entry);
+        }
+    }
+    if (!planned.sorts.empty()) {
+        auto sortValue = [&](const Row& row, std::size_t k) -> std::string_view {
+            const auto& sort = planned.sorts[k];
+            if (sort.attribute == 0) {
+                return row.key;
+            }
+            if (planned.sortColumns[k] < 0) {
+                return sentence::attributeOf(row.record, sort.attribute);
+            }
+            return cell(result.get(), row.row, planned.sortColumns[k]);
+        };
+        // Rows come in key order and the sort is stable: ties stay in key order.
+        std::stable_sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {
+            for (std::size_t k = 0; k < planned.sorts.size(); ++k) {
+                const auto x = sortValue(a, k);
+                const auto y = sortValue(b, k);
+                const int order = planned.sorts[k].justify == Justify::Right ? sentence::compareRight(x, y) : x.compare(y);
+                if (order != 0) {
+                    return order < 0;
+                }
+            }
+            return false;
+        });
+    }
+
+    std::string out;
+    bool first = true;
+    for (const auto& row : rows) {
+        if (!first) {
+            out += DbaDynArray::kAttributeMark;
+        }
+        first = false;
+        for (std::size_t k = 0; k < attributes.size(); ++k) {
+            if (k) {
+                out += DbaDynArray::kValueMark;
+            }
+            if (attributes[k] == 0) {
+                // Working records of a session show under the key the session wrote.
+                const auto at = parsed.file == "TEMPO" ? row.key.find('@') : std::string_view::npos;
+                out += at != std::string_view::npos && isSessionKey("TEMPO", row.key.substr(0, at)) ? row.key.substr(0, at) : row.key;
+            } else {
+                out += sentence::attributeOf(row.record, attributes[k]);
+            }
+        }
+    }
+    return DbaDynArray(std::move(out));
+}
+
+} // namespace store
