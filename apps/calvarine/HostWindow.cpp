@@ -49,7 +49,9 @@ bool HostWindow::start()
         // Without the sibling the screen still works; only paper runs fail, and
         // the operator is told why when it happens.
         try {
-            auto belmontis = createBelmontis(*m_host, applicationLibraryFolders());
+            // A registration the loader refuses is told once, and the installed library used.
+            auto belmontis = createBelmontis(*m_host, applicationLibraryFolders(),
+                [this](const std::string& refusal) { m_host->reportFailure("Ctr_Belmontis1", refusal); });
             if (m_options.printTo) {
                 Variant spool = m_options.printTo->string();
                 belmontis->setProperty("SpoolDirectory", spool);

@@ -1,17 +1,20 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 class HostServices;
 class LateBoundObject;
 
-// The sibling printing control, created by its class name through the
-// component registrations. A library never registered (a fresh install, a
-// build tree) is registered from the folders given, then created.
+// The sibling printing control, created by its class name from the
+// application's own library folders (a per-user registration is followed only
+// when the loader trusts it; a refusal goes to warn, once).
 // Throws components::ComponentError when it cannot be had.
-std::shared_ptr<LateBoundObject> createBelmontis(HostServices& host, const std::vector<std::filesystem::path>& libraryFolders);
+std::shared_ptr<LateBoundObject> createBelmontis(HostServices& host, const std::vector<std::filesystem::path>& libraryFolders,
+    const std::function<void(const std::string&)>& warn = {});
 
 // Where the application's own libraries lie: beside the executable's folder.
 std::vector<std::filesystem::path> applicationLibraryFolders();

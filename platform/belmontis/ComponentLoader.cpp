@@ -2,7 +2,9 @@
 
 #include <dlfcn.h>
 
-#include <fstream>
+#include <iostream>
+
+#include "Trust.h"
 
 #include "shell/ComponentEntryPoints.h"
 #include "shell/Components.h"
@@ -74,25 +76,58 @@ struct Held {
 
 } // namespace
 
-ComponentLoader::ComponentLoader(std::filesystem::path registrations)
-    : m_registrations(std::move(registrations))
+ComponentLoader::ComponentLoader(const std::vector<std::filesystem::path>& libraryFolders,
+    std::filesystem::path registrations, Warning warn)
+    : m_libraryFolders(realFolders(libraryFolders))
+    , m_registrations(std::move(registrations))
+    , m_warn(std::move(warn))
 {
+    if (!m_warn) {
+        m_warn = [](const std::string& text) { std::cerr << "calvarine: " << text << '\n'; };
+    }
 }
 
 ComponentLoader::~ComponentLoader() = default;
 
-std::filesystem::path ComponentLoader::libraryOf(std::string_view className) const
+std::filesystem::path ComponentLoader::libraryOf(std::string_view className, std::string_view installedName)
 {
-    if (className.empty() || className.find('/') != std::string_view::npos) {
+    if (className.empty() || className.find('/') != std::string_view::npos || className.front() == '.') {
         throw ComponentError("invalid class name \"" + std::string(className) + "\"");
     }
-    const auto file = m_registrations / std::string(className);
-    std::ifstream in(file);
-    std::string path;
-    if (!in || !std::getline(in, path) || path.empty()) {
-        throw ComponentError("class " + std::string(className) + " is not registered (" + file.string() + ")");
+    std::string refusal;
+    if (!m_registrations.empty()) {
+        const auto file = m_registrations / std::string(className);
+        std::error_code error;
+        if (std::filesystem::symlink_status(file, error).type() != std::filesystem::file_type::not_found) {
+            auto registered = readRegistration(file, m_registrations.parent_path().parent_path(), m_libraryFolders);
+            if (!registered.library.empty()) {
+                return registered.library;
+            }
+            refusal = registered.refusal;
+        }
     }
-    return path;
+    std::filesystem::path installed;
+    if (!installedName.empty() && installedName.find('/') == std::string_view::npos) {
+        for (const auto& folder : m_libraryFolders) {
+            if (std::error_code error; std::filesystem::is_regular_file(folder / installedName, error)) {
+                installed = folder / installedName;
+                break;
+            }
+        }
+    }
+    if (!refusal.empty() && m_warned.emplace(className).second) {
+        m_warn(refusal + (installed.empty() ? std::string() : "; the installed library " + installed.string() + " is used"));
+    }
+    if (installed.empty()) {
+        std::string folders;
+        for (const auto& folder : m_libraryFolders) {
+            folders += (folders.empty() ? "" : ", ") + folder.string();
+        }
+        throw ComponentError("class " + std::string(className) + " is not installed"
+            + (installedName.empty() ? std::string() : " (no " + std::string(installedName) + " in " + (folders.empty() ? "any library folder" : folders) + ")")
+            + (refusal.empty() ? std::string() : "; " + refusal));
+    }
+    return installed;
 }
 
 std::shared_ptr<ComponentLoader::Library> ComponentLoader::open(const std::filesystem::path& path)
@@ -105,9 +140,9 @@ std::shared_ptr<ComponentLoader::Library> ComponentLoader::open(const std::files
     return library;
 }
 
-std::shared_ptr<void> ComponentLoader::create(std::string_view className, HostServices* host)
+std::shared_ptr<void> ComponentLoader::create(std::string_view className, std::string_view installedName, HostServices* host)
 {
-    auto library = open(libraryOf(className));
+    auto library = open(libraryOf(className, installedName));
     auto held = std::make_shared<Held>();
     held->object = library->create(className, host);
     held->library = std::move(library);
@@ -115,9 +150,10 @@ std::shared_ptr<void> ComponentLoader::create(std::string_view className, HostSe
     return std::shared_ptr<void>(std::move(held), object);
 }
 
-std::shared_ptr<LateBoundObject> ComponentLoader::createLateBound(std::string_view className, HostServices* host)
+std::shared_ptr<LateBoundObject> ComponentLoader::createLateBound(std::string_view className, std::string_view installedName,
+    HostServices* host)
 {
-    return std::static_pointer_cast<LateBoundObject>(create(className, host));
+    return std::static_pointer_cast<LateBoundObject>(create(className, installedName, host));
 }
 
 } // namespace components

@@ -1,31 +1,53 @@
 #pragma once
 
 // Where the project keeps per-user files: $XDG_DATA_HOME/calvarine, or
-// ~/.local/share/calvarine. Component registrations and the default print spool
-// live under it.
+// ~/.local/share/calvarine, the home folder taken from the user database when
+// HOME is unset. Never a folder under the temporary directory by default: a
+// shared folder anyone can write is no place for what the programs trust.
+// Component registrations and the default print spool live under it.
+
+#include <pwd.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
+#include <stdexcept>
 
 namespace components {
 
-inline std::filesystem::path dataDirectory()
+// The user's data folder ($XDG_DATA_HOME or ~/.local/share), or nothing when
+// neither it nor the home folder can be known.
+inline std::optional<std::filesystem::path> userDataBase()
 {
-    std::filesystem::path base;
-    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg) {
-        base = xdg;
-    } else if (const char* home = std::getenv("HOME"); home && *home) {
-        base = std::filesystem::path(home) / ".local" / "share";
-    } else {
-        base = std::filesystem::temp_directory_path();
+    // The XDG rules ignore a relative XDG_DATA_HOME.
+    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg == '/') {
+        return std::filesystem::path(xdg);
     }
-    return base / "calvarine";
+    if (const char* home = std::getenv("HOME"); home && *home == '/') {
+        return std::filesystem::path(home) / ".local" / "share";
+    }
+    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir && *entry->pw_dir == '/') {
+        return std::filesystem::path(entry->pw_dir) / ".local" / "share";
+    }
+    return std::nullopt;
 }
 
-// One file per class name, holding the absolute path of its library.
+// Throws std::runtime_error when the user has no data folder at all.
+inline std::filesystem::path dataDirectory()
+{
+    if (auto base = userDataBase()) {
+        return *base / "calvarine";
+    }
+    throw std::runtime_error("no data folder for this user: set XDG_DATA_HOME or HOME");
+}
+
+// One file per class name, holding the absolute path of its library; empty
+// when the user has no data folder.
 inline std::filesystem::path registrationDirectory()
 {
-    return dataDirectory() / "components";
+    auto base = userDataBase();
+    return base ? *base / "calvarine" / "components" : std::filesystem::path();
 }
 
 } // namespace components

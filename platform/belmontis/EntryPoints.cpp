@@ -45,7 +45,9 @@ std::filesystem::path libraryPath()
     if (dladdr(reinterpret_cast<void*>(&anchor), &info) == 0 || !info.dli_fname) {
         return {};
     }
-    return std::filesystem::absolute(info.dli_fname);
+    std::error_code error;
+    auto path = std::filesystem::canonical(info.dli_fname, error);
+    return error ? std::filesystem::absolute(info.dli_fname) : path;
 }
 
 } // namespace
@@ -89,13 +91,29 @@ int DllRegisterServer()
     if (library.empty()) {
         return 2;
     }
-    std::error_code ec;
     const std::filesystem::path dir = ComponentRegistration::directory();
-    std::filesystem::create_directories(dir, ec);
-    std::ofstream out(dir / kClassName, std::ios::trunc);
-    out << library.string() << '\n';
-    out.close();
-    return out.good() ? 0 : 2;
+    if (dir.empty()) {
+        return 2;
+    }
+    // The loader trusts a registration only if nobody else may write it or its
+    // folders: make them so whatever the umask.
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    for (const auto& folder : {dir.parent_path(), dir}) {
+        fs::create_directories(folder, ec);
+        fs::permissions(folder, fs::perms::group_write | fs::perms::others_write, fs::perm_options::remove, ec);
+    }
+    const fs::path file = dir / kClassName;
+    {
+        std::ofstream out(file, std::ios::trunc);
+        out << library.string() << '\n';
+        out.close();
+        if (!out.good()) {
+            return 2;
+        }
+    }
+    fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read, ec);
+    return ec ? 2 : 0;
 }
 
 int DllUnregisterServer()

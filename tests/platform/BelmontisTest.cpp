@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
-
 #include <cstdlib>
 #include <fstream>
 
@@ -31,28 +29,6 @@ public:
     std::vector<std::string> failures;
 };
 
-// The library opened on its own, as an installer would to register it.
-class LibraryHandle {
-public:
-    LibraryHandle()
-        : m_handle(dlopen(CALVARINE_BELMONTIS_LIBRARY, RTLD_NOW | RTLD_LOCAL))
-    {
-    }
-    ~LibraryHandle()
-    {
-        if (m_handle) {
-            dlclose(m_handle);
-        }
-    }
-    LibraryHandle(const LibraryHandle&) = delete;
-    LibraryHandle& operator=(const LibraryHandle&) = delete;
-    explicit operator bool() const { return m_handle != nullptr; }
-    int call(const char* entryPoint) const { return reinterpret_cast<int (*)()>(dlsym(m_handle, entryPoint))(); }
-
-private:
-    void* m_handle;
-};
-
 class Belmontis : public ::testing::Test {
 protected:
     void SetUp() override
@@ -60,8 +36,6 @@ protected:
         testsupport::guiApplication();
         ASSERT_TRUE(m_dir.isValid());
         setenv("XDG_DATA_HOME", (root() / "data").c_str(), 1);
-        ASSERT_TRUE(m_library) << dlerror();
-        ASSERT_EQ(m_library.call("DllRegisterServer"), 0);
 
         m_store = store::Store::open(root() / "db" / "calvarine.db");
         std::ifstream fixture(CALVARINE_PLATFORM_TEST_DATA "/reissue.jsonl");
@@ -72,7 +46,12 @@ protected:
 
     fs::path root() const { return testsupport::path(m_dir); }
 
-    std::shared_ptr<LateBoundObject> create() { return components::ComponentLoader().createLateBound(kClass, &m_host); }
+    // The control from the build tree's library folder, as the application finds it.
+    std::shared_ptr<LateBoundObject> create()
+    {
+        return components::ComponentLoader({fs::path(CALVARINE_BELMONTIS_LIBRARY).parent_path()}, {})
+            .createLateBound(kClass, "libbelmontis.so", &m_host);
+    }
 
     // The eleven members in the order the screen uses them.
     void edit(LateBoundObject& control, std::string text, const std::string& letter = "P", bool paper = true)
@@ -132,7 +111,6 @@ protected:
     }
 
     QTemporaryDir m_dir;
-    LibraryHandle m_library;
     RecordingHost m_host;
     std::shared_ptr<store::Store> m_store;
 };
@@ -203,45 +181,4 @@ TEST_F(Belmontis, UnknownMembersAndWrongTypesThrow)
     EXPECT_THROW(control->setProperty("BaseEdition", text), std::invalid_argument);
     EXPECT_THROW(control->invoke("W_Periode", {std::ref(text)}), std::invalid_argument);
     EXPECT_THROW(control->invoke("Editer_Bordereaux", {}), std::invalid_argument);
-}
-
-TEST_F(Belmontis, RegistrationAndUnloading)
-{
-    const fs::path registration = root() / "data" / "calvarine" / "components" / kClass;
-    std::ifstream in(registration);
-    std::string path;
-    std::getline(in, path);
-    EXPECT_TRUE(fs::equivalent(path, CALVARINE_BELMONTIS_LIBRARY));
-
-    std::shared_ptr<LateBoundObject> control;
-    {
-        components::ComponentLoader loader;
-        EXPECT_EQ(loader.libraryOf(kClass), fs::path(path));
-        control = loader.createLateBound(kClass);
-        EXPECT_EQ(m_library.call("DllCanUnloadNow"), 1);
-    }
-    // The object outlives its loader and still runs the library's code.
-    Variant periode = std::string("202611");
-    EXPECT_NO_THROW(control->setProperty("W_Periode", periode));
-    control.reset();
-    EXPECT_EQ(m_library.call("DllCanUnloadNow"), 0);
-
-    EXPECT_EQ(m_library.call("DllUnregisterServer"), 0);
-    EXPECT_FALSE(fs::exists(registration));
-    EXPECT_THROW(components::ComponentLoader().create(kClass), components::ComponentError);
-}
-
-TEST_F(Belmontis, LoaderRefusals)
-{
-    const fs::path registrations = root() / "registrations";
-    fs::create_directories(registrations);
-    components::ComponentLoader loader(registrations);
-    EXPECT_THROW(loader.create("Absent.Classe"), components::ComponentError);
-    EXPECT_THROW(loader.create("../escape"), components::ComponentError);
-
-    // A registration that names the library under a class it does not hold.
-    std::ofstream(registrations / "Autre.Classe") << CALVARINE_BELMONTIS_LIBRARY << '\n';
-    EXPECT_THROW(loader.create("Autre.Classe"), components::ComponentError);
-    std::ofstream(registrations / "Perdue.Classe") << (root() / "nowhere.so").string() << '\n';
-    EXPECT_THROW(loader.create("Perdue.Classe"), components::ComponentError);
 }
