@@ -18,3 +18,8 @@ std::shared_ptr<LateBoundObject> createBelmontis(HostServices& host, const std::
 
 // Where the application's own libraries lie: beside the executable's folder.
 std::vector<std::filesystem::path> applicationLibraryFolders();
+
+// Makes the folder that paper runs are written to (--print-to) and checks
+// that files can be made in it. The reason, in the system's words, when not;
+// empty when ready.
+std::string preparePrintFolder(const std::filesystem::path& folder);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <system_error>
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -17,6 +18,7 @@
 #include "Demo.h"
 #include "DataDirectory.h"
 #include "HostWindow.h"
+#include "Sibling.h"
 #include "Store.h"
 
 namespace {
@@ -89,8 +91,13 @@ int main(int argc, char** argv)
     HostWindow::Options options;
     options.user = user;
     if (parser.isSet(printOption)) {
-        options.printTo = std::filesystem::absolute(parser.value(printOption).toStdString());
-        std::filesystem::create_directories(*options.printTo);
+        std::error_code error;
+        options.printTo = std::filesystem::absolute(parser.value(printOption).toStdString(), error);
+        if (const std::string why = error ? error.message() : preparePrintFolder(*options.printTo); !why.empty()) {
+            std::cerr << "calvarine: --print-to " << parser.value(printOption).toStdString()
+                      << ": cannot write paper runs there: " << why << '\n';
+            return 2;
+        }
     }
 
     std::shared_ptr<store::Store> database;

@@ -3,12 +3,14 @@
 #include <iostream>
 #include <stdexcept>
 
+#include <QBuffer>
 #include <QPageLayout>
 #include <QPageSize>
 #include <QPrinter>
 #include <QPrinterInfo>
 
 #include "DataDirectory.h"
+#include "Spool.h"
 #include "StatementRenderer.h"
 #include "shell/HostServices.h"
 
@@ -147,17 +149,20 @@ void Ctr_Belmontis::Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& select
     }
 }
 
-std::filesystem::path Ctr_Belmontis::spoolFile() const
+std::filesystem::path Ctr_Belmontis::spool(const std::vector<statements::StatementData>& found) const
 {
+    QByteArray pdf;
+    QBuffer buffer(&pdf);
+    buffer.open(QIODevice::WriteOnly);
+    statements::renderPdf(found, buffer, QString::fromStdString(jobTitle()));
+    buffer.close();
     const std::filesystem::path directory = m_spool.empty() ? components::dataDirectory() / "spool" : m_spool;
-    std::filesystem::create_directories(directory);
-    const std::string stem = "Bordereaux_" + m_entite + m_activite + "_" + m_periode + "_";
-    for (int n = 1;; ++n) {
-        auto candidate = directory / (stem + std::to_string(n) + ".pdf");
-        if (!std::filesystem::exists(candidate)) {
-            return candidate;
-        }
-    }
+    return publishExclusively(pdf, directory, "Bordereaux_" + m_entite + m_activite + "_" + m_periode + "_");
+}
+
+std::string Ctr_Belmontis::jobTitle() const
+{
+    return "Bordereaux " + m_entite + m_activite + " " + m_periode;
 }
 
 void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
@@ -165,11 +170,11 @@ void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
     statements::requireGuiApplication();
     const QPrinterInfo printerInfo = QPrinterInfo::defaultPrinter();
     if (!m_spool.empty() || !m_papier || printerInfo.isNull()) {
-        statements::renderPdfFile(found, QString::fromStdString(spoolFile().string()));
+        spool(found);
         return;
     }
     QPrinter printer(printerInfo, QPrinter::HighResolution);
-    printer.setDocName(QString::fromStdString("Bordereaux " + m_entite + m_activite + " " + m_periode));
+    printer.setDocName(QString::fromStdString(jobTitle()));
     printer.setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(15, 15, 15, 12),
         QPageLayout::Millimeter));
     statements::render(found, printer);

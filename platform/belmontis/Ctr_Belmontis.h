@@ -15,7 +15,8 @@
 // Where a job goes: the spool directory when the host set one or W_Papier is
 // False; otherwise the default printer, without a dialog; with no printer at
 // all, the spool directory, by default <data directory>/spool. A spooled job is
-// Bordereaux_<entity><letter>_<period>_<n>.pdf, n the first number free.
+// Bordereaux_<entity><letter>_<period>_<n>.pdf, n the first number free, taken
+// exclusively even against other processes (Spool.h).
 //
 // An unknown member, or a value of the wrong type, throws std::invalid_argument.
 // Everything that goes wrong while printing (a statement not found, no
@@ -45,7 +46,9 @@ public:
 private:
     void Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& selection);
     void print(const std::vector<statements::StatementData>& found);
-    std::filesystem::path spoolFile() const;
+    // Writes the job as one PDF into the spool folder; its path.
+    std::filesystem::path spool(const std::vector<statements::StatementData>& found) const;
+    std::string jobTitle() const;
     void report(const std::string& what) const;
 
     HostServices* m_host;

@@ -182,3 +182,46 @@ TEST_F(Belmontis, UnknownMembersAndWrongTypesThrow)
     EXPECT_THROW(control->invoke("W_Periode", {std::ref(text)}), std::invalid_argument);
     EXPECT_THROW(control->invoke("Editer_Bordereaux", {}), std::invalid_argument);
 }
+
+TEST_F(Belmontis, ProcessesSpoolingIntoOneFolderEachKeepTheirFiles)
+{
+    // Several workstations print into the same folder at the same moment.
+    constexpr int kProcesses = 4;
+    constexpr int kRuns = 8;
+    const fs::path spool = root() / "shared-spool";
+    const QString database = QString::fromStdString((root() / "db" / "calvarine.db").string());
+    std::vector<std::unique_ptr<QProcess>> children;
+    for (int i = 0; i < kProcesses; ++i) {
+        auto child = std::make_unique<QProcess>();
+        child->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        child->start(QStringLiteral(CALVARINE_SPOOL_CHILD),
+            {QString::fromStdString(fs::path(CALVARINE_BELMONTIS_LIBRARY).parent_path().string()), database,
+                QString::fromStdString(spool.string()), QString::number(kRuns)});
+        children.push_back(std::move(child));
+    }
+    for (auto& child : children) {
+        ASSERT_TRUE(child->waitForFinished(120000));
+        EXPECT_EQ(child->exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(child->exitCode(), 0);
+    }
+    const auto names = filesIn(spool);
+    ASSERT_EQ(names.size(), static_cast<std::size_t>(kProcesses * kRuns)) << "a run's file was lost or one is left aside";
+    for (int n = 1; n <= kProcesses * kRuns; ++n) {
+        EXPECT_TRUE(fs::exists(spool / ("Bordereaux_001P_202611_" + std::to_string(n) + ".pdf"))) << n;
+    }
+    // Every file is a whole job, readable as the umask allows.
+    for (const auto& name : names) {
+        EXPECT_EQ(testsupport::pdfPageCount(spool / name), 1) << name;
+        EXPECT_NE(fs::status(spool / name).permissions() & fs::perms::group_read, fs::perms::none) << name;
+    }
+}
+
+TEST_F(Belmontis, ASpoolFolderThatCannotBeMadeIsReported)
+{
+    auto control = create();
+    std::ofstream(root() / "a-file") << "x";
+    spoolTo(*control, root() / "a-file" / "spool");
+    edit(*control, entries({{"012", "F000000123"}}));
+    ASSERT_EQ(m_host.failures.size(), 1u);
+    EXPECT_NE(m_host.failures[0].find((root() / "a-file").string()), std::string::npos) << m_host.failures[0];
+}
