@@ -52,7 +52,7 @@ std::shared_ptr<store::Store> benchStore()
     }
     const std::filesystem::path file = std::filesystem::current_path() / "bench-data" / "control.db";
     const bool fresh = !std::filesystem::exists(file);
-    opened = store::Store::open(file);
+    opened = store::Store::create(file);
     if (!fresh) {
         return opened;
     }

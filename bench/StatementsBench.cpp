@@ -61,7 +61,7 @@ void BM_ServerCommand(benchmark::State& state)
 {
     const int count = static_cast<int>(state.range(0));
     QTemporaryDir dir;
-    auto store = store::Store::open(dir.path().toStdString() + "/calvarine.db");
+    auto store = store::Store::create(dir.path().toStdString() + "/calvarine.db");
     store->defineName(FileNames::ARCHIVEBORDCAISSE, "PeriodeArchive", 1);
     store->defineName(FileNames::ARCHIVEBORDCAISSE, "NumFactArchive", 3);
     store->write(FileNames::ASSOCIATION, "001", "AIDE A DOMICILE DU VAL");

@@ -48,7 +48,7 @@ const std::filesystem::path& database()
             std::filesystem::remove(file.string() + "-wal");
             std::filesystem::remove(file.string() + "-shm");
             std::cerr << "generating " << count << " statements into " << file << " (once)\n";
-            auto store = store::Store::open(file);
+            auto store = store::Store::create(file);
             store::generateDemo(*store, store::DemoOptions{count, 1, kScope}, {});
             std::ofstream(done) << count << '\n';
         }
@@ -83,7 +83,7 @@ std::string_view column(sqlite3_stmt* statement, int i)
 // What the screen does: one Select, then one ReadItem of the organisation per key.
 void BM_StoreQuery(benchmark::State& state)
 {
-    auto store = store::Store::open(database());
+    auto store = store::Store::create(database());
     auto organisations = store->OpenFile(FileNames::ORGPRISECHARGE);
     const std::string request = kSentence + "\xFE" + FileNames::ARCHIVEBORDCAISSE + "\xFE" + "0";
     std::size_t keys = 0;
@@ -157,7 +157,7 @@ void BM_HandWrittenSqlite(benchmark::State& state)
 // visit passes a counting function placed on the driving index.
 void BM_IndexEntriesPerKey(benchmark::State& state)
 {
-    store::SqliteEngine engine(database());
+    store::SqliteEngine engine(database(), store::OpenMode::Existing);
     const auto compiled = engine.compile(store::sentence::parse(kSentence), false);
     std::size_t visited = 0;
     sqlite3_create_function_v2(engine.handle(), "calv_count", 1, SQLITE_UTF8, &visited,
@@ -211,8 +211,8 @@ std::string serverConnection()
 
 std::shared_ptr<store::Store> readData(bool server)
 {
-    auto store = server ? store::Store::connect(serverConnection())
-                        : store::Store::open(std::filesystem::path(CALVARINE_BENCH_DATA) / ("reads-" + std::to_string(kReadStatements) + ".db"));
+    auto store = server ? store::Store::connect(serverConnection(), store::OpenMode::Create)
+                        : store::Store::create(std::filesystem::path(CALVARINE_BENCH_DATA) / ("reads-" + std::to_string(kReadStatements) + ".db"));
     if (!store->read("BENCH", "done")) {
         std::cerr << "generating " << kReadStatements << " statements for the reads (once)\n";
         store::generateDemo(*store, store::DemoOptions{kReadStatements, 1, kScope}, {});

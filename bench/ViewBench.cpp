@@ -45,7 +45,7 @@ std::shared_ptr<store::Store> benchStore()
     }
     const std::filesystem::path file = std::filesystem::path(CALVARINE_BENCH_DATA) / "view.db";
     const bool fresh = !std::filesystem::exists(file);
-    opened = store::Store::open(file);
+    opened = store::Store::create(file);
     if (fresh) {
         store::DemoOptions options;
         options.statements = 500;

@@ -154,7 +154,7 @@ int run(std::vector<std::string> args)
         if (args.empty()) {
             return usage();
         }
-        auto store = store::Store::connect(database);
+        auto store = store::Store::connect(database, store::OpenMode::Create);
         for (const auto& file : args) {
             std::ifstream in(file, std::ios::binary);
             if (!in) {
@@ -223,7 +223,7 @@ int run(std::vector<std::string> args)
                 return usage();
             }
         }
-        auto store = store::Store::connect(database);
+        auto store = store::Store::connect(database, store::OpenMode::Create);
         ProgressBar bar("demo");
         store::generateDemo(*store, options, [&](std::size_t done, std::size_t total) { bar.update(done, total); });
         std::cerr << "demo data written to " << database << '\n';

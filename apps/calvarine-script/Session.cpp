@@ -88,7 +88,7 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
         // No worker runs beside the host: Execute serves the queue itself.
         m_store->setServeOwnCommands(true);
     } else {
-        m_store = store::Store::open(m_dir.path() / "db.sqlite");
+        m_store = store::Store::create(m_dir.path() / "db.sqlite");
     }
     m_store->setFusionDirectory(m_fusion);
     registerServerCommands(*m_store);

@@ -25,6 +25,13 @@ int main(int argc, char** argv)
             options.fusion = argv[++i];
         } else if (arg == "--db-url" && i + 1 < argc) {
             options.dbUrl = argv[++i];
+            if (!store::Store::isServerConnection(*options.dbUrl)) {
+                // Each file plays on a fresh database of its own; on SQLite that
+                // is a temporary file, never one the caller names.
+                std::cerr << "calvarine-script: --db-url takes a PostgreSQL URI (postgresql://...), not \"" << *options.dbUrl
+                          << "\"; without it every file plays on a fresh SQLite database\n";
+                return 2;
+            }
         } else if (arg.starts_with("--")) {
             std::cerr << "usage: calvarine-script [--fusion DIR] [--db-url URL] FILE...\n";
             return 2;

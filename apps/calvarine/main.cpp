@@ -45,7 +45,7 @@ void makeDemoDatabase(const std::filesystem::path& file, const std::string& user
     progress.setCancelButton(nullptr);
     progress.setValue(0);
     {
-        auto store = store::Store::open(partial);
+        auto store = store::Store::create(partial);
         store::DemoOptions options;
         options.user = user;
         store::generateDemo(*store, options, [&](std::size_t done, std::size_t total) {

@@ -1,7 +1,10 @@
 #include "SqliteEngine.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include "database/DbaDynArray.h"
 #include "database/DbaError.h"
@@ -104,41 +107,96 @@ void SqliteEngine::Finalize::operator()(sqlite3_stmt* statement) const
     sqlite3_finalize(statement);
 }
 
-SqliteEngine::SqliteEngine(const std::filesystem::path& file)
+SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
     : m_path(file)
 {
+    const auto refuse = [&](const std::string& cause) {
+        throw DbaError(DbaError::Kind::NotConnected, "open " + file.string(), cause);
+    };
     std::error_code error;
-    if (file.has_parent_path()) {
+    const auto status = std::filesystem::status(file, error);
+    const bool missing = status.type() == std::filesystem::file_type::not_found;
+    if (missing && mode == OpenMode::Existing) {
+        const auto folder = file.parent_path();
+        if (!folder.empty() && !std::filesystem::is_directory(folder, error)) {
+            refuse("no such folder " + folder.string());
+        }
+        refuse("no such database file");
+    }
+    if (!missing && error) {
+        refuse(error.message());
+    }
+    if (status.type() == std::filesystem::file_type::directory) {
+        refuse("a folder, not a database file");
+    }
+    if (missing && file.has_parent_path()) {
         std::filesystem::create_directories(file.parent_path(), error);
+        if (error) {
+            refuse("cannot create the folder " + file.parent_path().string() + ": " + error.message());
+        }
     }
-    const int rc = sqlite3_open_v2(file.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-    if (rc != SQLITE_OK) {
-        std::string detail = m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(rc);
-        sqlite3_close_v2(m_db);
-        m_db = nullptr;
-        throw DbaError(DbaError::Kind::Storage, "open " + file.string(), detail);
-    }
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (missing ? SQLITE_OPEN_CREATE : 0);
+    const int rc = sqlite3_open_v2(file.c_str(), &m_db, flags, nullptr);
     try {
+        if (rc != SQLITE_OK) {
+            refuse(m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(rc));
+        }
+        // SQLite quietly opens a write-protected file for reading only; the
+        // screen writes its working records, so say so now rather than later.
+        if (sqlite3_db_readonly(m_db, "main") == 1) {
+            refuse(std::string("read-only: ") + (access(file.c_str(), W_OK) != 0 ? std::strerror(errno) : "cannot be written"));
+        }
         sqlite3_busy_timeout(m_db, 10000);
         sqlite3_extended_result_codes(m_db, 1);
-        constexpr int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
-        sqlite3_create_function_v2(m_db, "calv_attr", 2, flags, nullptr, attrFunction, nullptr, nullptr, nullptr);
-        sqlite3_create_function_v2(m_db, "calv_has", 4, flags, nullptr, hasFunction, nullptr, nullptr, nullptr);
+        // One read (a shared lock, never the write lock) tells a database of the
+        // store from an empty file, another program's database or no database.
+        int tables = 0;
+        bool ours = false;
+        {
+            sqlite3_stmt* statement = prepareOrNull("SELECT name = 'calvarine#dict' FROM sqlite_schema WHERE type = 'table'");
+            if (!statement) {
+                refuse(sqlite3_errmsg(m_db));
+            }
+            Use use(statement);
+            int step;
+            while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
+                ++tables;
+                ours = ours || sqlite3_column_int(statement, 0) != 0;
+            }
+            if (step != SQLITE_DONE) {
+                refuse(sqlite3_errmsg(m_db));
+            }
+        }
+        if (!ours && (mode == OpenMode::Existing || tables > 0)) {
+            refuse(tables > 0 ? "not a database of this application (no dictionary table)" : "an empty file, not a database");
+        }
+        constexpr int functionFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
+        sqlite3_create_function_v2(m_db, "calv_attr", 2, functionFlags, nullptr, attrFunction, nullptr, nullptr, nullptr);
+        sqlite3_create_function_v2(m_db, "calv_has", 4, functionFlags, nullptr, hasFunction, nullptr, nullptr, nullptr);
         sqlite3_create_collation_v2(m_db, "calv_right", SQLITE_UTF8, nullptr, rightCollation, nullptr);
-        exec("PRAGMA journal_mode=WAL");
         // DBWrite promises durability: every commit reaches the disk.
         exec("PRAGMA synchronous=FULL");
         // Index tables take inserts all over their range; a larger cache keeps
         // big imports from re-reading pages.
         exec("PRAGMA cache_size=-65536");
-        transaction([this] {
-            exec("CREATE TABLE IF NOT EXISTS \"calvarine#dict\"(file TEXT NOT NULL, name TEXT NOT NULL, "
-                 "attr INTEGER NOT NULL, justify TEXT NOT NULL DEFAULT 'L', PRIMARY KEY(file, name)) WITHOUT ROWID");
-        });
+        if (!ours) {
+            // Readers then never wait for a writer, nor a writer for readers.
+            exec("PRAGMA journal_mode=WAL");
+            transaction([this] {
+                exec("CREATE TABLE IF NOT EXISTS \"calvarine#dict\"(file TEXT NOT NULL, name TEXT NOT NULL, "
+                     "attr INTEGER NOT NULL, justify TEXT NOT NULL DEFAULT 'L', PRIMARY KEY(file, name)) WITHOUT ROWID");
+            });
+        }
     } catch (...) {
         m_statements.clear();
         sqlite3_close_v2(m_db);
         m_db = nullptr;
+        if (missing) {
+            // Nothing is left of a database that could not be made.
+            for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+                std::filesystem::remove(file.string() + suffix, error);
+            }
+        }
         throw;
     }
 }
@@ -173,6 +231,16 @@ sqlite3_stmt* SqliteEngine::prepare(const std::string& sql)
     sqlite3_stmt* raw = nullptr;
     if (sqlite3_prepare_v3(m_db, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &raw, nullptr) != SQLITE_OK) {
         fail("prepare " + sql);
+    }
+    return m_statements.emplace(sql, StatementPtr(raw)).first->second.get();
+}
+
+sqlite3_stmt* SqliteEngine::prepareOrNull(const std::string& sql)
+{
+    sqlite3_stmt* raw = nullptr;
+    if (sqlite3_prepare_v3(m_db, sql.c_str(), static_cast<int>(sql.size()), 0, &raw, nullptr) != SQLITE_OK) {
+        sqlite3_finalize(raw);
+        return nullptr;
     }
     return m_statements.emplace(sql, StatementPtr(raw)).first->second.get();
 }

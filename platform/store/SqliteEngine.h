@@ -30,7 +30,10 @@ namespace store {
 
 class SqliteEngine final : public Engine {
 public:
-    explicit SqliteEngine(const std::filesystem::path& file);
+    // Opens the database file; with OpenMode::Create makes it (folder, file,
+    // schema) when missing. Throws DbaError NotConnected naming the path and the
+    // cause; a failed creation leaves nothing behind.
+    SqliteEngine(const std::filesystem::path& file, OpenMode mode);
     ~SqliteEngine() override;
 
     const std::filesystem::path& path() const override { return m_path; }
@@ -58,6 +61,7 @@ public:
 
 private:
     sqlite3_stmt* prepare(const std::string& sql);
+    sqlite3_stmt* prepareOrNull(const std::string& sql); // cached; null on failure
     sqlite3_stmt* prepareSentence(const std::string& sql);
     void exec(const char* sql);
     [[noreturn]] void fail(const std::string& context) const;

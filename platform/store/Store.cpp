@@ -81,10 +81,10 @@ Store::Store(std::unique_ptr<Impl> impl)
 
 Store::~Store() = default;
 
-std::shared_ptr<Store> Store::open(const std::filesystem::path& file)
+std::shared_ptr<Store> Store::open(const std::filesystem::path& file, OpenMode mode)
 {
     auto impl = std::make_unique<Impl>();
-    impl->engine = std::make_shared<SqliteEngine>(file);
+    impl->engine = std::make_shared<SqliteEngine>(file, mode);
     impl->fusion = file.parent_path() / "FUSION";
     return std::shared_ptr<Store>(new Store(std::move(impl)));
 }
@@ -94,7 +94,12 @@ bool Store::isServerConnection(std::string_view connection)
     return connection.starts_with("postgresql://") || connection.starts_with("postgres://");
 }
 
-std::shared_ptr<Store> Store::connect(std::string_view connection)
+std::shared_ptr<Store> Store::create(const std::filesystem::path& file)
+{
+    return open(file, OpenMode::Create);
+}
+
+std::shared_ptr<Store> Store::connect(std::string_view connection, OpenMode mode)
 {
     if (!isServerConnection(connection)) {
         if (connection.starts_with("sqlite:")) {
@@ -103,7 +108,7 @@ std::shared_ptr<Store> Store::connect(std::string_view connection)
         if (connection.empty()) {
             throw DbaError(DbaError::Kind::NotConnected, "connect", "no database named");
         }
-        return open(std::filesystem::path(connection));
+        return open(std::filesystem::path(connection), mode);
     }
     auto impl = std::make_unique<Impl>();
     impl->engine = std::make_shared<PgEngine>(connection);
@@ -113,6 +118,11 @@ std::shared_ptr<Store> Store::connect(std::string_view connection)
 
 std::string Store::withSchema(std::string_view url, std::string_view schema)
 {
+    if (!isServerConnection(url)) {
+        // Appended to a file's name, the options would name another file.
+        throw DbaError(DbaError::Kind::NotConnected, "schema " + std::string(schema),
+            "a schema needs a PostgreSQL URI (postgresql://...), not a database file");
+    }
     // libpq takes server options in the URI; "=" must be percent-encoded there.
     std::string out(url);
     out += out.find('?') == std::string::npos ? "?" : "&";

@@ -44,18 +44,35 @@ using ServerCommand = std::function<void(CommandContext&)>;
 
 enum class Justify { Left, Right };
 
+// Whether opening a database may create it.
+enum class OpenMode {
+    Existing, // the database must exist: nothing is created
+    Create,   // made when missing, opened as it is when it exists
+};
+
 class Store : public DbaDatabase {
 public:
-    // Opens the database file, creating it (and its folder) if needed.
+    // Opens an existing database file of the store. Opening writes nothing and
+    // takes no write lock, so it never waits for another process's import. A
+    // missing file or folder, a folder, a file that is not a database of the
+    // store and a read-only file are refused with DbaError NotConnected, whose
+    // context names the path and detail the cause; nothing is created.
+    // With OpenMode::Create the file is made (with its folder and the store's
+    // schema) when missing, and opened as it is when it exists.
     // FUSION defaults to the folder "FUSION" beside the file.
-    static std::shared_ptr<Store> open(const std::filesystem::path& file);
+    static std::shared_ptr<Store> open(const std::filesystem::path& file, OpenMode mode = OpenMode::Existing);
+    // open(file, OpenMode::Create): for the commands that make a database
+    // (demo data, import, the first-use demo, tests and scenario runs).
+    static std::shared_ptr<Store> create(const std::filesystem::path& file);
     // Opens "sqlite:PATH" (or a bare path) as open() does, or connects to the
     // PostgreSQL server of a URI "postgresql://..." or "postgres://...". On a
-    // server FUSION defaults to "FUSION" in the current folder.
-    static std::shared_ptr<Store> connect(std::string_view connection);
+    // server FUSION defaults to "FUSION" in the current folder, and the store's
+    // tables are made on first connection whatever the mode.
+    static std::shared_ptr<Store> connect(std::string_view connection, OpenMode mode = OpenMode::Existing);
     // True for a PostgreSQL URI.
     static bool isServerConnection(std::string_view connection);
     // The URI with every connection working in schema (created on first use).
+    // Throws DbaError NotConnected for a connection that is not a server's.
     static std::string withSchema(std::string_view url, std::string_view schema);
     // Drops a schema with everything in it (tests and scenario runs).
     static void dropSchema(std::string_view url, std::string_view schema);

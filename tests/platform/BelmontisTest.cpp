@@ -37,7 +37,7 @@ protected:
         ASSERT_TRUE(m_dir.isValid());
         setenv("XDG_DATA_HOME", (root() / "data").c_str(), 1);
 
-        m_store = store::Store::open(root() / "db" / "calvarine.db");
+        m_store = store::Store::create(root() / "db" / "calvarine.db");
         std::ifstream fixture(CALVARINE_PLATFORM_TEST_DATA "/reissue.jsonl");
         m_store->importJsonLines(fixture, "reissue.jsonl");
     }

@@ -20,7 +20,7 @@ protected:
     {
         testsupport::guiApplication();
         ASSERT_TRUE(m_dir.isValid());
-        m_store = store::Store::open(testsupport::path(m_dir) / "db" / "calvarine.db");
+        m_store = store::Store::create(testsupport::path(m_dir) / "db" / "calvarine.db");
         std::ifstream fixture(CALVARINE_PLATFORM_TEST_DATA "/reissue.jsonl");
         ASSERT_TRUE(fixture) << "fixture missing";
         m_store->importJsonLines(fixture, "reissue.jsonl");

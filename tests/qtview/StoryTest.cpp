@@ -45,7 +45,7 @@ protected:
     {
         // Component registrations go to a folder of the test's own.
         qputenv("XDG_DATA_HOME", QFile::encodeName(dir.path()));
-        store = store::Store::open(root() / "calvarine.db");
+        store = store::Store::create(root() / "calvarine.db");
         std::ifstream fixture(CALVARINE_TEST_FIXTURES "/statements.jsonl");
         store->importJsonLines(fixture, "statements.jsonl");
         store->write("DROITS", DatabaseRights::key("operateur", "CALVARINE"), "2");

@@ -1,3 +1,4 @@
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -349,22 +350,93 @@ TEST_P(StoreTest, MalformedFixtureImportsNothingAndNamesTheLine)
     EXPECT_EQ(db().read("A", "1"), "^|~");
 }
 
-TEST(StoreOnSqlite, OpeningAFreshDatabaseCreatesItsFolderAndFusionStaysBeside)
+TEST(StoreOnSqlite, CreatingMakesTheFolderAndFusionStaysBeside)
 {
     TempDir dir;
-    auto nested = Store::open(dir.path() / "a" / "b" / "fresh.db");
-    EXPECT_TRUE(std::filesystem::exists(dir.path() / "a" / "b" / "fresh.db"));
+    const auto file = dir.path() / "a" / "b" / "fresh.db";
+    auto nested = Store::create(file);
+    EXPECT_TRUE(std::filesystem::exists(file));
     EXPECT_TRUE(nested->files().empty());
     EXPECT_EQ(nested->fusionDirectory(), dir.path() / "a" / "b" / "FUSION");
     EXPECT_FALSE(nested->read("NOFILE", "1").has_value());
-    // The same database by its connection string.
+    // The same database by its connection string; creating again opens it as it is.
     nested->write("F", "k", "v");
-    EXPECT_EQ(Store::connect("sqlite:" + (dir.path() / "a" / "b" / "fresh.db").string())->read("F", "k"), "v");
-    EXPECT_EQ(Store::connect((dir.path() / "a" / "b" / "fresh.db").string())->read("F", "k"), "v");
+    EXPECT_EQ(Store::connect("sqlite:" + file.string())->read("F", "k"), "v");
+    EXPECT_EQ(Store::connect(file.string())->read("F", "k"), "v");
+    EXPECT_EQ(Store::create(file)->read("F", "k"), "v");
     EXPECT_FALSE(Store::isServerConnection("sqlite:/tmp/x.db"));
     EXPECT_TRUE(Store::isServerConnection("postgres://u@h/db"));
     EXPECT_EQ(Store::withSchema("postgresql://u@h/db", "s1"), "postgresql://u@h/db?options=-csearch_path%3Ds1");
     EXPECT_EQ(Store::withSchema("postgresql://u@h/db?port=5", "s1"), "postgresql://u@h/db?port=5&options=-csearch_path%3Ds1");
+    // A schema belongs to a server: appended to a file's name it would name another file.
+    EXPECT_THROW(Store::withSchema("x.db", "s1"), DbaError);
+}
+
+// Opening never creates, and says what is wrong and where.
+TEST(StoreOnSqlite, OpeningRefusesWhatIsNotAnExistingDatabase)
+{
+    TempDir dir;
+    const auto expectRefused = [](const std::filesystem::path& file, const std::string& cause) {
+        try {
+            Store::open(file);
+            ADD_FAILURE() << "opened " << file;
+        } catch (const DbaError& error) {
+            EXPECT_EQ(error.kind(), DbaError::Kind::NotConnected) << error.what();
+            EXPECT_EQ(error.context(), "open " + file.string());
+            EXPECT_NE(error.detail().find(cause), std::string::npos) << error.what();
+        }
+    };
+    expectRefused(dir.path() / "missing" / "x.db", "no such folder");
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "missing"));
+    expectRefused(dir.path() / "x.db", "no such database file");
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "x.db"));
+    expectRefused(dir.path(), "a folder");
+    std::ofstream(dir.path() / "empty.db").flush();
+    expectRefused(dir.path() / "empty.db", "empty file");
+    std::ofstream(dir.path() / "text.db") << std::string(4096, 'x');
+    expectRefused(dir.path() / "text.db", "not a database");
+    // Neither is a file that is not a database overwritten by creating.
+    EXPECT_THROW(Store::create(dir.path() / "text.db"), DbaError);
+    EXPECT_EQ(std::filesystem::file_size(dir.path() / "text.db"), 4096u);
+    EXPECT_THROW(Store::connect(""), DbaError);
+}
+
+TEST(StoreOnSqlite, OpeningAReadOnlyDatabaseSaysSo)
+{
+    SmallDisk disk("1m");
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "mounting a tmpfs is not permitted here";
+    }
+    const auto file = disk.path() / "db.sqlite";
+    Store::create(file)->write("F", "k", "v");
+    ASSERT_TRUE(disk.makeReadOnly());
+    try {
+        Store::open(file);
+        ADD_FAILURE() << "opened a database on a read-only disk";
+    } catch (const DbaError& error) {
+        EXPECT_EQ(error.context(), "open " + file.string());
+        EXPECT_NE(error.detail().find("read-only"), std::string::npos) << error.what();
+    }
+}
+
+// Readers never wait for a writer: opening takes no write lock, so a store
+// opens and reads while another connection holds a long write transaction.
+TEST(StoreOnSqlite, OpeningDuringAWriteTransactionNeitherWaitsNorWrites)
+{
+    TempDir dir;
+    const auto file = dir.path() / "db.sqlite";
+    auto writer = Store::create(file);
+    writer->write("F", "k", "before");
+    writer->transaction([&] {
+        writer->write("F", "k", "during");
+        const auto started = std::chrono::steady_clock::now();
+        auto reader = Store::open(file);
+        EXPECT_EQ(reader->read("F", "k"), "before");
+        EXPECT_EQ(reader->select("SSELECT F").text(), "k");
+        // The busy timeout is 10 s: a wait for the lock would show.
+        EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    });
+    EXPECT_EQ(Store::open(file)->read("F", "k"), "during");
 }
 
 CALVARINE_BOTH_ENGINES(Sentences);

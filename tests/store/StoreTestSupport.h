@@ -84,6 +84,35 @@ private:
     std::filesystem::path m_path;
 };
 
+// A small tmpfs mounted on a fresh folder, for a full or read-only disk;
+// mounted() is false where mounting is not permitted (the test then skips).
+class SmallDisk {
+public:
+    explicit SmallDisk(const std::string& size)
+    {
+        const auto command = "mount -t tmpfs -o size=" + size + " tmpfs '" + m_dir.path().string() + "' 2>/dev/null";
+        m_mounted = std::system(command.c_str()) == 0;
+    }
+    ~SmallDisk()
+    {
+        if (m_mounted) {
+            (void)std::system(("umount '" + m_dir.path().string() + "' 2>/dev/null").c_str());
+        }
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    bool mounted() const { return m_mounted; }
+    const std::filesystem::path& path() const { return m_dir.path(); }
+    bool makeReadOnly() const
+    {
+        return std::system(("mount -o remount,ro '" + m_dir.path().string() + "' 2>/dev/null").c_str()) == 0;
+    }
+
+private:
+    TempDir m_dir;
+    bool m_mounted = false;
+};
+
 // One throwaway database; connect() opens another connection to it.
 class TestDatabase {
 public:
@@ -96,6 +125,7 @@ public:
             m_connection = Store::withSchema(m_server, m_schema);
         } else {
             m_connection = "sqlite:" + (m_dir.path() / "test.db").string();
+            Store::create(m_dir.path() / "test.db");
         }
     }
     ~TestDatabase()

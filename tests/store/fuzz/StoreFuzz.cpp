@@ -19,7 +19,7 @@ store::Store& fuzzStore()
     static const std::filesystem::path folder = std::filesystem::temp_directory_path() / ("calvarine-fuzz-" + std::to_string(getpid()));
     static const std::shared_ptr<store::Store> store = [] {
         std::filesystem::remove_all(folder);
-        auto opened = store::Store::open(folder / "fuzz.db");
+        auto opened = store::Store::create(folder / "fuzz.db");
         opened->importJsonLine(R"({"dict": "F", "name": "N", "attr": 1}
 {"dict": "F", "name": "R", "attr": 2, "justify": "R"}
 {"dict": "F", "name": "K", "attr": 0}
