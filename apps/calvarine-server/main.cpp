@@ -10,11 +10,13 @@
 #include <iostream>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
 #include "ArchiveBordCaisseExcel.h"
 #include "Store.h"
+#include "database/DbaError.h"
 
 namespace {
 
@@ -72,28 +74,52 @@ int work(int argc, char** argv, const Options& options)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
     QGuiApplication application(argc, argv);
-    auto store = store::Store::connect(options.url);
-    if (!store->queuesCommands()) {
-        std::cerr << "calvarine-server: " << options.url << " is not a server database; its commands run in the workstation\n";
-        return 2;
-    }
-    if (!options.fusion.empty()) {
-        store->setFusionDirectory(options.fusion);
-    }
-    server::registerArchiveBordCaisseExcel(*store);
     char host[256] = {};
     gethostname(host, sizeof host - 1);
     const std::string name = options.name.empty() ? std::string(host) + ":" + std::to_string(getpid()) : options.name;
     const auto lease = std::chrono::seconds(options.lease);
+
+    // The server may be down or restarting: the worker waits for it, longer each
+    // time, and says so, rather than stop.
+    std::shared_ptr<store::Store> store;
+    std::chrono::seconds pause{1};
+    bool troubled = false;
     while (true) {
-        while (store->runQueuedCommand(name, lease)) {
+        try {
+            if (!store) {
+                store = store::Store::connect(options.url);
+                if (!store->queuesCommands()) {
+                    std::cerr << "calvarine-server: --db must name a PostgreSQL database (postgresql://...); the commands of a database file run "
+                                 "in the workstation\n";
+                    return 2;
+                }
+                if (!options.fusion.empty()) {
+                    store->setFusionDirectory(options.fusion);
+                }
+                server::registerArchiveBordCaisseExcel(*store);
+            }
+            while (store->runQueuedCommand(name, lease)) {
+            }
+            if (troubled) {
+                std::cerr << "calvarine-server " << name << ": connected to the database again\n";
+                troubled = false;
+                pause = std::chrono::seconds(1);
+            }
+            if (options.once) {
+                return 0;
+            }
+            // Woken by a new command; a lease that runs out sends no notification, so
+            // look again every second.
+            store->waitForCommands(std::chrono::seconds(1));
+        } catch (const DbaError& error) {
+            if (error.kind() != DbaError::Kind::Storage || options.once) {
+                throw;
+            }
+            std::cerr << "calvarine-server " << name << ": " << error.what() << "; trying again in " << pause.count() << " s\n";
+            troubled = true;
+            std::this_thread::sleep_for(pause);
+            pause = std::min(pause * 2, std::chrono::seconds(30));
         }
-        if (options.once) {
-            return 0;
-        }
-        // Woken by a new command; a lease that runs out sends no notification, so
-        // look again every second.
-        store->waitForCommands(std::chrono::seconds(1));
     }
 }
 

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <libpq-fe.h>
+#include <cctype>
+#include <cerrno>
 #include <poll.h>
+#include <sys/socket.h>
+#include <thread>
 
 #include "database/DbaError.h"
 
@@ -68,76 +72,253 @@ std::string quoteIdent(std::string_view name)
     return out;
 }
 
-Connection::Connection(std::string_view url)
+namespace {
+
+std::string percentDecoded(std::string_view text)
 {
-    const std::string text(url);
-    m_conn = PQconnectdb(text.c_str());
-    if (PQstatus(m_conn) != CONNECTION_OK) {
-        const std::string detail = trimmed(PQerrorMessage(m_conn));
-        PQfinish(m_conn);
-        m_conn = nullptr;
-        throw DbaError(DbaError::Kind::Storage, "connect to the PostgreSQL server", detail);
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size() && std::isxdigit(static_cast<unsigned char>(text[i + 1]))
+            && std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
+            out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+            i += 2;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+void mask(std::string& text, const std::string& secret)
+{
+    if (secret.empty()) {
+        return;
+    }
+    for (auto at = text.find(secret); at != std::string::npos; at = text.find(secret, at + 3)) {
+        text.replace(at, secret.size(), "***");
     }
 }
 
-Connection::~Connection()
+} // namespace
+
+std::string redacted(std::string text, std::string_view url)
 {
-    PQfinish(m_conn);
+    // Read loosely: a malformed URI must be masked as well as a good one.
+    std::vector<std::string> secrets;
+    if (const auto scheme = url.find("://"); scheme != std::string_view::npos) {
+        const auto userinfo = url.substr(scheme + 3);
+        if (const auto at = userinfo.rfind('@'); at != std::string_view::npos) {
+            if (const auto colon = userinfo.substr(0, at).find(':'); colon != std::string_view::npos) {
+                secrets.emplace_back(userinfo.substr(colon + 1, at - colon - 1));
+            }
+        }
+    }
+    for (auto at = url.find("password="); at != std::string_view::npos; at = url.find("password=", at + 1)) {
+        const auto value = url.substr(at + 9);
+        secrets.emplace_back(value.substr(0, value.find_first_of("& ")));
+    }
+    for (const auto& secret : secrets) {
+        mask(text, secret);
+        mask(text, percentDecoded(secret));
+    }
+    return text;
+}
+
+void Connection::FinishConnection::operator()(pg_conn* connection) const
+{
+    PQfinish(connection);
+}
+
+Connection::Connection(std::string_view url)
+    : m_url(url)
+{
+    // Defaults first: what the URI says comes later and wins.
+    m_keywords = {"connect_timeout", "keepalives", "keepalives_idle", "keepalives_interval", "keepalives_count", "dbname"};
+    m_values = {"10", "1", "30", "10", "3", m_url};
+    m_conn = connect();
+    // A statement's answer is awaited for as long as connecting may take.
+    if (PQconninfoOption* options = PQconninfo(m_conn.get())) {
+        for (auto* option = options; option->keyword; ++option) {
+            if (std::string_view(option->keyword) == "connect_timeout" && option->val) {
+                m_silence = std::chrono::seconds(std::max(1, std::atoi(option->val)));
+            }
+        }
+        PQconninfoFree(options);
+    }
+}
+
+Connection::~Connection() = default;
+
+Connection::Handle Connection::connect() const
+{
+    std::vector<const char*> keywords;
+    std::vector<const char*> values;
+    for (std::size_t i = 0; i < m_keywords.size(); ++i) {
+        keywords.push_back(m_keywords[i].c_str());
+        values.push_back(m_values[i].c_str());
+    }
+    keywords.push_back(nullptr);
+    values.push_back(nullptr);
+    Handle connection(PQconnectdbParams(keywords.data(), values.data(), 1));
+    if (PQstatus(connection.get()) != CONNECTION_OK) {
+        throw DbaError(DbaError::Kind::Storage, "connect to the PostgreSQL server", redacted(trimmed(PQerrorMessage(connection.get())), m_url));
+    }
+    // The server's notices (such as its goodbye when it shuts down) reach the
+    // program as errors where they matter, not on its standard error.
+    PQsetNoticeProcessor(connection.get(), [](void*, const char*) {}, nullptr);
+    return connection;
+}
+
+bool Connection::serverAnswers() const
+{
+    std::vector<const char*> keywords;
+    std::vector<const char*> values;
+    for (std::size_t i = 0; i < m_keywords.size(); ++i) {
+        keywords.push_back(m_keywords[i].c_str());
+        values.push_back(m_values[i].c_str());
+    }
+    keywords.push_back(nullptr);
+    values.push_back(nullptr);
+    return PQpingParams(keywords.data(), values.data(), 1) != PQPING_NO_RESPONSE;
+}
+
+void Connection::ensureConnected(std::string_view context)
+{
+    if (m_depth > 0) {
+        return;
+    }
+    // Reads what is pending without waiting: a server that went away has closed
+    // the socket, and libpq marks the connection bad on reading the end.
+    PQconsumeInput(m_conn.get());
+    if (PQstatus(m_conn.get()) == CONNECTION_OK) {
+        return;
+    }
+    // A server restarting takes a few seconds: try again, waiting longer each time.
+    std::chrono::milliseconds pause{250};
+    constexpr int kAttempts = 6;
+    for (int attempt = 1;; ++attempt) {
+        try {
+            m_conn = connect();
+            break;
+        } catch (const DbaError& failure) {
+            if (attempt == kAttempts) {
+                throw DbaError(DbaError::Kind::Storage, std::string(context),
+                    "the connection to the PostgreSQL server was lost and could not be made again (" + std::to_string(kAttempts)
+                        + " attempts): " + failure.detail());
+            }
+        }
+        std::this_thread::sleep_for(pause);
+        pause *= 2;
+    }
+    m_prepared.clear();
+    for (const auto& [channel, handler] : m_listeners) {
+        checked(exec("LISTEN " + channel, "listen"), "listen");
+    }
+    if (m_onReconnect) {
+        m_onReconnect();
+    }
+}
+
+Result Connection::answer(std::string_view context)
+{
+    // Waits for the whole answer, probing a server that stays silent.
+    while (PQisBusy(m_conn.get())) {
+        pollfd socket{PQsocket(m_conn.get()), POLLIN, 0};
+        const int ready = ::poll(&socket, 1, static_cast<int>(std::chrono::milliseconds(m_silence).count()));
+        if (ready < 0 && errno == EINTR) {
+            continue;
+        }
+        if (ready == 0 && !serverAnswers()) {
+            // Frozen: nothing will come. Cut the connection so nothing else waits on it.
+            ::shutdown(PQsocket(m_conn.get()), SHUT_RDWR);
+            PQconsumeInput(m_conn.get());
+            throw DbaError(DbaError::Kind::Storage, std::string(context),
+                "the PostgreSQL server did not answer within " + std::to_string(m_silence.count() * 2)
+                    + " s (a new connection was not accepted either); the connection was closed");
+        }
+        if (ready > 0 && !PQconsumeInput(m_conn.get())) {
+            break; // lost: PQgetResult reports it
+        }
+    }
+    Result kept;
+    bool keptFailed = false;
+    while (PGresult* next = PQgetResult(m_conn.get())) {
+        Result result(next);
+        if (keptFailed) {
+            continue; // the first error is the one to report
+        }
+        const auto status = PQresultStatus(next);
+        keptFailed = status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK;
+        kept = std::move(result);
+    }
+    return kept;
+}
+
+Result Connection::checked(Result result, std::string_view context) const
+{
+    const auto status = result ? PQresultStatus(result.get()) : PGRES_FATAL_ERROR;
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
+        fail(context, result.get());
+    }
+    return result;
+}
+
+Result Connection::exec(const std::string& sql, std::string_view context)
+{
+    if (!PQsendQuery(m_conn.get(), sql.c_str())) {
+        return nullptr;
+    }
+    return answer(context);
 }
 
 void Connection::fail(std::string_view context, pg_result* result) const
 {
-    std::string detail = result ? PQresultErrorMessage(result) : PQerrorMessage(m_conn);
+    std::string detail = result ? PQresultErrorMessage(result) : PQerrorMessage(m_conn.get());
     if (detail.empty()) {
-        detail = PQerrorMessage(m_conn);
+        detail = PQerrorMessage(m_conn.get());
     }
     detail = trimmed(std::move(detail));
-    if (PQstatus(m_conn) != CONNECTION_OK) {
+    if (PQstatus(m_conn.get()) != CONNECTION_OK) {
         detail = "connection to the server lost: " + detail;
     }
-    throw DbaError(DbaError::Kind::Storage, std::string(context), detail);
+    throw DbaError(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url));
 }
 
 Result Connection::run(const std::string& sql, const Params& params, std::string_view context)
 {
+    ensureConnected(context);
     const BinaryParams binary(params);
-    Result result(PQexecParams(m_conn, sql.c_str(), binary.count(), nullptr, binary.values.data(), binary.lengths.data(),
-        binary.formats.data(), 1));
-    const auto status = PQresultStatus(result.get());
-    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
-        fail(context, result.get());
+    if (!PQsendQueryParams(m_conn.get(), sql.c_str(), binary.count(), nullptr, binary.values.data(), binary.lengths.data(),
+            binary.formats.data(), 1)) {
+        fail(context, nullptr);
     }
-    return result;
+    return checked(answer(context), context);
 }
 
 Result Connection::runPrepared(const std::string& sql, const Params& params, std::string_view context)
 {
+    ensureConnected(context);
     auto found = m_prepared.find(sql);
     if (found == m_prepared.end()) {
         const std::string name = "calv" + std::to_string(m_prepared.size() + 1);
-        Result prepared(PQprepare(m_conn, name.c_str(), sql.c_str(), 0, nullptr));
-        if (PQresultStatus(prepared.get()) != PGRES_COMMAND_OK) {
-            fail(context, prepared.get());
+        if (!PQsendPrepare(m_conn.get(), name.c_str(), sql.c_str(), 0, nullptr)) {
+            fail(context, nullptr);
         }
+        checked(answer(context), context);
         found = m_prepared.emplace(sql, name).first;
     }
     const BinaryParams binary(params);
-    Result result(PQexecPrepared(m_conn, found->second.c_str(), binary.count(), binary.values.data(), binary.lengths.data(),
-        binary.formats.data(), 1));
-    const auto status = PQresultStatus(result.get());
-    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
-        fail(context, result.get());
+    if (!PQsendQueryPrepared(m_conn.get(), found->second.c_str(), binary.count(), binary.values.data(), binary.lengths.data(),
+            binary.formats.data(), 1)) {
+        fail(context, nullptr);
     }
-    return result;
+    return checked(answer(context), context);
 }
 
 void Connection::runCommand(const std::string& sql, std::string_view context)
 {
-    Result result(PQexec(m_conn, sql.c_str()));
-    const auto status = PQresultStatus(result.get());
-    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
-        fail(context, result.get());
-    }
+    ensureConnected(context);
+    checked(exec(sql, context), context);
 }
 
 void Connection::deallocateAll(std::string_view context)
@@ -155,7 +336,7 @@ void Connection::transaction(const std::function<void()>& work)
             work();
         } catch (...) {
             --m_depth;
-            Result ignored(PQexec(m_conn, "ROLLBACK TO SAVEPOINT calvarine; RELEASE SAVEPOINT calvarine"));
+            rollBack("ROLLBACK TO SAVEPOINT calvarine; RELEASE SAVEPOINT calvarine");
             throw;
         }
         --m_depth;
@@ -167,21 +348,27 @@ void Connection::transaction(const std::function<void()>& work)
     try {
         work();
         m_depth = 0;
-        Result commit(PQexec(m_conn, "COMMIT"));
-        if (PQresultStatus(commit.get()) != PGRES_COMMAND_OK) {
-            fail("commit", commit.get());
-        }
+        Result commit = checked(exec("COMMIT", "commit"), "commit");
         // COMMIT of a transaction that an error has spoilt only rolls back.
         if (std::string_view(PQcmdStatus(commit.get())) != "COMMIT") {
             throw DbaError(DbaError::Kind::Storage, "commit", "the transaction failed and was rolled back");
         }
     } catch (...) {
         m_depth = 0;
-        Result ignored(PQexec(m_conn, "ROLLBACK"));
+        rollBack("ROLLBACK");
         if (m_onRollback) {
             m_onRollback();
         }
         throw;
+    }
+}
+
+void Connection::rollBack(const char* sql) noexcept
+{
+    // Best effort: a lost connection has rolled back already.
+    try {
+        exec(sql, "roll back");
+    } catch (const std::exception&) {
     }
 }
 
@@ -195,8 +382,8 @@ void Connection::listen(const std::string& channel, NotificationHandler handler)
 
 void Connection::drainNotifications()
 {
-    PQconsumeInput(m_conn);
-    while (PGnotify* notification = PQnotifies(m_conn)) {
+    PQconsumeInput(m_conn.get());
+    while (PGnotify* notification = PQnotifies(m_conn.get())) {
         const std::unique_ptr<PGnotify, decltype(&PQfreemem)> owned(notification, &PQfreemem);
         if (const auto found = m_listeners.find(std::string_view(notification->relname)); found != m_listeners.end()) {
             found->second(notification->extra);
@@ -210,10 +397,11 @@ bool Connection::waitForInput(std::chrono::steady_clock::time_point deadline)
     if (left.count() <= 0) {
         return false;
     }
-    pollfd socket{PQsocket(m_conn), POLLIN, 0};
+    ensureConnected("wait for the server");
+    pollfd socket{PQsocket(m_conn.get()), POLLIN, 0};
     const int ready = ::poll(&socket, 1, static_cast<int>(std::min<long long>(left.count(), 60000)));
     if (ready > 0) {
-        if (!PQconsumeInput(m_conn)) {
+        if (!PQconsumeInput(m_conn.get())) {
             fail("wait for the server", nullptr);
         }
         return true;

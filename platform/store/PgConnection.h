@@ -4,6 +4,14 @@
 // statements with binary parameters (prepared once per connection), nested
 // transactions as savepoints, and notifications handed to whoever listens to
 // their channel. Internal to the store.
+//
+// A server that stops answering never hangs the program: connecting times out
+// (connect_timeout, 10 s unless the URI says otherwise) and TCP keepalives are on
+// by default (keepalives_* in the URI override them). While a statement waits for
+// its answer, every connect_timeout seconds of silence the server is probed with
+// a new connection; a server that does not take it either is taken for frozen,
+// the connection is dropped and the statement fails. A lost connection is made
+// again, with backoff, by the next statement outside a transaction.
 
 #include <chrono>
 #include <cstdint>
@@ -33,6 +41,8 @@ std::string_view cell(pg_result* result, int row, int column);
 int rowCount(pg_result* result);
 // "name" quoted as an SQL identifier.
 std::string quoteIdent(std::string_view name);
+// text with the password of url (and url itself) masked, for messages.
+std::string redacted(std::string text, std::string_view url);
 
 class Connection {
 public:
@@ -40,6 +50,10 @@ public:
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
+
+    // The connection was made again since the last call (for the owner to
+    // forget what it knew, notifications having been missed meanwhile).
+    void setReconnectHandler(std::function<void()> handler) { m_onReconnect = std::move(handler); }
 
     Result run(const std::string& sql, const Params& params, std::string_view context);
     // As run, through a statement prepared on first use.
@@ -66,7 +80,28 @@ public:
     [[noreturn]] void fail(std::string_view context, pg_result* result) const;
 
 private:
-    pg_conn* m_conn = nullptr;
+    struct FinishConnection {
+        void operator()(pg_conn* connection) const;
+    };
+    using Handle = std::unique_ptr<pg_conn, FinishConnection>;
+
+    Handle connect() const;
+    // Makes the connection again if it was lost (outside a transaction only).
+    void ensureConnected(std::string_view context);
+    // The answer to what was just sent: the first error, else the last result.
+    Result answer(std::string_view context);
+    Result exec(const std::string& sql, std::string_view context);
+    Result checked(Result result, std::string_view context) const;
+    void rollBack(const char* sql) noexcept;
+    bool serverAnswers() const;
+
+    // Connection parameters, in the order libpq takes them: defaults, then the URI.
+    std::vector<std::string> m_keywords;
+    std::vector<std::string> m_values;
+    std::string m_url;
+    std::chrono::seconds m_silence{10};
+    Handle m_conn;
+    std::function<void()> m_onReconnect;
     int m_depth = 0;
     std::function<void()> m_onRollback;
     std::unordered_map<std::string, std::string> m_prepared; // SQL to statement name

@@ -26,6 +26,11 @@ PgEngine::PgEngine(std::string_view url)
     m_db->runCommand("SET client_min_messages = warning", "connect");
     // Created tables and dictionary rows may be gone with a rollback.
     m_db->setRollbackHandler([this] { forgetAll(); });
+    // Changes made while the connection was down sent notifications nobody heard.
+    m_db->setReconnectHandler([this] {
+        forgetAll();
+        m_db->runCommand("SET client_min_messages = warning", "connect");
+    });
     setUpSchema();
     m_db->listen(pg::kChangesChannel, [this](std::string_view payload) { noticeChange(payload); });
     m_queue = std::make_unique<PgCommandQueue>(*m_db, m_schema, [this] { return session(); });

@@ -1,9 +1,9 @@
 #include "Store.h"
 
 #include <exception>
-#include <libpq-fe.h>
 #include <random>
 
+#include "PgConnection.h"
 #include "PgEngine.h"
 #include "SqliteEngine.h"
 #include "StoreImpl.h"
@@ -133,18 +133,9 @@ std::string Store::withSchema(std::string_view url, std::string_view schema)
 
 void Store::dropSchema(std::string_view url, std::string_view schema)
 {
-    const std::string text(url);
-    std::unique_ptr<PGconn, decltype(&PQfinish)> connection(PQconnectdb(text.c_str()), &PQfinish);
-    if (PQstatus(connection.get()) != CONNECTION_OK) {
-        throw DbaError(DbaError::Kind::Storage, "connect to the PostgreSQL server", PQerrorMessage(connection.get()));
-    }
-    char* quoted = PQescapeIdentifier(connection.get(), schema.data(), schema.size());
-    const std::string sql = "SET client_min_messages = warning; DROP SCHEMA IF EXISTS " + std::string(quoted ? quoted : "\"\"") + " CASCADE";
-    PQfreemem(quoted);
-    std::unique_ptr<PGresult, decltype(&PQclear)> result(PQexec(connection.get(), sql.c_str()), &PQclear);
-    if (PQresultStatus(result.get()) != PGRES_COMMAND_OK) {
-        throw DbaError(DbaError::Kind::Storage, "drop schema " + std::string(schema), PQresultErrorMessage(result.get()));
-    }
+    pg::Connection connection(url);
+    connection.runCommand("SET client_min_messages = warning", "drop schema " + std::string(schema));
+    connection.runCommand("DROP SCHEMA IF EXISTS " + pg::quoteIdent(schema) + " CASCADE", "drop schema " + std::string(schema));
 }
 
 std::shared_ptr<DbaFile> Store::OpenFile(std::string_view name)

@@ -1,8 +1,10 @@
 // Several workstations re-issue at once through two calvarine-server workers on
 // one PostgreSQL database: every workstation gets the names of its own files,
-// and every file is there.
+// and every file is there. The suite Outage runs on a cluster of its own, which
+// it freezes and restarts: nobody hangs, and everyone carries on afterwards.
 
 #include <csignal>
+#include <fcntl.h>
 #include <future>
 #include <gtest/gtest.h>
 #include <set>
@@ -18,18 +20,29 @@ extern char** environ;
 namespace store::testing {
 namespace {
 
-// A worker process, stopped when the test ends.
+using namespace std::chrono_literals;
+
+// A worker process, stopped when the test ends; its messages go to log if given.
 class Worker {
 public:
-    Worker(const std::string& url, const std::filesystem::path& fusion, const std::string& name)
+    Worker(const std::string& url, const std::filesystem::path& fusion, const std::string& name, const std::filesystem::path& log = {},
+        std::vector<std::string> extra = {})
     {
-        const std::vector<std::string> args{CALVARINE_SERVER, "--db", url, "--fusion", fusion.string(), "--name", name};
+        std::vector<std::string> args{CALVARINE_SERVER, "--db", url, "--fusion", fusion.string(), "--name", name};
+        args.insert(args.end(), extra.begin(), extra.end());
         std::vector<char*> argv;
         for (const auto& arg : args) {
             argv.push_back(const_cast<char*>(arg.c_str()));
         }
         argv.push_back(nullptr);
-        if (posix_spawn(&m_pid, CALVARINE_SERVER, nullptr, nullptr, argv.data(), environ) != 0) {
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        if (!log.empty()) {
+            posix_spawn_file_actions_addopen(&actions, 2, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        }
+        const int failed = posix_spawn(&m_pid, CALVARINE_SERVER, &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        if (failed != 0) {
             throw std::runtime_error(std::string("cannot start ") + CALVARINE_SERVER);
         }
     }
@@ -108,6 +121,136 @@ TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
         EXPECT_TRUE(std::filesystem::is_regular_file(fusion / name)) << name;
     }
     EXPECT_EQ(admin->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
+}
+
+::testing::AssertionResult contains(const std::string& text, const std::string& part)
+{
+    if (text.find(part) != std::string::npos) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "\"" << part << "\" not in: " << text;
+}
+
+std::string readText(const std::filesystem::path& path)
+{
+    std::ifstream in(path);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// A PostgreSQL cluster of the test's own (scripts/pg-cluster), so that freezing
+// or stopping it disturbs no other test.
+class OwnCluster {
+public:
+    OwnCluster()
+        : m_dir(std::filesystem::path("/tmp") / randomName("pgw-"))
+    {
+        script("start", "54342");
+        m_url = readText(m_dir / "url");
+        while (!m_url.empty() && m_url.back() == '\n') {
+            m_url.pop_back();
+        }
+    }
+    ~OwnCluster()
+    {
+        script("thaw");
+        script("stop");
+    }
+    OwnCluster(const OwnCluster&) = delete;
+    OwnCluster& operator=(const OwnCluster&) = delete;
+
+    // Connecting and waiting for answers give up after 2 s.
+    std::string url() const { return m_url + "?connect_timeout=2"; }
+    void freeze() { script("freeze"); }
+    void thaw() { script("thaw"); }
+    void halt() { script("halt"); }
+    void start() { script("start"); }
+
+private:
+    int script(const std::string& command, const std::string& port = {})
+    {
+        const std::string line = std::string(CALVARINE_PG_CLUSTER) + " " + command + " " + m_dir.string() + " " + port + " >/dev/null 2>&1";
+        return std::system(line.c_str());
+    }
+    std::filesystem::path m_dir;
+    std::string m_url;
+};
+
+// The outcome of work: "ok", or the message of the DbaError it threw.
+template <typename Work>
+std::future<std::string> attempt(Work work)
+{
+    return std::async(std::launch::async, [work] {
+        try {
+            work();
+            return std::string("ok");
+        } catch (const DbaError& error) {
+            return std::string(error.what());
+        }
+    });
+}
+
+TEST(Outage, AFrozenServerHangsNobodyAndIsUsedAgainOnceItAnswers)
+{
+    OwnCluster cluster;
+    ScratchSchema scratch(cluster.url());
+    auto store = Store::connect(scratch.connection());
+    store->write("DOSSIER", "A", "x");
+
+    cluster.freeze();
+    auto reading = attempt([&] { store->select("SSELECT DOSSIER"); });
+    auto connecting = attempt([&] { Store::connect(scratch.connection()); });
+    // Bounded: a hang thaws the server rather than block the test for ever.
+    const bool answered = reading.wait_for(60s) == std::future_status::ready && connecting.wait_for(30s) == std::future_status::ready;
+    cluster.thaw();
+    ASSERT_TRUE(answered) << "a client still waits on the frozen server";
+    EXPECT_TRUE(contains(reading.get(), "did not answer"));
+    EXPECT_TRUE(contains(connecting.get(), "connect to the PostgreSQL server"));
+
+    // The same store carries on, on a new connection.
+    EXPECT_EQ(store->select("SSELECT DOSSIER").text(), "A");
+}
+
+// One re-issue of the statement key through the workers; the file's name, or the error.
+std::string reissue(Store& store, const std::string& key)
+{
+    auto tempo = store.OpenFile("TEMPO");
+    auto item = tempo->NewItem("REQUETEBORDEXCEL");
+    item->setValue(1, 1, key.substr(4, 3));
+    item->setValue(1, 2, key.substr(13, 10));
+    item->DBWrite();
+    std::int32_t status = 0;
+    try {
+        store.Execute("P\xFE" "ARCHIVEBORDCAISSEEXCEL 202610 001 P", "", status);
+    } catch (const DbaError& error) {
+        return error.what();
+    }
+    return tempo->ReadItem("BORDCAISSEEXCEL")->attribute(1);
+}
+
+TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
+{
+    OwnCluster cluster;
+    ScratchSchema scratch(cluster.url());
+    TempDir folder;
+    auto client = Store::connect(scratch.connection());
+    client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    client->setCommandTimeout(30s);
+    generateDemo(*client, DemoOptions{60, 3, 4});
+    const auto scope = client->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]")");
+    ASSERT_GE(scope.DCount(), 2);
+    const auto log = folder.path() / "worker.log";
+    Worker worker(scratch.connection(), folder.path() / "FUSION", "w1", log);
+    const auto before = reissue(*client, scope.attribute(1));
+    ASSERT_TRUE(std::filesystem::is_regular_file(folder.path() / "FUSION" / before)) << before;
+
+    cluster.halt();
+    cluster.start();
+
+    // The client's next operation and the worker both work on a new connection.
+    EXPECT_EQ(client->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]")").text(), scope.text());
+    const auto after = reissue(*client, scope.attribute(2));
+    EXPECT_TRUE(std::filesystem::is_regular_file(folder.path() / "FUSION" / after)) << after;
+    EXPECT_TRUE(contains(readText(log), "connected to the database again"));
 }
 
 } // namespace
