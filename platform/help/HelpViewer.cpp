@@ -4,11 +4,44 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QEvent>
+#include <QKeyEvent>
+#include <QKeySequence>
+#include <QSettings>
+#include <QShortcut>
 #include <QStandardPaths>
 #include <QTextBrowser>
 #include <QUrl>
 
 namespace help {
+
+namespace {
+
+constexpr const char* kSizeKey = "help/size";
+
+// Keeps the size the operator gives the help window, for the next window, and
+// closes it on Esc, which the text browser would otherwise take for itself.
+class WindowKeeper : public QObject {
+public:
+    using QObject::QObject;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        auto* window = qobject_cast<QWidget*>(watched);
+        if (event->type() == QEvent::Resize && window && window->isVisible()) {
+            QSettings().setValue(kSizeKey, window->size());
+        }
+        if (event->type() == QEvent::KeyPress && window && static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape
+            && static_cast<QKeyEvent*>(event)->modifiers() == Qt::NoModifier) {
+            window->close();
+            return true;
+        }
+        return false;
+    }
+};
+
+} // namespace
 
 HelpViewer::HelpViewer(std::vector<std::filesystem::path> searchPath, QWidget* owner)
     : m_searchPath(std::move(searchPath))
@@ -70,9 +103,15 @@ std::string HelpViewer::AfficherPage(std::string& page, std::string& mode, std::
         m_window->setWindowFlag(Qt::Window);
         m_window->setAttribute(Qt::WA_DeleteOnClose);
         m_window->setOpenExternalLinks(true);
-        m_window->resize(640, 600);
+        const QSize remembered = QSettings().value(kSizeKey).toSize();
+        m_window->resize(remembered.isValid() && !remembered.isEmpty() ? remembered : QSize(640, 600));
+        // Closed like any secondary window: Esc, or the desktop's close keys (Ctrl+W).
+        QTextBrowser* window = m_window;
+        new QShortcut(QKeySequence::Close, window, window, &QWidget::close, Qt::WindowShortcut);
+        m_window->installEventFilter(new WindowKeeper(m_window));
     }
-    m_window->setWindowTitle(QString::fromStdString(title));
+    // Its own title, so the operator tells it from the screen's window.
+    m_window->setWindowTitle(QStringLiteral("Aide – %1").arg(QString::fromStdString(title)));
     m_window->setSource(QUrl::fromLocalFile(QString::fromStdString(file.string())));
     m_window->show();
     m_window->raise();

@@ -19,8 +19,9 @@ namespace help {
 //
 // Page names are plain file names ("Calvarine.htm"), looked up in each folder
 // of the search path in turn. The mode "P" shows the page from its top; it is
-// the only mode. The title becomes the window's title. The result is the path
-// of the page shown.
+// the only mode. The window is titled "Aide – <title>", closes on Esc and on the
+// desktop's close keys (Ctrl+W), and keeps its size for the next time (QSettings
+// "help/size"). The result is the path of the page shown.
 //
 // Failures are thrown: std::invalid_argument for a name that is not a plain
 // file name or an unknown mode, std::runtime_error for a page found nowhere.

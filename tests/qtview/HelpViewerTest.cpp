@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <QSettings>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTextBrowser>
 
 #include "HelpViewer.h"
@@ -16,7 +18,7 @@ TEST(HelpViewerTest, ShowsTheScreensPageFromTheDefaultSearchPath)
     const std::string shown = viewer.AfficherPage(page, mode, title);
     EXPECT_EQ(std::filesystem::path(shown).filename(), "Calvarine.htm");
     ASSERT_NE(viewer.window(), nullptr);
-    EXPECT_EQ(viewer.window()->windowTitle(), QStringLiteral("Calvarine"));
+    EXPECT_EQ(viewer.window()->windowTitle(), QStringLiteral("Aide – Calvarine"));
     EXPECT_TRUE(viewer.window()->toPlainText().contains(QStringLiteral("fichier graphique")));
     // Asked again, the same window shows it.
     QTextBrowser* first = viewer.window();
@@ -39,6 +41,38 @@ TEST(HelpViewerTest, RefusesPagesOutsideItsFoldersAndUnknownModes)
     std::string other = "X";
     EXPECT_THROW(viewer.AfficherPage(page, other, title), std::invalid_argument);
     EXPECT_EQ(viewer.window(), nullptr);
+}
+
+// The help window is a secondary window: Esc and Ctrl+W close it, and the next
+// one opens at the size the operator gave the last.
+TEST(HelpViewerTest, ClosesOnEscAndCtrlWAndRemembersItsSize)
+{
+    QTemporaryDir settings;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settings.path());
+    help::HelpViewer viewer(help::HelpViewer::defaultSearchPath());
+    std::string page = "Calvarine.htm";
+    std::string mode = "P";
+    std::string title = "Calvarine";
+    const auto show = [&] {
+        viewer.AfficherPage(page, mode, title);
+        EXPECT_TRUE(QTest::qWaitForWindowActive(viewer.window()));
+        return viewer.window();
+    };
+
+    QPointer<QTextBrowser> window = show();
+    window->resize(500, 420);
+    QTest::keyClick(window, Qt::Key_Escape);
+    EXPECT_FALSE(window->isVisible());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(window.isNull()); // closed, and gone with it
+    ASSERT_EQ(viewer.window(), nullptr);
+
+    window = show();
+    EXPECT_EQ(window->size(), QSize(500, 420));
+    QTest::keyClick(window, Qt::Key_W, Qt::ControlModifier);
+    EXPECT_FALSE(window->isVisible());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(window.isNull());
 }
 
 } // namespace
