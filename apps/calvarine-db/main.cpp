@@ -1,29 +1,93 @@
 // calvarine-db: the administrator's tool for the record store.
+//
+// Commands open databases that exist; only create and demo make one.
 
-#include <chrono>
+#include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <streambuf>
+#include <limits>
+#include <map>
+#include <regex>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
+#include "Commands.h"
 #include "Demo.h"
 #include "Store.h"
+#include "Terminal.h"
+#include "database/FileNames.h"
 
 namespace {
 
-constexpr const char* kUsage = R"(usage: calvarine-db [--db PATH|URL] COMMAND
-  import FILE.jsonl...           load fixtures (each file all or nothing)
+constexpr const char* kUsage = R"(usage: calvarine-db [--db PATH|URL] COMMAND [ARGUMENTS]
+commands:
+  create                         make a new, empty database (the screen's files)
+  import [--lenient] FILE.jsonl...
+                                 load fixtures, all files or nothing, checked first
   export [FILE...]               write files as JSON Lines to stdout (all when none named)
   select "SENTENCE" [--attrs "0 12"]
                                  one line per record, values separated by tabs
+  check                          report every inconsistency of the database
   demo [--statements N] [--seed S] [--big-scope N]
-                                 write the demo data (ten years of statements)
+                                 make a new demo database (ten years of statements)
+  help [COMMAND]                 this text, or the details of a command
 The database defaults to $XDG_DATA_HOME/calvarine/demo.db (~/.local/share when unset);
 --db takes a file (or sqlite:PATH) or a PostgreSQL URI (postgresql://user@host/db).
+Every command but create and demo needs a database that exists.
 )";
+
+const std::map<std::string, std::string>& commandHelp()
+{
+    static const std::map<std::string, std::string> help = {
+        {"create", R"(usage: calvarine-db [--db PATH|URL] create
+Makes a new database holding the files the screen opens (ACTIVITES, ASSOCIATION,
+FACTURORG, ORGPRISECHARGE, PERIODESPAIE, TEMPO), DROITS and ARCHIVEBORDCAISSE with
+its dictionary, all empty. Refuses a database that exists already.
+)"},
+        {"import", R"(usage: calvarine-db [--db PATH|URL] import [--lenient] FILE.jsonl...
+Loads JSON Lines fixtures into an existing database, in one transaction: if any
+line is refused, nothing of any file is imported. Refused, with file:line:
+  - a line that is not a fixture (malformed JSON, unknown fields);
+  - a line with a key and no record;
+  - a statement of ARCHIVEBORDCAISSE whose key disagrees with its attributes
+    (period in attribute 1, invoice number in attribute 3);
+  - a statement or activity whose organisation (ORGPRISECHARGE) or entity
+    (ASSOCIATION) has no record, in the database or in the files imported.
+--lenient imports the last three kinds with a warning each.
+Reports the records imported per file.
+)"},
+        {"export", R"(usage: calvarine-db [--db PATH|URL] export [FILE...]
+Writes the named files (all when none is named) as JSON Lines to stdout,
+dictionaries first; the output imports back as it is.
+)"},
+        {"select", R"(usage: calvarine-db [--db PATH|URL] select "SENTENCE" [--attrs "0 12"]
+Runs a query sentence of the screen, for example
+  'SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" PAR SigleOrgaArchive'
+and prints one line per record: the attributes asked (0: the key), tab-separated.
+)"},
+        {"check", R"(usage: calvarine-db [--db PATH|URL] check
+Reads every record and reports each inconsistency that import refuses: records
+without attributes, statements whose key disagrees with their attributes,
+organisations and entities named without a record. Ends with the count; the exit
+status is 1 when there is any.
+)"},
+        {"demo", R"(usage: calvarine-db [--db PATH|URL] demo [--statements N] [--seed S] [--big-scope N]
+Makes a new demo database: 30 entities, 152 organisations (three of them named by
+statements but without a record, as happens in real archives), rights for $USER,
+ADMIN and STAGIAIRE, and N statements (default 20000) over ten years; --big-scope
+adds N statements to one scope (entity 001, Prestataire, current period). The
+same seed gives the same data. Refuses a database that exists already.
+)"},
+        {"help", R"(usage: calvarine-db help [COMMAND]
+)"},
+    };
+    return help;
+}
+
+// A mistake on the command line: said, then the usage.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 
 std::filesystem::path defaultDatabase()
 {
@@ -38,79 +102,87 @@ std::filesystem::path defaultDatabase()
     return base / "calvarine" / "demo.db";
 }
 
-// A progress bar on stderr, drawn only when stderr is a terminal.
-class ProgressBar {
-public:
-    explicit ProgressBar(std::string label)
-        : m_label(std::move(label))
-        , m_enabled(isatty(STDERR_FILENO) != 0)
-    {
-    }
-    ~ProgressBar()
-    {
-        if (m_enabled && m_drawn) {
-            std::cerr << '\n';
+// The database as messages show it: a URI without its password.
+std::string shown(const std::string& database)
+{
+    std::string text = std::regex_replace(database, std::regex("^(postgres(ql)?://[^:/@?]*):[^@/?]*@"), "$1@");
+    return std::regex_replace(text, std::regex("([?&])password=[^&]*&?"), "$1");
+}
+
+bool isFile(const std::string& database)
+{
+    return !store::Store::isServerConnection(database);
+}
+
+std::filesystem::path fileOf(const std::string& database)
+{
+    return database.starts_with("sqlite:") ? database.substr(7) : database;
+}
+
+// An existing database; never makes one.
+std::shared_ptr<store::Store> openExisting(const std::string& database)
+{
+    try {
+        return store::Store::connect(database);
+    } catch (const DbaError& error) {
+        std::error_code ignored;
+        if (isFile(database) && !std::filesystem::exists(fileOf(database), ignored)) {
+            throw std::runtime_error(std::string(error.what()) + " (calvarine-db create or demo makes one)");
         }
+        throw;
     }
-    ProgressBar(const ProgressBar&) = delete;
-    ProgressBar& operator=(const ProgressBar&) = delete;
+}
 
-    void update(std::size_t done, std::size_t total)
-    {
-        if (!m_enabled || total == 0) {
-            return;
+// A new database; refuses one that exists.
+std::shared_ptr<store::Store> createNew(const std::string& database)
+{
+    if (isFile(database)) {
+        const auto file = fileOf(database);
+        std::error_code error;
+        if (std::filesystem::exists(file, error)) {
+            throw std::runtime_error(file.string() + " exists already: give another --db, or remove it first");
         }
-        const auto now = std::chrono::steady_clock::now();
-        if (done < total && m_drawn && now - m_last < std::chrono::milliseconds(100)) {
-            return;
+        return store::Store::connect(database, store::OpenMode::Create);
+    }
+    auto store = store::Store::connect(database, store::OpenMode::Create);
+    if (store->fileExists(FileNames::ARCHIVEBORDCAISSE)) {
+        throw std::runtime_error("the database " + shown(database) + " exists already (it holds ARCHIVEBORDCAISSE)");
+    }
+    return store;
+}
+
+void createSchema(store::Store& store)
+{
+    store.transaction([&] {
+        for (const char* file : {FileNames::ACTIVITES, FileNames::ASSOCIATION, FileNames::FACTURORG, FileNames::ORGPRISECHARGE,
+                 FileNames::PERIODESPAIE, FileNames::TEMPO, FileNames::DROITS, FileNames::ARCHIVEBORDCAISSE}) {
+            store.createFile(file);
         }
-        m_last = now;
-        m_drawn = true;
-        constexpr std::size_t width = 40;
-        const std::size_t filled = done * width / total;
-        std::cerr << '\r' << m_label << " [" << std::string(filled, '#') << std::string(width - filled, '.') << "] "
-                  << done * 100 / total << "% " << done << '/' << total << std::flush;
+        store.defineName(FileNames::ARCHIVEBORDCAISSE, "PeriodeArchive", 1);
+        store.defineName(FileNames::ARCHIVEBORDCAISSE, "SigleOrgaArchive", 2);
+        store.defineName(FileNames::ARCHIVEBORDCAISSE, "NumFactArchive", 3);
+    });
+}
+
+std::size_t number(const std::string& option, const std::string& text, std::size_t largest)
+{
+    const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    if (!digits || text.size() > 12 || std::stoull(text) > largest) {
+        throw UsageError(option + " takes a whole number from 0 to " + std::to_string(largest) + ", not \"" + text + "\"");
     }
+    return std::stoull(text);
+}
 
-private:
-    std::string m_label;
-    bool m_enabled;
-    bool m_drawn = false;
-    std::chrono::steady_clock::time_point m_last;
-};
-
-// Counts the bytes read through it, to show how far an import has gone.
-class CountingBuffer : public std::streambuf {
-public:
-    CountingBuffer(std::streambuf& source, std::size_t total, ProgressBar& bar)
-        : m_source(source)
-        , m_total(total)
-        , m_bar(bar)
-    {
+// The value after an option of a command.
+const std::string& valueOf(const std::vector<std::string>& args, std::size_t& i)
+{
+    if (i + 1 >= args.size()) {
+        throw UsageError(args[i] + " needs a value");
     }
+    return args[++i];
+}
 
-protected:
-    int_type underflow() override
-    {
-        const auto count = m_source.sgetn(m_buffer, sizeof m_buffer);
-        if (count <= 0) {
-            return traits_type::eof();
-        }
-        m_read += static_cast<std::size_t>(count);
-        m_bar.update(std::min(m_read, m_total), m_total);
-        setg(m_buffer, m_buffer, m_buffer + count);
-        return traits_type::to_int_type(m_buffer[0]);
-    }
-
-private:
-    std::streambuf& m_source;
-    std::size_t m_total;
-    ProgressBar& m_bar;
-    std::size_t m_read = 0;
-    char m_buffer[1 << 16];
-};
-
-std::string shown(std::string text)
+std::string shownValue(std::string text)
 {
     // Values inside a value: subvalues shown as the scenarios write them.
     for (auto& c : text) {
@@ -121,115 +193,157 @@ std::string shown(std::string text)
     return text;
 }
 
-int usage()
+int select(const std::string& database, const std::vector<std::string>& args)
 {
-    std::cerr << kUsage;
-    return 2;
+    std::string sentence;
+    std::string attributes = "0";
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--attrs") {
+            attributes = valueOf(args, i);
+        } else if (args[i].starts_with("--")) {
+            throw UsageError("unknown option " + args[i] + " for select");
+        } else if (sentence.empty()) {
+            sentence = args[i];
+        } else {
+            throw UsageError("select takes one sentence (quote it); \"" + args[i] + "\" is one word too many");
+        }
+    }
+    if (sentence.empty()) {
+        throw UsageError("select needs a sentence");
+    }
+    auto store = openExisting(database);
+    const auto result = store->select(sentence, attributes);
+    if (result.empty()) {
+        return 0;
+    }
+    for (const auto attribute : splitMarks(result.text(), DbaDynArray::kAttributeMark)) {
+        std::string line;
+        bool first = true;
+        for (const auto value : splitMarks(attribute, DbaDynArray::kValueMark)) {
+            line += first ? "" : "\t";
+            line += shownValue(std::string(value));
+            first = false;
+        }
+        std::cout << line << '\n';
+    }
+    return std::cout.good() ? 0 : 1;
 }
 
-std::size_t number(const std::string& text)
+int demo(const std::string& database, const std::vector<std::string>& args)
 {
-    std::size_t used = 0;
-    const auto value = std::stoull(text, &used);
-    if (used != text.size()) {
-        throw std::invalid_argument(text);
+    store::DemoOptions options;
+    constexpr std::size_t largest = 50'000'000;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string option = args[i];
+        if (option == "--statements") {
+            options.statements = number(option, valueOf(args, i), largest);
+        } else if (option == "--seed") {
+            options.seed = number(option, valueOf(args, i), std::numeric_limits<std::uint32_t>::max());
+        } else if (option == "--big-scope") {
+            options.bigScope = number(option, valueOf(args, i), largest);
+        } else {
+            throw UsageError("unknown option " + args[i] + " for demo");
+        }
     }
-    return value;
+    auto store = createNew(database);
+    ProgressBar bar("demo");
+    store::generateDemo(*store, options, [&](std::size_t done, std::size_t total) { bar.update(done, total); });
+    std::cerr << "demo data written to " << shown(database) << '\n';
+    return 0;
 }
 
 int run(std::vector<std::string> args)
 {
     std::string database = defaultDatabase().string();
-    if (args.size() >= 2 && args[0] == "--db") {
-        database = args[1];
-        args.erase(args.begin(), args.begin() + 2);
+    while (!args.empty() && args[0].starts_with("-")) {
+        if (args[0] == "--help" || args[0] == "-h") {
+            std::cout << kUsage;
+            return 0;
+        }
+        if (args[0] == "--db" && args.size() >= 2) {
+            database = args[1];
+            args.erase(args.begin(), args.begin() + 2);
+        } else if (args[0].starts_with("--db=")) {
+            database = args[0].substr(5);
+            args.erase(args.begin());
+        } else {
+            throw UsageError(args[0] == "--db" ? "--db needs a database" : "unknown option " + args[0]);
+        }
     }
     if (args.empty()) {
-        return usage();
+        throw UsageError("no command given");
     }
     const std::string command = args[0];
     args.erase(args.begin());
-
-    if (command == "import") {
-        if (args.empty()) {
-            return usage();
-        }
-        auto store = store::Store::connect(database, store::OpenMode::Create);
-        for (const auto& file : args) {
-            std::ifstream in(file, std::ios::binary);
-            if (!in) {
-                std::cerr << "calvarine-db: cannot read " << file << '\n';
-                return 1;
-            }
-            std::error_code error;
-            const auto size = std::filesystem::file_size(file, error);
-            ProgressBar bar("import " + std::filesystem::path(file).filename().string());
-            CountingBuffer counting(*in.rdbuf(), error ? 0 : static_cast<std::size_t>(size), bar);
-            std::istream counted(&counting);
-            store->importJsonLines(counted, file);
-        }
+    if (command != "help" && commandHelp().contains(command)
+        && std::find_if(args.begin(), args.end(), [](const auto& a) { return a == "--help" || a == "-h"; }) != args.end()) {
+        std::cout << commandHelp().at(command);
         return 0;
     }
+
+    if (command == "help") {
+        if (args.empty()) {
+            std::cout << kUsage;
+            return 0;
+        }
+        const auto found = commandHelp().find(args[0]);
+        if (found == commandHelp().end() || args.size() > 1) {
+            throw UsageError("no command \"" + args[0] + "\" to explain");
+        }
+        std::cout << found->second;
+        return 0;
+    }
+    if (command == "create") {
+        if (!args.empty()) {
+            throw UsageError("create takes no argument, not \"" + args[0] + "\"");
+        }
+        auto store = createNew(database);
+        createSchema(*store);
+        std::cerr << "empty database made at " << shown(database) << '\n';
+        return 0;
+    }
+    if (command == "import") {
+        bool lenient = false;
+        std::vector<std::string> files;
+        for (const auto& arg : args) {
+            if (arg == "--lenient") {
+                lenient = true;
+            } else if (arg.starts_with("--")) {
+                throw UsageError("unknown option " + arg + " for import");
+            } else {
+                files.push_back(arg);
+            }
+        }
+        if (files.empty()) {
+            throw UsageError("import needs at least one file");
+        }
+        auto store = openExisting(database);
+        return importFiles(*store, files, lenient);
+    }
     if (command == "export") {
-        auto store = store::Store::connect(database);
+        for (const auto& arg : args) {
+            if (arg.starts_with("-")) {
+                throw UsageError("unknown option " + arg + " for export");
+            }
+        }
+        auto store = openExisting(database);
         store->exportJsonLines(std::cout, args);
         return std::cout.good() ? 0 : 1;
     }
     if (command == "select") {
-        std::string sentence;
-        std::string attributes = "0";
-        for (std::size_t i = 0; i < args.size(); ++i) {
-            if (args[i] == "--attrs" && i + 1 < args.size()) {
-                attributes = args[++i];
-            } else if (sentence.empty()) {
-                sentence = args[i];
-            } else {
-                return usage();
-            }
+        return select(database, args);
+    }
+    if (command == "check") {
+        if (!args.empty()) {
+            throw UsageError("check takes no argument, not \"" + args[0] + "\"");
         }
-        if (sentence.empty()) {
-            return usage();
-        }
-        auto store = store::Store::connect(database);
-        const auto result = store->select(sentence, attributes);
-        if (result.empty()) {
-            return 0;
-        }
-        for (const auto attribute : splitMarks(result.text(), DbaDynArray::kAttributeMark)) {
-            std::string line;
-            bool first = true;
-            for (const auto value : splitMarks(attribute, DbaDynArray::kValueMark)) {
-                line += first ? "" : "\t";
-                line += shown(std::string(value));
-                first = false;
-            }
-            std::cout << line << '\n';
-        }
-        return 0;
+        auto store = openExisting(database);
+        return checkDatabase(*store);
     }
     if (command == "demo") {
-        store::DemoOptions options;
-        for (std::size_t i = 0; i < args.size(); ++i) {
-            if (i + 1 >= args.size()) {
-                return usage();
-            }
-            if (args[i] == "--statements") {
-                options.statements = number(args[++i]);
-            } else if (args[i] == "--seed") {
-                options.seed = number(args[++i]);
-            } else if (args[i] == "--big-scope") {
-                options.bigScope = number(args[++i]);
-            } else {
-                return usage();
-            }
-        }
-        auto store = store::Store::connect(database, store::OpenMode::Create);
-        ProgressBar bar("demo");
-        store::generateDemo(*store, options, [&](std::size_t done, std::size_t total) { bar.update(done, total); });
-        std::cerr << "demo data written to " << database << '\n';
-        return 0;
+        return demo(database, args);
     }
-    return usage();
+    throw UsageError("unknown command \"" + command + "\"");
 }
 
 } // namespace
@@ -238,11 +352,11 @@ int main(int argc, char** argv)
 {
     try {
         return run(std::vector<std::string>(argv + 1, argv + argc));
-    } catch (const DbaError& error) {
-        std::cerr << "calvarine-db: " << error.what() << '\n';
-        return 1;
+    } catch (const UsageError& error) {
+        std::cerr << "calvarine-db: " << error.what() << "\n" << kUsage;
+        return 2;
     } catch (const std::exception& error) {
         std::cerr << "calvarine-db: " << error.what() << '\n';
-        return 2;
+        return 1;
     }
 }

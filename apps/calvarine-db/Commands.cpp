@@ -1,0 +1,232 @@
+#include "Commands.h"
+
+#include <iostream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <streambuf>
+
+#include "Consistency.h"
+#include "Store.h"
+#include "Terminal.h"
+
+namespace {
+
+using nlohmann::json;
+
+// An attribute of a fixture line as text: values and subvalues joined with the
+// store's marks, as the store would hold it.
+std::string attributeText(const json& value)
+{
+    if (value.is_string()) {
+        return value.get<std::string>();
+    }
+    if (!value.is_array()) {
+        return value.dump();
+    }
+    std::string text;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        if (i) {
+            text += '\xFD';
+        }
+        const json& part = value[i];
+        if (part.is_array()) {
+            for (std::size_t j = 0; j < part.size(); ++j) {
+                text += (j ? "\xFC" : "") + attributeText(part[j]);
+            }
+        } else {
+            text += attributeText(part);
+        }
+    }
+    return text;
+}
+
+// The attributes of a record line ("record" array or "attrs" object); false for
+// a line that holds no record (a dictionary name, a file's creation).
+bool recordOf(const json& line, std::string& file, std::string& key, std::vector<std::string>& attributes)
+{
+    if (!line.is_object() || !line.contains("file") || !line.contains("key") || !line["file"].is_string()
+        || !line["key"].is_string()) {
+        return false;
+    }
+    file = line["file"].get<std::string>();
+    key = line["key"].get<std::string>();
+    attributes.clear();
+    if (const auto record = line.find("record"); record != line.end() && record->is_array()) {
+        for (const auto& attribute : *record) {
+            attributes.push_back(attributeText(attribute));
+        }
+    } else if (const auto attrs = line.find("attrs"); attrs != line.end() && attrs->is_object()) {
+        for (const auto& [number, value] : attrs->items()) {
+            const int n = std::atoi(number.c_str());
+            if (n >= 1 && n <= 32767) {
+                if (attributes.size() < static_cast<std::size_t>(n)) {
+                    attributes.resize(static_cast<std::size_t>(n));
+                }
+                attributes[static_cast<std::size_t>(n) - 1] = attributeText(value);
+            }
+        }
+    }
+    return true;
+}
+
+struct Refused : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// The lines written into it, one by one, to a function: the store's export read
+// as it comes, without holding the whole database.
+class LineSink : public std::streambuf {
+public:
+    explicit LineSink(std::function<void(const std::string&)> take)
+        : m_take(std::move(take))
+    {
+    }
+
+protected:
+    int_type overflow(int_type c) override
+    {
+        if (c == traits_type::eof()) {
+            return traits_type::not_eof(c);
+        }
+        if (c == '\n') {
+            m_take(m_line);
+            m_line.clear();
+        } else {
+            m_line += static_cast<char>(c);
+        }
+        return c;
+    }
+    std::streamsize xsputn(const char* text, std::streamsize count) override
+    {
+        for (std::streamsize i = 0; i < count; ++i) {
+            overflow(traits_type::to_int_type(text[i]));
+        }
+        return count;
+    }
+
+private:
+    std::function<void(const std::string&)> m_take;
+    std::string m_line;
+};
+
+} // namespace
+
+int importFiles(store::Store& store, const std::vector<std::string>& files, bool lenient)
+{
+    Consistency consistency([&](const std::string& file, const std::string& key) {
+        return store.fileExists(file) && store.read(file, key).has_value();
+    });
+    std::vector<std::string> reports;
+    std::vector<Consistency::Problem> malformed;
+    try {
+        store.transaction([&] {
+            for (const auto& name : files) {
+                InputFile input(name);
+                ProgressBar bar("import " + std::filesystem::path(name).filename().string());
+                std::map<std::string, std::size_t> records;
+                std::size_t names = 0;
+                std::size_t number = 0;
+                std::string line;
+                std::string file, key;
+                std::vector<std::string> attributes;
+                while (input.next(line)) {
+                    ++number;
+                    bar.update(input.consumed(), input.size());
+                    if (line.find_first_not_of(" \t\r") == std::string::npos) {
+                        continue;
+                    }
+                    const std::string where = name + ":" + std::to_string(number);
+                    try {
+                        store.importJsonLine(line, where);
+                    } catch (const DbaError& error) {
+                        if (error.kind() != DbaError::Kind::BadData) {
+                            throw;
+                        }
+                        malformed.push_back({where, error.detail()});
+                        continue;
+                    }
+                    const json parsed = json::parse(line);
+                    if (recordOf(parsed, file, key, attributes)) {
+                        ++records[file];
+                        consistency.record(file, key, attributes, where);
+                    } else if (parsed.contains("dict")) {
+                        ++names;
+                    }
+                }
+                std::string perFile;
+                std::size_t total = 0;
+                for (const auto& [file, count] : records) {
+                    perFile += (total ? ", " : " (") + file + " " + std::to_string(count);
+                    total += count;
+                }
+                const std::string report = name + ": " + std::to_string(total) + (total == 1 ? " record" : " records")
+                    + (perFile.empty() ? "" : perFile + ")") + ", " + std::to_string(names)
+                    + (names == 1 ? " dictionary name" : " dictionary names");
+                reports.push_back(report);
+            }
+            consistency.finish();
+            if (!malformed.empty() || (!lenient && !consistency.problems().empty())) {
+                throw Refused("import refused");
+            }
+        });
+    } catch (const Refused&) {
+        for (const auto& problem : malformed) {
+            std::cerr << problem.where << ": " << problem.what << '\n';
+        }
+        for (const auto& problem : consistency.problems()) {
+            std::cerr << problem.where << ": " << problem.what << '\n';
+        }
+        const std::size_t count = malformed.size() + (lenient ? 0 : consistency.problems().size());
+        std::cerr << "calvarine-db: import refused, " << count << (count == 1 ? " problem" : " problems")
+                  << "; nothing imported";
+        if (malformed.empty()) {
+            std::cerr << " (--lenient imports such records with a warning each)";
+        }
+        std::cerr << '\n';
+        return 1;
+    }
+    for (const auto& problem : consistency.problems()) {
+        std::cerr << "warning: " << problem.where << ": " << problem.what << '\n';
+    }
+    for (const auto& report : reports) {
+        std::cout << report << '\n';
+    }
+    return 0;
+}
+
+int checkDatabase(store::Store& store)
+{
+    // Organisations and entities first, so every reference is answered when met.
+    std::vector<std::string> files;
+    for (const char* first : {"ASSOCIATION", "ORGPRISECHARGE"}) {
+        if (store.fileExists(first)) {
+            files.emplace_back(first);
+        }
+    }
+    for (auto& file : store.files()) {
+        if (file != "ASSOCIATION" && file != "ORGPRISECHARGE" && file != "TEMPO") {
+            files.push_back(std::move(file));
+        }
+    }
+    Consistency consistency;
+    std::size_t records = 0;
+    std::string file, key;
+    std::vector<std::string> attributes;
+    LineSink sink([&](const std::string& line) {
+        if (recordOf(json::parse(line), file, key, attributes)) {
+            ++records;
+            consistency.record(file, key, attributes, file + " \"" + key + "\"");
+        }
+    });
+    std::ostream out(&sink);
+    store.exportJsonLines(out, files);
+    consistency.finish();
+    for (const auto& problem : consistency.problems()) {
+        std::cout << problem.where << ": " << problem.what << '\n';
+    }
+    const std::size_t count = consistency.problems().size();
+    std::cout << "check: " << records << (records == 1 ? " record, " : " records, ") << count
+              << (count == 1 ? " problem" : " problems") << '\n';
+    return count == 0 ? 0 : 1;
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+// What makes the records of a database contradict each other, found record by
+// record as an import or a check reads them:
+//  - a record without attributes (a line with a key and no "record");
+//  - an archived statement whose key disagrees with its attributes: the key is
+//    entity (3), activity letter (1), organisation (3), period yyyymm (6) and
+//    invoice number (10, blank-padded), and attribute 1 must hold the period,
+//    attribute 3 the invoice number (trailing blanks aside);
+//  - an organisation (ORGPRISECHARGE) or an entity (ASSOCIATION) named by a
+//    statement or an activity and without a record of its own.
+// The screen would show such statements with a blank name, or the re-issue would
+// find no statement for them and fail with a technical message.
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+class Consistency {
+public:
+    struct Problem {
+        std::string where; // "file.jsonl:12", or the file and key of a record
+        std::string what;
+    };
+    // Whether a record exists beyond those seen (in the database, say).
+    using Exists = std::function<bool(const std::string& file, const std::string& key)>;
+
+    explicit Consistency(Exists exists = {});
+
+    // One record: its attributes from 1 on; empty: no attribute at all.
+    void record(const std::string& file, const std::string& key, const std::vector<std::string>& attributes,
+        const std::string& where);
+    // Call once every record was seen: references that no record answered.
+    void finish();
+
+    const std::vector<Problem>& problems() const { return m_problems; }
+
+private:
+    void refer(const std::string& file, const std::string& key, const std::string& what, const std::string& where);
+    bool known(const std::string& file, const std::string& key);
+
+    Exists m_exists;
+    std::set<std::pair<std::string, std::string>> m_seen;             // organisation and entity records seen
+    std::map<std::pair<std::string, std::string>, bool> m_looked;     // answers of m_exists
+    std::vector<std::pair<std::pair<std::string, std::string>, Problem>> m_pending; // unknown when met
+    std::vector<Problem> m_problems;
+};
