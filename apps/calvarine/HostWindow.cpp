@@ -1,7 +1,13 @@
 #include "HostWindow.h"
 
-#include <QCloseEvent>
+#include <regex>
 
+#include <QCloseEvent>
+#include <QLabel>
+#include <QLayout>
+#include <QStatusBar>
+
+#include "CommandProgressDatabase.h"
 #include "HelpViewer.h"
 #include "Rights.h"
 #include "ScreenView.h"
@@ -19,20 +25,29 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
     // that handler has returned.
     setup.unloadForm = [this] { QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection); };
     setup.createHelp = [this] { return std::make_shared<help::HelpViewer>(help::HelpViewer::defaultSearchPath(), this); };
+    // On a server the files are made where the workers run: offered only if that folder is here too.
+    setup.fusionDirectory = [this] { return m_store->fusionDirectory(); };
     m_host = makeHost ? makeHost(std::move(setup)) : std::make_unique<QtHostServices>(std::move(setup));
     m_host->setDialogParent(this);
 
     m_control = std::make_unique<Ctr_Calvarine>(*m_host);
     m_view = new ScreenView(m_control->Controls(), this);
     setCentralWidget(m_view);
-    setWindowTitle(QStringLiteral("Calvarine"));
-    setFixedSize(m_view->minimumSize());
+    setWindowTitle(QStringLiteral("Calvarine – %1 – %2")
+                       .arg(QString::fromStdString(m_options.user), QString::fromStdString(m_options.database)));
+    m_rights = new QLabel(this);
+    statusBar()->addWidget(m_rights);
+    statusBar()->setSizeGripEnabled(false);
+    // The screen keeps its size; the bars around it add theirs.
+    m_view->setFixedSize(m_view->minimumSize());
+    layout()->setSizeConstraint(QLayout::SetFixedSize);
 
     server::registerArchiveBordCaisseExcel(*m_store);
 }
 
 HostWindow::~HostWindow()
 {
+    m_store->setCommandProgress({});
     // The view observes the control's screen: it goes first.
     delete m_view;
     m_control->terminate();
@@ -40,10 +55,10 @@ HostWindow::~HostWindow()
 
 bool HostWindow::start()
 {
-    const std::string where = "Init";
     try {
         auto client = std::make_shared<DbaClient>(m_options.user);
         m_store->setClient(client);
+        m_store->setCommandProgress([this](int done, int total) { m_host->commandProgress(done, total); });
         std::shared_ptr<SorbelaneDroits> rights = std::make_shared<DatabaseRights>(m_store, m_options.user);
 
         // Without the sibling the screen still works; only paper runs fail, and
@@ -61,15 +76,41 @@ bool HostWindow::start()
             m_host->reportFailure("Ctr_Belmontis1", e.what());
         }
 
-        m_control->TheDatabase(m_store);
+        m_control->TheDatabase(std::make_shared<CommandProgressDatabase>(m_store, *m_host));
         m_control->TheClient(client);
         m_control->DroitsUtilisateur(rights);
         m_control->Init();
-        return true;
     } catch (const std::exception& e) {
-        m_host->reportFailure(where, e.what());
+        m_startFailure = startFailureText(e);
         return false;
     }
+    m_rights->setText(rightsText());
+    return true;
+}
+
+QString HostWindow::rightsText() const
+{
+    // The control hid "Imprimer" itself if the right is not there: say so, and for whom.
+    const bool canPrint = m_control->Controls().get("Cmd_Imprimer").visible();
+    return QStringLiteral("Droit d'impression : %1 – utilisateur %2")
+        .arg(canPrint ? QStringLiteral("oui") : QStringLiteral("non"), QString::fromStdString(m_options.user));
+}
+
+QString startFailureText(const std::exception& error)
+{
+    const auto* dba = dynamic_cast<const DbaError*>(&error);
+    std::smatch match;
+    if (dba) {
+        const std::string& context = dba->context();
+        if (dba->isNoFile() && std::regex_match(context, match, std::regex("OpenFile (.*)"))) {
+            return QStringLiteral("Le fichier %1 n'existe pas dans cette base.").arg(QString::fromStdString(match[1]));
+        }
+        if (dba->isNoRecord() && std::regex_match(context, match, std::regex("ReadItem (\\S+) \"(.*)\""))) {
+            return QStringLiteral("L'enregistrement « %1 » du fichier %2 est absent de cette base.")
+                .arg(QString::fromStdString(match[2]), QString::fromStdString(match[1]));
+        }
+    }
+    return QString::fromStdString(error.what());
 }
 
 void HostWindow::closeEvent(QCloseEvent* event)

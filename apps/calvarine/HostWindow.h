@@ -11,6 +11,7 @@
 #include "QtHostServices.h"
 
 class Ctr_Calvarine;
+class QLabel;
 class ScreenView;
 
 namespace store {
@@ -21,11 +22,16 @@ class Store;
 // database, the client and the rights, puts the sibling printing control on
 // the form, calls Init, closes when the control unloads it, and terminates the
 // control when it closes, whichever way.
+//
+// Its title names the user and the database; its status line tells whether the
+// user may print. While a server command runs, the host services show its
+// progress.
 class HostWindow : public QMainWindow {
 public:
     struct Options {
         std::string user;                             // for the client and the rights
         std::optional<std::filesystem::path> printTo; // paper runs as PDF files there
+        std::string database;                         // as the title shows it
     };
     using HostFactory = std::function<std::unique_ptr<QtHostServices>(QtHostServices::Setup)>;
 
@@ -33,9 +39,13 @@ public:
     HostWindow(std::shared_ptr<store::Store> store, Options options, const HostFactory& makeHost = {});
     ~HostWindow() override;
 
-    // Gives the control what it needs and calls Init. A failure is reported to
-    // the operator through the host services; false then.
+    // Gives the control what it needs and calls Init. False when Init failed:
+    // startFailure() then says why, in the operator's words, and the window is
+    // of no more use (the control cannot start twice).
     bool start();
+    const QString& startFailure() const { return m_startFailure; }
+    // The status line's text about the user's right to print.
+    QString rightsText() const;
 
     Ctr_Calvarine& control() const { return *m_control; }
     ScreenView& view() const { return *m_view; }
@@ -50,4 +60,10 @@ private:
     std::unique_ptr<QtHostServices> m_host;
     std::unique_ptr<Ctr_Calvarine> m_control;
     ScreenView* m_view = nullptr; // child widget, deleted before the control
+    QLabel* m_rights = nullptr;   // in the status bar
+    QString m_startFailure;
 };
+
+// What an exception that stopped Init means for the operator: which file or
+// record of the database is missing, in French; other failures as they read.
+QString startFailureText(const std::exception& error);

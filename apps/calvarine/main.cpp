@@ -1,25 +1,23 @@
 // calvarine: the re-issue screen in a window, on a database of records.
 //
-//   calvarine [--db PATH] [--user NAME] [--print-to DIR]
+//   calvarine [--db PATH|URI] [--user NAME] [--print-to DIR]   (see --help)
 //
 // Without --db the demo database of the user's data folder is used, and made
-// on first use.
+// on first use. An explicit --db names a database that exists: nothing is ever
+// created by opening it.
 
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <system_error>
 
 #include <QApplication>
-#include <QCommandLineParser>
 #include <QMessageBox>
-#include <QProgressDialog>
 
-#include "Demo.h"
-#include "DataDirectory.h"
+#include "CommandLine.h"
+#include "FirstUse.h"
 #include "HostWindow.h"
+#include "Launcher.h"
 #include "Sibling.h"
-#include "Store.h"
 
 namespace {
 
@@ -29,31 +27,14 @@ std::string defaultUser()
     return user && *user ? user : "demo";
 }
 
-// Makes the demo database beside its final place and moves it there only once
-// complete, so an interrupted run leaves no half database to be opened later.
-void makeDemoDatabase(const std::filesystem::path& file, const std::string& user)
+bool hasDisplay(const std::vector<std::string>& args)
 {
-    std::filesystem::create_directories(file.parent_path());
-    const std::filesystem::path partial = file.string() + ".partial";
-    for (const char* suffix : {"", "-wal", "-shm"}) {
-        std::filesystem::remove(partial.string() + suffix);
+    for (const char* variable : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"}) {
+        if (const char* value = std::getenv(variable); value && *value) {
+            return true;
+        }
     }
-    QProgressDialog progress(QStringLiteral("Création de la base de démonstration…"), QString(), 0, 100);
-    progress.setWindowTitle(QStringLiteral("Calvarine"));
-    progress.setWindowModality(Qt::ApplicationModal);
-    progress.setMinimumDuration(0);
-    progress.setCancelButton(nullptr);
-    progress.setValue(0);
-    {
-        auto store = store::Store::create(partial);
-        store::DemoOptions options;
-        options.user = user;
-        store::generateDemo(*store, options, [&](std::size_t done, std::size_t total) {
-            progress.setValue(total ? static_cast<int>(done * 100 / total) : 100);
-        });
-    }
-    std::filesystem::rename(partial, file);
-    progress.setValue(100);
+    return std::find(args.begin(), args.end(), "-platform") != args.end();
 }
 
 // The help window may still be open when the form closes: the application
@@ -73,55 +54,68 @@ protected:
 
 int main(int argc, char** argv)
 {
+    // Read before the application object exists: --help and mistakes need no display.
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    const CommandLine line = CommandLine::parse(args);
+    if (line.help) {
+        std::cout << CommandLine::helpText();
+        return std::cout.good() ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+    if (!line.error.empty()) {
+        std::cerr << "calvarine : " << line.error << "\nEssayez « calvarine --help ».\n";
+        return 2;
+    }
+    if (!hasDisplay(args)) {
+        std::cerr << "calvarine : aucun affichage graphique (ni DISPLAY ni WAYLAND_DISPLAY n'est défini).\n";
+        return EXIT_FAILURE;
+    }
+
+    Launcher::Options options;
+    options.user = line.user.value_or(defaultUser());
+    if (line.printTo) {
+        std::error_code error;
+        options.printTo = std::filesystem::absolute(*line.printTo, error);
+        if (const std::string why = error ? error.message() : preparePrintFolder(*options.printTo); !why.empty()) {
+            std::cerr << "calvarine : --print-to " << *line.printTo << " : les éditions papier ne peuvent pas y être écrites : "
+                      << why << '\n';
+            return 2;
+        }
+    }
+
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("calvarine"));
     QApplication::setApplicationDisplayName(QStringLiteral("Calvarine"));
     QApplication::setQuitOnLastWindowClosed(false);
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Réédition des bordereaux archivés"));
-    parser.addHelpOption();
-    const QCommandLineOption dbOption(QStringLiteral("db"), QStringLiteral("Database file (default: the demo database)."), QStringLiteral("PATH"));
-    const QCommandLineOption userOption(QStringLiteral("user"), QStringLiteral("User whose rights apply (default: $USER)."), QStringLiteral("NAME"));
-    const QCommandLineOption printOption(QStringLiteral("print-to"), QStringLiteral("Write paper runs as PDF files into DIR."), QStringLiteral("DIR"));
-    parser.addOptions({dbOption, userOption, printOption});
-    parser.process(app);
-
-    const std::string user = parser.isSet(userOption) ? parser.value(userOption).toStdString() : defaultUser();
-    HostWindow::Options options;
-    options.user = user;
-    if (parser.isSet(printOption)) {
-        std::error_code error;
-        options.printTo = std::filesystem::absolute(parser.value(printOption).toStdString(), error);
-        if (const std::string why = error ? error.message() : preparePrintFolder(*options.printTo); !why.empty()) {
-            std::cerr << "calvarine: --print-to " << parser.value(printOption).toStdString()
-                      << ": cannot write paper runs there: " << why << '\n';
-            return 2;
-        }
-    }
-
-    std::shared_ptr<store::Store> database;
-    try {
-        std::filesystem::path file;
-        if (parser.isSet(dbOption)) {
-            file = parser.value(dbOption).toStdString();
-        } else {
-            file = components::dataDirectory() / "demo.db";
-            if (!std::filesystem::exists(file)) {
-                makeDemoDatabase(file, user);
+    std::string connection;
+    if (line.database) {
+        connection = *line.database;
+    } else {
+        // The demo database is the only one ever made without being asked for.
+        const auto file = demoDatabasePath();
+        connection = file.string();
+        if (!std::filesystem::exists(file)) {
+            store::DemoOptions demo;
+            demo.user = options.user; // who makes it may print
+            try {
+                makeDemoDatabase(file, demo);
+            } catch (const std::exception& e) {
+                const QString text = QStringLiteral("La base de démonstration « %1 » ne peut pas être créée :\n%2")
+                                         .arg(QString::fromStdString(file.string()), QString::fromStdString(e.what()));
+                std::cerr << "calvarine : " << text.toStdString() << '\n';
+                QMessageBox::critical(nullptr, QStringLiteral("Calvarine"), text);
+                return EXIT_FAILURE;
             }
         }
-        database = store::Store::connect(file.string());
-    } catch (const std::exception& e) {
-        QMessageBox::critical(nullptr, QStringLiteral("Calvarine"),
-            QStringLiteral("La base de données ne peut pas être ouverte :\n%1").arg(QString::fromStdString(e.what())));
-        return EXIT_FAILURE;
     }
 
-    HostWindow window(database, options);
+    Launcher launcher(options);
+    const std::unique_ptr<HostWindow> window = launcher.start(connection);
+    if (!window) {
+        std::cerr << "calvarine : " << launcher.lastFailure().toStdString() << '\n';
+        return EXIT_FAILURE;
+    }
     QuitOnClose quitOnClose;
-    window.installEventFilter(&quitOnClose);
-    window.show();
-    window.start();
+    window->installEventFilter(&quitOnClose);
     return app.exec();
 }

@@ -5,10 +5,15 @@
 #include <QAction>
 #include <QApplication>
 #include <QCursor>
+#include <QDesktopServices>
 #include <QMenu>
 #include <QMessageBox>
+#include <QPushButton>
+#include <QUrl>
 
+#include "CommandProgressWindow.h"
 #include "FrenchDates.h"
+#include "LongMessageBox.h"
 #include "shell/ScreenModel.h"
 
 namespace {
@@ -29,6 +34,10 @@ QMessageBox::Icon iconOfStyle(int style)
     }
 }
 
+// Beyond this a QMessageBox grows past the screen (one line per file listed).
+constexpr qsizetype kLongLines = 20;
+constexpr qsizetype kLongChars = 2000;
+
 } // namespace
 
 QtHostServices::QtHostServices(Setup setup)
@@ -36,10 +45,112 @@ QtHostServices::QtHostServices(Setup setup)
 {
 }
 
+QtHostServices::~QtHostServices()
+{
+    delete m_progress.data();
+}
+
+bool QtHostServices::isLongMessage(const std::string& text)
+{
+    const QString shown = QString::fromStdString(text);
+    return shown.count(QLatin1Char('\n')) >= kLongLines || shown.size() > kLongChars;
+}
+
+bool QtHostServices::isFileList(const std::string& text)
+{
+    return text.starts_with("Le fichier suivant a été généré dans le répertoire FUSION")
+        || text.starts_with("Les fichiers suivants ont été générés dans le répertoire FUSION");
+}
+
 void QtHostServices::msgBox(const std::string& text, int style, const std::string& title)
 {
-    QMessageBox box(iconOfStyle(style), QString::fromStdString(title), QString::fromStdString(text), QMessageBox::Ok, m_parent);
-    execMessageBox(box);
+    std::error_code error;
+    const std::filesystem::path fusion = m_setup.fusionDirectory ? m_setup.fusionDirectory() : std::filesystem::path();
+    const bool folder = isFileList(text) && !fusion.empty() && std::filesystem::is_directory(fusion, error);
+    if (!isLongMessage(text)) {
+        QMessageBox box(iconOfStyle(style), QString::fromStdString(title), QString::fromStdString(text), QMessageBox::Ok, m_parent);
+        if (isFileList(text)) {
+            box.setTextInteractionFlags(Qt::TextSelectableByMouse);
+        }
+        if (folder) {
+            // An action button closes a QMessageBox all the same; for a short list that is fine.
+            QPushButton* open = box.addButton(QStringLiteral("Ouvrir le dossier FUSION"), QMessageBox::ActionRole);
+            QObject::connect(open, &QPushButton::clicked, open, [this] { openFusion(); });
+            box.setDefaultButton(QMessageBox::Ok);
+        }
+        execMessageBox(box);
+        return;
+    }
+    LongMessageBox box(iconOfStyle(style), QString::fromStdString(title), QString::fromStdString(text), m_parent);
+    if (isFileList(text)) {
+        box.addCopyButton();
+        if (folder) {
+            box.addOpenFolderButton([this] { openFusion(); });
+        }
+    }
+    execLongMessageBox(box);
+}
+
+void QtHostServices::openFusion()
+{
+    const std::filesystem::path fusion = m_setup.fusionDirectory ? m_setup.fusionDirectory() : std::filesystem::path();
+    if (m_setup.openFolder) {
+        m_setup.openFolder(fusion);
+    } else {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(fusion.string())));
+    }
+}
+
+void QtHostServices::beginCommand()
+{
+    m_inCommand = true;
+    m_commandStart = std::chrono::steady_clock::now();
+    m_lastRepaint = m_commandStart;
+}
+
+void QtHostServices::commandProgress(int done, int total)
+{
+    if (!m_inCommand) {
+        return;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (!m_progress) {
+        // A short command shows no window at all.
+        if (now - m_commandStart < m_showAfter) {
+            return;
+        }
+        m_progress = new CommandProgressWindow(m_parent);
+        m_progress->setProgress(done, total, now - m_commandStart);
+        m_progress->show();
+        m_lastRepaint = now - m_repaintEvery;
+    }
+    m_progress->setProgress(done, total, now - m_commandStart);
+    if (now - m_lastRepaint >= m_repaintEvery || done >= total) {
+        m_lastRepaint = now;
+        // The window is modal: input meant for the form is dropped, not queued.
+        QCoreApplication::processEvents();
+    }
+}
+
+void QtHostServices::endCommand()
+{
+    m_inCommand = false;
+    if (m_progress) {
+        // Input that arrived since the last repaint still meets the modal window.
+        QCoreApplication::processEvents();
+        delete m_progress.data();
+    }
+}
+
+void QtHostServices::setCommandProgressTiming(std::chrono::milliseconds showAfter, std::chrono::milliseconds repaintEvery)
+{
+    m_showAfter = showAfter;
+    m_repaintEvery = repaintEvery;
+}
+
+CommandProgressWindow* QtHostServices::commandProgressWindow() const
+{
+    return m_progress;
 }
 
 void QtHostServices::beep()
@@ -90,6 +201,11 @@ QAction* QtHostServices::execMenu(QMenu& menu)
 }
 
 void QtHostServices::execMessageBox(QMessageBox& box)
+{
+    box.exec();
+}
+
+void QtHostServices::execLongMessageBox(LongMessageBox& box)
 {
     box.exec();
 }

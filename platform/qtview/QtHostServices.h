@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -9,6 +11,8 @@
 
 #include "shell/HostServices.h"
 
+class CommandProgressWindow;
+class LongMessageBox;
 class QAction;
 class QMenu;
 class QMessageBox;
@@ -21,8 +25,13 @@ class QMessageBox;
 // observes the screen model. What depends on the application (unloading its
 // form, the help viewer, dates) is handed in as functions.
 //
-// Lives on the interface thread. The two exec hooks are the seams that tests
-// use to answer dialogs and menus without a nested event loop.
+// Message boxes grow with their text up to the screen, then scroll (see
+// LongMessageBox); the list of generated files offers to open FUSION and to copy
+// the names. While a server command runs, its progress shows in a window that
+// repaints and keeps the operator's input away (see CommandProgressWindow).
+//
+// Lives on the interface thread. The exec hooks are the seams that tests use to
+// answer dialogs and menus without a nested event loop.
 class QtHostServices : public HostServices {
 public:
     struct Setup {
@@ -33,9 +42,15 @@ public:
         std::function<std::shared_ptr<AideEnLigne>()> createHelp;
         // Reads and writes a date (see HostServices); empty: French dates.
         std::function<std::string(const std::string& text, const std::string& pattern)> formatDate;
+        // The folder FUSION as this workstation sees it; empty (or a folder that
+        // does not exist here): the file list offers no folder to open.
+        std::function<std::filesystem::path()> fusionDirectory;
+        // Opens a folder in the desktop's file manager; empty: QDesktopServices.
+        std::function<void(const std::filesystem::path&)> openFolder;
     };
 
     explicit QtHostServices(Setup setup);
+    ~QtHostServices() override;
 
     // The window that dialogs and menus stand over; may be null.
     void setDialogParent(QWidget* parent) { m_parent = parent; }
@@ -55,13 +70,37 @@ public:
     // the entry's name.
     std::unique_ptr<QMenu> buildPopupMenu(const Control& menu) const;
 
+    // Around a server command that Execute runs: its progress (done statements
+    // out of total) shows in a window once the command has run showAfter, and the
+    // window repaints at most every repaintEvery; endCommand takes it away.
+    void beginCommand();
+    void commandProgress(int done, int total);
+    void endCommand();
+    void setCommandProgressTiming(std::chrono::milliseconds showAfter, std::chrono::milliseconds repaintEvery);
+    // The progress window while it shows; null otherwise.
+    CommandProgressWindow* commandProgressWindow() const;
+
+    // A text that a QMessageBox would show taller than the screen or too wide.
+    static bool isLongMessage(const std::string& text);
+    // The control's message that lists the files generated in FUSION.
+    static bool isFileList(const std::string& text);
+
 protected:
     // Shows the menu at the pointer; returns the action chosen, or null.
     virtual QAction* execMenu(QMenu& menu);
     // Shows the message box until the operator closes it.
     virtual void execMessageBox(QMessageBox& box);
+    virtual void execLongMessageBox(LongMessageBox& box);
 
 private:
+    void openFusion();
+
     Setup m_setup;
     QPointer<QWidget> m_parent;
+    QPointer<CommandProgressWindow> m_progress;
+    bool m_inCommand = false;
+    std::chrono::steady_clock::time_point m_commandStart;
+    std::chrono::steady_clock::time_point m_lastRepaint;
+    std::chrono::milliseconds m_showAfter{300};
+    std::chrono::milliseconds m_repaintEvery{50};
 };

@@ -13,6 +13,7 @@
 #include <QTest>
 #include <QTextBrowser>
 
+#include "CommandProgressDatabase.h"
 #include "HelpViewer.h"
 #include "HostWindow.h"
 #include "Rights.h"
@@ -49,7 +50,7 @@ protected:
         std::ifstream fixture(CALVARINE_TEST_FIXTURES "/statements.jsonl");
         store->importJsonLines(fixture, "statements.jsonl");
         store->write("DROITS", DatabaseRights::key("operateur", "CALVARINE"), "2");
-        window = std::make_unique<HostWindow>(store, HostWindow::Options{"operateur", root() / "spool"},
+        window = std::make_unique<HostWindow>(store, HostWindow::Options{"operateur", root() / "spool", "calvarine.db"},
             [this](QtHostServices::Setup setup) {
                 auto made = std::make_unique<TestHost>(std::move(setup));
                 host = made.get();
@@ -165,9 +166,12 @@ TEST_F(StoryTest, TheRightButtonOpensTheHelpAndSortirClosesTheForm)
     ASSERT_NE(help, nullptr);
     ASSERT_NE(help->window(), nullptr);
     EXPECT_TRUE(help->window()->isVisible());
-    EXPECT_EQ(help->window()->windowTitle(), QStringLiteral("Calvarine"));
+    EXPECT_EQ(help->window()->windowTitle(), QStringLiteral("Aide – Calvarine"));
     EXPECT_TRUE(help->window()->toPlainText().contains(QStringLiteral("Organismes sélectionnés")));
-    EXPECT_EQ(help->base(), store);
+    // The help reaches the store through what the host gave the control.
+    auto given = std::dynamic_pointer_cast<CommandProgressDatabase>(help->base());
+    ASSERT_NE(given, nullptr);
+    EXPECT_EQ(given->database(), store);
 
     // A left press opens nothing.
     QTest::mousePress(&window->view(), Qt::LeftButton, Qt::NoModifier, QPoint(300, 545));

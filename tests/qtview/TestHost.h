@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -8,11 +9,12 @@
 #include <QMenu>
 #include <QMessageBox>
 
+#include "LongMessageBox.h"
 #include "QtHostServices.h"
 
-// The Qt host services with their two dialogs answered by the test: message
-// boxes are recorded and closed at once, menus choose the entry queued (or
-// none) and record what they offered.
+// The Qt host services with their dialogs answered by the test: message boxes
+// (short and long) are recorded, shown to inspect if the test asks, and closed
+// at once; menus choose the entry queued (or none) and record what they offered.
 class TestHost : public QtHostServices {
 public:
     explicit TestHost(Setup setup = {})
@@ -24,8 +26,10 @@ public:
         QMessageBox::Icon icon;
         std::string title;
         std::string text;
+        bool scrolls = false; // a LongMessageBox
     };
     std::vector<Box> boxes;
+    std::function<void(QDialog&)> inspect; // called with each box, shown
     std::vector<std::vector<std::string>> menus; // the captions of each menu shown
     std::deque<std::string> menuChoices;         // entry names to choose, in turn
 
@@ -51,5 +55,22 @@ protected:
     void execMessageBox(QMessageBox& box) override
     {
         boxes.push_back({box.icon(), box.windowTitle().toStdString(), box.text().toStdString()});
+        look(box);
+    }
+
+    void execLongMessageBox(LongMessageBox& box) override
+    {
+        boxes.push_back({box.icon(), box.windowTitle().toStdString(), box.text().toStdString(), true});
+        look(box);
+    }
+
+private:
+    void look(QDialog& box)
+    {
+        if (inspect) {
+            box.show();
+            inspect(box);
+            box.hide();
+        }
     }
 };
