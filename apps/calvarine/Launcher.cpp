@@ -114,7 +114,7 @@ QString openFailureText(const std::string& connection, const std::exception& err
             cause = QStringLiteral("c'est un dossier, pas un fichier de base de données.");
         } else if (detail.starts_with("read-only")) {
             cause = QStringLiteral("le fichier est en lecture seule (%1).").arg(QString::fromStdString(detail));
-        } else if (detail.starts_with("an empty file") || detail.starts_with("not a database")) {
+        } else if (detail.starts_with("an empty file") || detail.find("not a database") != std::string::npos) {
             cause = QStringLiteral("ce fichier n'est pas une base de données Calvarine.");
         }
     }
