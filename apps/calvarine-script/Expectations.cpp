@@ -53,7 +53,9 @@ void Session::expect(LineReader& r)
         }
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(m_fusion)) {
-            names.push_back(entry.path().filename().string());
+            if (entry.path().filename() != kFusionLedger) {
+                names.push_back(entry.path().filename().string());
+            }
         }
         std::sort(names.begin(), names.end());
         std::vector<Value> items;
@@ -70,7 +72,7 @@ void Session::expect(LineReader& r)
         if (name != "none") {
             control(name);
         }
-        const Control* focus = m_control->Controls().focus();
+        const Control* focus = m_gestures->focus();
         const std::string actual = focus ? focus->name() : "none";
         check(actual == name, "focus = " + name, actual);
         return;
@@ -140,7 +142,7 @@ void Session::expectProperty(const std::string& subject, LineReader& r)
             throw BadCommand("Screen.MousePointer only");
         }
         need(Value::Kind::Integer);
-        report(Value::of(std::int64_t{m_control->Controls().mousePointer()}));
+        report(Value::of(std::int64_t{m_gestures->mousePointer()}));
         return;
     }
     const Control& c = control(name, true);
@@ -163,37 +165,44 @@ void Session::expectProperty(const std::string& subject, LineReader& r)
         }
     }
 
+    // What the operator sees is read through the pass's gestures (the widgets
+    // in the Qt pass); NewIndex, MaxLength and ItemData have no widget form.
+    const Gestures& seen = *m_gestures;
     if (prop == "Text") {
         need(Value::Kind::String);
-        report(Value::of(c.text()));
+        report(Value::of(seen.text(c)));
+    } else if (prop == "Enabled" && c.kind() == ControlKind::UserControl) {
+        need(Value::Kind::Boolean);
+        report(Value::of(seen.userControlEnabled()));
     } else if (prop == "Enabled" || prop == "Visible" || prop == "Value") {
         need(Value::Kind::Boolean);
-        report(Value::of(prop == "Enabled" ? c.enabled() : prop == "Visible" ? c.visible() : c.value()));
+        report(Value::of(prop == "Enabled" ? seen.enabled(c) : prop == "Visible" ? seen.visible(c) : seen.value(c)));
     } else if (prop == "ListIndex" || prop == "ListCount" || prop == "NewIndex" || prop == "MaxLength") {
         need(Value::Kind::Integer);
-        const std::int16_t n = prop == "ListIndex" ? c.listIndex()
-            : prop == "ListCount"                 ? c.listCount()
+        const std::int16_t n = prop == "ListIndex" ? seen.listIndex(c)
+            : prop == "ListCount"                 ? seen.listCount(c)
             : prop == "NewIndex"                  ? c.newIndex()
                                                   : c.maxLength();
         report(Value::of(std::int64_t{n}));
     } else if (prop == "List" && index) {
         need(Value::Kind::String);
-        report(Value::of(c.list(*index)));
+        report(Value::of(seen.item(c, *index)));
     } else if (prop == "Selected" && index) {
         need(Value::Kind::Boolean);
-        report(Value::of(c.selected(*index)));
+        report(Value::of(seen.selected(c, *index)));
     } else if (prop == "ItemData" && index) {
         need(Value::Kind::Integer);
         report(Value::of(std::int64_t{c.itemData(*index)}));
     } else if (prop == "List" || prop == "Selected" || prop == "ItemData") {
         needList(prop == "List" ? Value::Kind::String : Value::Kind::Integer);
         std::vector<Value> items;
-        for (std::int16_t i = 0; i < c.listCount(); ++i) {
+        const std::int16_t count = prop == "ItemData" ? c.listCount() : seen.listCount(c);
+        for (std::int16_t i = 0; i < count; ++i) {
             if (prop == "List") {
-                items.push_back(Value::of(c.list(i)));
+                items.push_back(Value::of(seen.item(c, i)));
             } else if (prop == "ItemData") {
                 items.push_back(Value::of(std::int64_t{c.itemData(i)}));
-            } else if (c.selected(i)) {
+            } else if (seen.selected(c, i)) {
                 items.push_back(Value::of(std::int64_t{i}));
             }
         }

@@ -1,8 +1,11 @@
 #include "Session.h"
 
+#include "Gestures.h"
+#include "Text.h"
+
 // The operator's actions: each first checks that the operator can reach its
-// controls, moves the focus as a click or a key would, then uses the screen
-// model's own gestures.
+// controls, then acts through the gestures of the pass (the screen model's own
+// gestures here, or real input on the widgets).
 
 namespace script {
 
@@ -22,22 +25,6 @@ bool takesFocus(const Control& control)
     }
 }
 
-// The code points of a UTF-8 text.
-std::vector<char32_t> codePoints(std::string_view s)
-{
-    std::vector<char32_t> out;
-    for (std::size_t i = 0; i < s.size();) {
-        const auto c = static_cast<unsigned char>(s[i++]);
-        int extra = c >= 0xF0 ? 3 : c >= 0xE0 ? 2 : c >= 0xC0 ? 1 : 0;
-        char32_t cp = extra == 3 ? (c & 0x07) : extra == 2 ? (c & 0x0F) : extra == 1 ? (c & 0x1F) : c;
-        for (; extra > 0 && i < s.size(); --extra) {
-            cp = (cp << 6) | (static_cast<unsigned char>(s[i++]) & 0x3F);
-        }
-        out.push_back(cp);
-    }
-    return out;
-}
-
 } // namespace
 
 Control& Session::control(const std::string& name, bool userControl) const
@@ -54,32 +41,27 @@ Control& Session::control(const std::string& name, bool userControl) const
 
 bool Session::operatorMay(std::initializer_list<const Control*> controls, bool menu)
 {
-    bool may = !m_control->terminated() && (!menu || m_host.popupOpen());
+    bool may = !m_control->terminated() && (!menu || m_gestures->popupOpen());
     for (const Control* c : controls) {
-        may = may && m_control->Controls().canReach(*c);
+        may = may && m_gestures->canReach(*c);
     }
     if (!may) {
         m_events->push("REFUSED " + std::string(m_line));
         return false;
     }
-    m_host.closePopup();
-    return true;
-}
-
-void Session::takeFocus(Control& control)
-{
-    if (takesFocus(control)) {
-        m_control->Controls().moveFocus(&control);
+    if (!menu) {
+        m_gestures->closePopup();
     }
+    return true;
 }
 
 bool Session::hasEntry(Control& list, std::int64_t index)
 {
-    if (index >= 0 && index < list.listCount()) {
+    const std::int16_t count = m_gestures->listCount(list);
+    if (index >= 0 && index < count) {
         return true;
     }
-    check(false, "an entry " + std::to_string(index) + " in " + list.name(),
-        "ListCount " + std::to_string(list.listCount()));
+    check(false, "an entry " + std::to_string(index) + " in " + list.name(), "ListCount " + std::to_string(count));
     return false;
 }
 
@@ -88,7 +70,7 @@ void Session::focus(LineReader& r)
     Control& c = control(r.word());
     r.expectEnd();
     if (operatorMay({&c})) {
-        m_control->Controls().moveFocus(&c);
+        m_gestures->focus(&c);
         settle();
     }
 }
@@ -97,7 +79,7 @@ void Session::blur(LineReader& r)
 {
     r.expectEnd();
     if (operatorMay({})) {
-        m_control->Controls().moveFocus(nullptr);
+        m_gestures->focus(nullptr);
         settle();
     }
 }
@@ -110,9 +92,8 @@ void Session::type(LineReader& r)
     if (!operatorMay({&c})) {
         return;
     }
-    takeFocus(c);
     for (const char32_t cp : codePoints(text)) {
-        c.operatorKey(static_cast<std::int16_t>(cp));
+        m_gestures->type(c, cp);
     }
     settle();
 }
@@ -125,8 +106,7 @@ void Session::key(LineReader& r)
     if (!operatorMay({&c})) {
         return;
     }
-    takeFocus(c);
-    c.operatorKey(code);
+    m_gestures->key(c, code);
     settle();
 }
 
@@ -137,8 +117,7 @@ void Session::selectall(LineReader& r)
     if (!operatorMay({&c})) {
         return;
     }
-    takeFocus(c);
-    c.operatorSelectAll();
+    m_gestures->selectAll(c);
     settle();
 }
 
@@ -150,8 +129,7 @@ void Session::paste(LineReader& r)
     if (!operatorMay({&c})) {
         return;
     }
-    takeFocus(c);
-    c.operatorPaste(text);
+    m_gestures->paste(c, text);
     settle();
 }
 
@@ -166,8 +144,7 @@ void Session::pick(LineReader& r)
     if (!operatorMay({&c}) || !hasEntry(c, index)) {
         return;
     }
-    takeFocus(c);
-    m_control->Controls().operatorPick(c, static_cast<std::int16_t>(index));
+    m_gestures->pick(c, static_cast<std::int16_t>(index));
     settle();
 }
 
@@ -180,8 +157,7 @@ void Session::click(LineReader& r)
         if (!operatorMay({&c}) || !hasEntry(c, index)) {
             return;
         }
-        takeFocus(c);
-        m_control->Controls().operatorClickList(c, static_cast<std::int16_t>(index));
+        m_gestures->clickList(c, static_cast<std::int16_t>(index));
     } else {
         r.expectEnd();
         if (c.kind() != ControlKind::CommandButton && c.kind() != ControlKind::OptionButton) {
@@ -190,8 +166,7 @@ void Session::click(LineReader& r)
         if (!operatorMay({&c})) {
             return;
         }
-        takeFocus(c);
-        m_control->Controls().operatorClick(c);
+        m_gestures->click(c);
     }
     settle();
 }
@@ -207,23 +182,25 @@ void Session::dblclick(LineReader& r)
     if (!operatorMay({&c}) || !hasEntry(c, index)) {
         return;
     }
-    takeFocus(c);
-    m_control->Controls().operatorDblClickList(c, static_cast<std::int16_t>(index));
+    m_gestures->dblClickList(c, static_cast<std::int16_t>(index));
     settle();
 }
 
 void Session::drag(LineReader& r)
 {
+    // drag SRC TARGET presses on the source's current line (or on no line);
+    // drag SRC N TARGET on its entry N.
     Control& source = control(r.word());
+    std::optional<std::int64_t> row;
+    if (r.peek() == '-' || (r.peek() >= '0' && r.peek() <= '9')) {
+        row = r.integer();
+    }
     Control& target = control(r.word());
     r.expectEnd();
-    if (!operatorMay({&source, &target})) {
+    if (!operatorMay({&source, &target}) || (row && (source.kind() != ControlKind::ListBox || !hasEntry(source, *row)))) {
         return;
     }
-    takeFocus(source);
-    ScreenModel& screen = m_control->Controls();
-    screen.operatorMouseDown(source, 1);
-    screen.drop(target);
+    m_gestures->drag(source, row ? static_cast<std::int16_t>(*row) : std::int16_t{-2}, target);
     settle();
 }
 
@@ -238,8 +215,7 @@ void Session::mousedown(LineReader& r)
     if (!operatorMay({&c})) {
         return;
     }
-    takeFocus(c);
-    m_control->Controls().operatorMouseDown(c, static_cast<std::int16_t>(button));
+    m_gestures->mouseDown(c, static_cast<std::int16_t>(button));
     settle();
 }
 
@@ -253,8 +229,98 @@ void Session::menu(LineReader& r)
     if (!operatorMay({&c}, true)) {
         return;
     }
-    m_control->Controls().operatorClick(c);
+    m_gestures->menu(c);
     settle();
+}
+
+// ---- On the model ---------------------------------------------------------------
+
+bool ModelGestures::popupOpen() const
+{
+    return m_host.popupOpen();
+}
+
+void ModelGestures::closePopup()
+{
+    m_host.closePopup();
+}
+
+void ModelGestures::takeFocus(Control& control)
+{
+    if (takesFocus(control)) {
+        m_screen.moveFocus(&control);
+    }
+}
+
+void ModelGestures::focus(Control* control)
+{
+    m_screen.moveFocus(control);
+}
+
+void ModelGestures::type(Control& control, char32_t code)
+{
+    takeFocus(control);
+    control.operatorKey(static_cast<std::int16_t>(code));
+}
+
+void ModelGestures::key(Control& control, std::int16_t code)
+{
+    takeFocus(control);
+    control.operatorKey(code);
+}
+
+void ModelGestures::selectAll(Control& control)
+{
+    takeFocus(control);
+    control.operatorSelectAll();
+}
+
+void ModelGestures::paste(Control& control, const std::string& text)
+{
+    takeFocus(control);
+    control.operatorPaste(text);
+}
+
+void ModelGestures::pick(Control& combo, std::int16_t index)
+{
+    takeFocus(combo);
+    m_screen.operatorPick(combo, index);
+}
+
+void ModelGestures::click(Control& control)
+{
+    takeFocus(control);
+    m_screen.operatorClick(control);
+}
+
+void ModelGestures::clickList(Control& list, std::int16_t index)
+{
+    takeFocus(list);
+    m_screen.operatorClickList(list, index);
+}
+
+void ModelGestures::dblClickList(Control& list, std::int16_t index)
+{
+    takeFocus(list);
+    m_screen.operatorDblClickList(list, index);
+}
+
+void ModelGestures::drag(Control& source, std::int16_t row, Control& target)
+{
+    takeFocus(source);
+    m_screen.operatorDrag(source, row, target);
+}
+
+void ModelGestures::mouseDown(Control& control, std::int16_t button)
+{
+    takeFocus(control);
+    m_screen.operatorMouseDown(control, button);
+}
+
+void ModelGestures::menu(Control& entry)
+{
+    m_host.closePopup();
+    m_screen.operatorClick(entry);
 }
 
 } // namespace script

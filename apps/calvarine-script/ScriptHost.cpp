@@ -25,6 +25,9 @@ void ScriptHost::popupMenu(Control& menu)
 {
     m_events->push("POPUP " + menu.name());
     m_popupOpen = true;
+    if (m_showPopup) {
+        m_showPopup(menu);
+    }
 }
 
 void ScriptHost::unloadForm()

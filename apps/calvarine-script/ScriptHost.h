@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -26,6 +27,9 @@ public:
     std::shared_ptr<AideEnLigne> createHelp() override;
     void reportFailure(const std::string& where, const std::string& what) override;
 
+    // A window that shows the pop-up menus for real, after the event is queued.
+    void setPopupShower(std::function<void(Control&)> show) { m_showPopup = std::move(show); }
+
     bool popupOpen() const noexcept { return m_popupOpen; }
     void closePopup() noexcept { m_popupOpen = false; }
     // True once after the control asked for its form to be unloaded.
@@ -33,6 +37,7 @@ public:
 
 private:
     std::shared_ptr<EventLog> m_events;
+    std::function<void(Control&)> m_showPopup;
     bool m_popupOpen = false;
     bool m_unloadRequested = false;
 };

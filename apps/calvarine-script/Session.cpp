@@ -2,7 +2,9 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <fstream>
+#include <set>
 #include <iostream>
 #include <system_error>
 
@@ -48,6 +50,66 @@ const std::unordered_map<std::string_view, Method>& publicMethods()
 
 } // namespace
 
+// A FUSION folder given with --fusion is the host's only if it made it: it
+// keeps there the list of the files its scenarios wrote, and removes those
+// alone before the next file. A folder holding anything else is refused.
+namespace {
+
+std::set<std::string> fusionFilesWritten(const std::filesystem::path& dir)
+{
+    std::set<std::string> names;
+    std::ifstream in(dir / kFusionLedger);
+    for (std::string name; std::getline(in, name);) {
+        if (!name.empty()) {
+            names.insert(name);
+        }
+    }
+    return names;
+}
+
+} // namespace
+
+void claimFusion(const std::filesystem::path& dir)
+{
+    std::filesystem::create_directories(dir);
+    const std::set<std::string> ours = fusionFilesWritten(dir);
+    std::vector<std::string> foreign;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        const std::string name = entry.path().filename().string();
+        if (name != kFusionLedger && !ours.contains(name)) {
+            foreign.push_back(name);
+        }
+    }
+    if (!foreign.empty()) {
+        std::sort(foreign.begin(), foreign.end());
+        std::string names;
+        for (const auto& name : foreign) {
+            names += (names.empty() ? "" : ", ") + name;
+        }
+        throw std::runtime_error("the FUSION folder " + dir.string() + " holds files that calvarine-script did not write (" + names
+            + "): give an empty or a new folder");
+    }
+    for (const auto& name : ours) {
+        std::filesystem::remove_all(dir / name);
+    }
+    std::ofstream(dir / kFusionLedger, std::ios::trunc);
+}
+
+void noteFusion(const std::filesystem::path& dir)
+{
+    std::error_code ec;
+    std::set<std::string> names = fusionFilesWritten(dir);
+    for (const auto& entry : std::filesystem::directory_iterator(dir, ec)) {
+        if (entry.path().filename() != kFusionLedger) {
+            names.insert(entry.path().filename().string());
+        }
+    }
+    std::ofstream out(dir / kFusionLedger, std::ios::trunc);
+    for (const auto& name : names) {
+        out << name << '\n';
+    }
+}
+
 TempDir::TempDir()
 {
     std::string pattern = (std::filesystem::temp_directory_path() / "calvarine-script-XXXXXX").string();
@@ -72,12 +134,8 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
     resetModuleVariable();
     if (options.fusion) {
         m_fusion = *options.fusion;
-        std::filesystem::create_directories(m_fusion);
-        // The directory is the host's to empty: each file starts with none of the
-        // files an earlier one left.
-        for (const auto& entry : std::filesystem::directory_iterator(m_fusion)) {
-            std::filesystem::remove_all(entry.path());
-        }
+        claimFusion(m_fusion);
+        m_claimedFusion = true;
     } else {
         m_ownFusion.emplace();
         m_fusion = m_ownFusion->path();
@@ -100,10 +158,19 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
 
     m_control = std::make_unique<Ctr_Calvarine>(m_host);
     m_control->Controls().get("Ctr_Belmontis1").setObject(std::make_shared<BelmontisRecorder>(m_events));
+    if (options.widgets) {
+        m_gestures = makeWidgetGestures(m_control->Controls(), m_host);
+    } else {
+        m_gestures = std::make_unique<ModelGestures>(m_control->Controls(), m_host);
+    }
 }
 
 Session::~Session()
 {
+    if (m_claimedFusion) {
+        noteFusion(m_fusion);
+    }
+    m_gestures.reset();
     m_control.reset();
     resetModuleVariable();
 }

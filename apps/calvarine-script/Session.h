@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "EventLog.h"
+#include "Gestures.h"
 #include "Lexer.h"
 #include "LoggingDatabase.h"
 #include "ScriptHost.h"
@@ -23,6 +24,8 @@ struct Options {
     std::optional<std::filesystem::path> fusion;
     // A PostgreSQL server to play against instead of SQLite: a fresh schema per file.
     std::optional<std::string> dbUrl;
+    // Play the operator through the widgets of the real window (--view qt).
+    bool widgets = false;
 };
 
 // Counts over all files.
@@ -31,6 +34,15 @@ struct Tally {
     int failed = 0;
     bool broken = false; // a file could not be read or held a bad command
 };
+
+// The file in a FUSION folder given with --fusion where the host lists what
+// its scenarios wrote there; the expectations never see it.
+inline constexpr const char* kFusionLedger = ".calvarine-script";
+// Takes a FUSION folder for a scenario: makes it if missing, removes what
+// earlier scenarios wrote there, and refuses (throws) a folder holding any
+// file the host did not write. noteFusion lists what a scenario left.
+void claimFusion(const std::filesystem::path& dir);
+void noteFusion(const std::filesystem::path& dir);
 
 // A directory made for one scenario and removed with everything in it.
 class TempDir {
@@ -100,8 +112,6 @@ private:
     // Whether the operator may act on these controls now; if not, the action is
     // refused and REFUSED is queued. Any action that goes ahead closes a pop-up.
     bool operatorMay(std::initializer_list<const Control*> controls, bool menu = false);
-    // Focus moves to a control that takes it, as the operator's action does.
-    void takeFocus(Control& control);
     // An entry index the list really has, or a failed expectation.
     bool hasEntry(Control& list, std::int64_t index);
     // The host calls a member of the control; a failure becomes ERROR name:.
@@ -123,12 +133,14 @@ private:
     std::optional<store::ScratchSchema> m_schema;
     std::optional<TempDir> m_ownFusion;
     std::filesystem::path m_fusion;
+    bool m_claimedFusion = false;
     std::shared_ptr<EventLog> m_events;
     std::shared_ptr<store::Store> m_store;
     std::shared_ptr<LoggingDatabase> m_database;
     std::shared_ptr<DbaClient> m_client;
     ScriptHost m_host;
     std::unique_ptr<Ctr_Calvarine> m_control;
+    std::unique_ptr<Gestures> m_gestures; // goes before the control it acts on
 
     std::int32_t m_level = 2;
     bool m_giveDatabase = true;

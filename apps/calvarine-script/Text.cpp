@@ -35,4 +35,19 @@ std::string quote(std::string_view text)
     return out + '"';
 }
 
+std::vector<char32_t> codePoints(std::string_view s)
+{
+    std::vector<char32_t> out;
+    for (std::size_t i = 0; i < s.size();) {
+        const auto c = static_cast<unsigned char>(s[i++]);
+        int extra = c >= 0xF0 ? 3 : c >= 0xE0 ? 2 : c >= 0xC0 ? 1 : 0;
+        char32_t cp = extra == 3 ? (c & 0x07) : extra == 2 ? (c & 0x0F) : extra == 1 ? (c & 0x1F) : c;
+        for (; extra > 0 && i < s.size(); --extra) {
+            cp = (cp << 6) | (static_cast<unsigned char>(s[i++]) & 0x3F);
+        }
+        out.push_back(cp);
+    }
+    return out;
+}
+
 } // namespace script

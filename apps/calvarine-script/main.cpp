@@ -1,8 +1,9 @@
-// calvarine-script [--fusion DIR] [--db-url URL] FILE...
+// calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] FILE...
 //
-// Plays scenario files against the control without a window and prints one line
-// per failed expectation, then "N passed, N failed". Exit status: 0 all passed,
-// 1 some failed, 2 a file could not be read or held a bad command.
+// Plays scenario files against the control and prints one line per failed
+// expectation, then "N passed, N failed". Exit status: 0 all passed, 1 some
+// failed, 2 a file could not be read or held a bad command.
+// --view qt plays the operator through the widgets of the real window.
 
 #include <filesystem>
 #include <iostream>
@@ -11,9 +12,27 @@
 
 #include "Session.h"
 
-#ifdef CALVARINE_SCRIPT_HAS_SERVER
-#include <QGuiApplication>
-#endif
+#include <QApplication>
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] FILE...\n"
+    "  --view qt    play the operator through the widgets of the real window\n"
+    "  --fusion DIR the FUSION folder: made if missing; refused if it holds files\n"
+    "               that calvarine-script did not write (it removes only its own)\n";
+
+// The offscreen platform says of each window what it cannot do (raise it,
+// grab the keyboard); that is no news for a scenario.
+void quietPlatform(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    if (type == QtWarningMsg && message.startsWith(QLatin1String("This plugin does not support"))) {
+        return;
+    }
+    std::cerr << qPrintable(qFormatLogMessage(type, context, message)) << '\n';
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -32,25 +51,27 @@ int main(int argc, char** argv)
                           << "\"; without it every file plays on a fresh SQLite database\n";
                 return 2;
             }
+        } else if (arg == "--view" && i + 1 < argc && (std::string(argv[i + 1]) == "qt" || std::string(argv[i + 1]) == "model")) {
+            options.widgets = std::string(argv[++i]) == "qt";
         } else if (arg.starts_with("--")) {
-            std::cerr << "usage: calvarine-script [--fusion DIR] [--db-url URL] FILE...\n";
+            std::cerr << kUsage;
             return 2;
         } else {
             files.emplace_back(arg);
         }
     }
     if (files.empty()) {
-        std::cerr << "usage: calvarine-script [--fusion DIR] [--db-url URL] FILE...\n";
+        std::cerr << kUsage;
         return 2;
     }
 
-#ifdef CALVARINE_SCRIPT_HAS_SERVER
-    // The server command renders its PDF files with Qt's fonts, in this process.
+    // The server command renders its PDF files with Qt's fonts, and the Qt pass
+    // shows the window, in this process; without a screen of its own.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
-    QGuiApplication application(argc, argv);
-#endif
+    qInstallMessageHandler(quietPlatform);
+    QApplication application(argc, argv);
 
     script::Tally tally;
     for (const auto& file : files) {

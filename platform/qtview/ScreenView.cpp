@@ -18,15 +18,16 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QScreen>
+#include <QStyle>
 #include <QSignalBlocker>
 #include <QStyledItemDelegate>
 
 #include "Pictures.h"
 #include "ScreenListModel.h"
+#include "ScopedFlag.h"
 
 namespace {
-
-constexpr auto kDragFormat = "application/x-calvarine-list";
 
 // Selection is the Selected state of the screen model's entries, painted by
 // the delegate; the view's own selection model stays empty, so nothing the view
@@ -43,18 +44,6 @@ protected:
     }
 };
 
-std::int16_t buttonNumber(Qt::MouseButton button)
-{
-    switch (button) {
-    case Qt::RightButton:
-        return 2;
-    case Qt::MiddleButton:
-        return 4;
-    default:
-        return 1;
-    }
-}
-
 // The screen was drawn for a narrow sans-serif of 8.25 points; the first of
 // these the machine has keeps the captions within their places.
 QFont screenFont(QFont font)
@@ -69,54 +58,14 @@ QFont screenFont(QFont font)
     return font;
 }
 
-QFont fixedPitchFont()
+QFont fixedPitchFont(qreal pointSize)
 {
     QFont font = QFontDatabase::hasFamily(QStringLiteral("Courier New")) ? QFont(QStringLiteral("Courier New"))
                                                                          : QFontDatabase::systemFont(QFontDatabase::FixedFont);
     font.setStyleHint(QFont::TypeWriter);
-    font.setPointSizeF(8.25);
+    font.setPointSizeF(pointSize);
     return font;
 }
-
-// Keys that move the caret or open a combo's list without editing any text:
-// the line edit and the combo may handle them themselves.
-bool isNavigationKey(int key)
-{
-    switch (key) {
-    case Qt::Key_Left:
-    case Qt::Key_Right:
-    case Qt::Key_Home:
-    case Qt::Key_End:
-    case Qt::Key_Up:
-    case Qt::Key_Down:
-    case Qt::Key_PageUp:
-    case Qt::Key_PageDown:
-    case Qt::Key_F4:
-    case Qt::Key_Tab:
-    case Qt::Key_Backtab:
-        return true;
-    default:
-        return false;
-    }
-}
-
-// Sets a flag for the length of a scope.
-class ScopedFlag {
-public:
-    explicit ScopedFlag(bool& flag)
-        : m_flag(flag)
-        , m_was(flag)
-    {
-        m_flag = true;
-    }
-    ~ScopedFlag() { m_flag = m_was; }
-    ScopedFlag(const ScopedFlag&) = delete;
-    ScopedFlag& operator=(const ScopedFlag&) = delete;
-
-private:
-    bool& m_flag;
-    bool m_was;
-};
 
 } // namespace
 
@@ -143,7 +92,7 @@ ScreenView::~ScreenView()
 
 void ScreenView::build()
 {
-    setFont(screenFont(font()));
+    chooseScale();
     setMinimumSize(toPixels(ScreenTable::kDesignWidth), toPixels(ScreenTable::kDesignHeight));
     setFocusPolicy(Qt::NoFocus);
 
@@ -173,10 +122,17 @@ void ScreenView::build()
                 entry.widget->setFont(font());
             }
             entry.widget->setGeometry(toPixels(spec.left), toPixels(spec.top), toPixels(spec.width), toPixels(spec.height));
-            if (qobject_cast<QLabel*>(entry.widget)) {
-                // A caption wider in this font than in the one drawn for runs on
-                // rather than being cut.
-                entry.widget->resize(std::max(entry.widget->width(), entry.widget->sizeHint().width()), entry.widget->height());
+            if (qobject_cast<QLabel*>(entry.widget) || qobject_cast<QRadioButton*>(entry.widget)) {
+                // A caption wider or taller in this font than in the one drawn for
+                // runs on rather than being cut; it stays centred on its row.
+                const QSize hint = entry.widget->sizeHint();
+                QRect place = entry.widget->geometry();
+                place.setWidth(std::max(place.width(), hint.width()));
+                if (hint.height() > place.height()) {
+                    place.adjust(0, -(hint.height() - place.height()) / 2, 0, 0);
+                    place.setHeight(hint.height());
+                }
+                entry.widget->setGeometry(place);
             }
             entry.widget->setObjectName(QString::fromStdString(entry.control->name()));
             m_byWidget.emplace(entry.widget, static_cast<std::size_t>(&entry - m_entries.data()));
@@ -204,6 +160,31 @@ void ScreenView::build()
         syncAll(entry);
     }
     syncWaitState();
+}
+
+void ScreenView::chooseScale()
+{
+    // The table was drawn at 15 twips a pixel for a font 13 pixels high, the
+    // height of its smallest rows (options and labels, 195 twips). A taller
+    // font, or a taller option circle, spreads the whole table in proportion.
+    QFont screen = screenFont(font());
+    const auto needed = [this](const QFont& f) {
+        return std::max(QFontMetrics(f).height(), style()->pixelMetric(QStyle::PM_ExclusiveIndicatorHeight)) / 13.0;
+    };
+    double scale = std::max(1.0, needed(screen));
+    // Nothing may leave the screen: room is kept for the window's title, frame
+    // and status line, and where the screen is too small the table and its
+    // font shrink together.
+    if (const QScreen* where = QWidget::screen()) {
+        const QRect room = where->availableGeometry().adjusted(0, 0, -kWindowChrome.width(), -kWindowChrome.height());
+        const double fit = std::min(room.width() * 15.0 / ScreenTable::kDesignWidth, room.height() * 15.0 / ScreenTable::kDesignHeight);
+        if (fit < scale) {
+            screen.setPointSizeF(screen.pointSizeF() * fit / scale);
+            scale = fit;
+        }
+    }
+    m_scale = scale;
+    setFont(screen);
 }
 
 QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
@@ -253,8 +234,11 @@ QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
         list->setItemDelegate(new SelectedStateDelegate(list));
         list->setAcceptDrops(true);
         list->setContextMenuPolicy(Qt::NoContextMenu);
+        // The style marks a focused edit or button, not a focused list: the
+        // operator at the keyboard must see where Space will act.
+        list->setStyleSheet(QStringLiteral("QListView:focus { border: 2px solid palette(highlight); }"));
         if (initial.fixedFont) {
-            list->setFont(fixedPitchFont());
+            list->setFont(fixedPitchFont(font().pointSizeF()));
         }
         entry.list = list;
         // A hidden list (the code lists) gets its item model once it shows: until
@@ -303,41 +287,6 @@ QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
         return nullptr;
     }
     return nullptr;
-}
-
-void ScreenView::connectInput(Entry& entry)
-{
-    Control* control = entry.control;
-    // clicked and activated come from the operator only, never from a change
-    // made by program, so the mirroring cannot feed back into the model.
-    if (auto* button = qobject_cast<QAbstractButton*>(entry.widget)) {
-        connect(button, &QAbstractButton::clicked, this, [this, control] {
-            if (m_screen.canReach(*control)) {
-                m_screen.operatorClick(*control);
-            }
-            // The button may have changed itself where the model did not.
-            if (Entry* e = entryOf(*control)) {
-                syncAll(*e);
-                if (const Control* frame = control->container(); frame && control->kind() == ControlKind::OptionButton) {
-                    for (Entry& other : m_entries) {
-                        if (other.control->container() == frame) {
-                            syncValue(other);
-                        }
-                    }
-                }
-            }
-        });
-    }
-    if (entry.combo) {
-        connect(entry.combo, &QComboBox::activated, this, [this, control](int index) {
-            if (m_screen.canReach(*control) && index >= -1 && index < control->listCount()) {
-                m_screen.operatorPick(*control, static_cast<std::int16_t>(index));
-            }
-            if (Entry* e = entryOf(*control)) {
-                syncListIndex(*e);
-            }
-        });
-    }
 }
 
 void ScreenView::attachListModel(Entry& entry)
@@ -408,6 +357,9 @@ void ScreenView::sync(Entry& entry, Property property)
     switch (property) {
     case Property::Enabled:
         entry.widget->setEnabled(entry.control->enabled());
+        if (entry.control->enabled() && m_screen.focus() == entry.control) {
+            focusChanged(entry.control);
+        }
         break;
     case Property::Visible:
         if (entry.list && !entry.model && entry.control->visible()) {
@@ -485,12 +437,33 @@ void ScreenView::syncValue(Entry& entry)
     if (group) {
         group->setExclusive(true);
     }
+    syncTabStops(*entry.control);
+}
+
+void ScreenView::syncTabStops(const Control& option)
+{
+    // Tab enters an exclusive group on its set option and leaves it at once;
+    // a group with none set is entered at each of its options.
+    bool anySet = false;
+    for (const Entry& other : m_entries) {
+        anySet = anySet || (other.control->kind() == ControlKind::OptionButton && other.control->container() == option.container() && other.control->value());
+    }
+    for (Entry& other : m_entries) {
+        if (other.widget && other.control->kind() == ControlKind::OptionButton && other.control->container() == option.container()) {
+            other.widget->setFocusPolicy(!anySet || other.control->value() ? Qt::StrongFocus : Qt::ClickFocus);
+        }
+    }
 }
 
 void ScreenView::syncWaitState()
 {
     ScopedFlag mirroring(m_mirroring);
     setEnabled(m_screen.userControlEnabled());
+    if (m_screen.userControlEnabled()) {
+        // The toolkit takes the focus off a disabled widget, where the model
+        // keeps it (or moved it meanwhile): it comes back with the screen.
+        focusChanged(m_screen.focus());
+    }
     const bool wait = m_screen.mousePointer() == 11;
     if (wait != m_waitCursor) {
         m_waitCursor = wait;
@@ -539,7 +512,7 @@ void ScreenView::focusChanged(const Control* focus)
     if (!focus) {
         return;
     }
-    if (Entry* entry = entryOf(*focus); entry && entry->widget) {
+    if (Entry* entry = entryOf(*focus); entry && entry->widget && !entry->widget->hasFocus() && entry->widget->isEnabled()) {
         ScopedFlag mirroring(m_mirroring);
         entry->widget->setFocus(Qt::OtherFocusReason);
     }
@@ -548,298 +521,4 @@ void ScreenView::focusChanged(const Control* focus)
 void ScreenView::waitStateChanged()
 {
     syncWaitState();
-}
-
-// Input: operator → model.
-
-void ScreenView::focusMoved(QWidget* now)
-{
-    if (m_mirroring || !now || !isAncestorOf(now)) {
-        return; // a dialog or another window took it: no control lost it
-    }
-    Entry* entry = entryOfWidget(now);
-    if (entry && m_screen.canReach(*entry->control)) {
-        m_screen.moveFocus(entry->control);
-    }
-}
-
-Control* ScreenView::receiverOfPress(Control* control) const
-{
-    // A control that cannot take the mouse leaves the press to what holds it.
-    for (Control* c = control; c; c = c->container()) {
-        if (c->enabled() && c->visible()) {
-            return c;
-        }
-    }
-    return &m_screen.userControl();
-}
-
-bool ScreenView::event(QEvent* event)
-{
-    if ((event->type() == QEvent::MouseButtonPress || event->type() == QEvent::MouseButtonDblClick) && m_screen.userControlEnabled()) {
-        m_screen.operatorMouseDown(m_screen.userControl(), buttonNumber(static_cast<QMouseEvent*>(event)->button()));
-        return true;
-    }
-    if (event->type() == QEvent::ContextMenu) {
-        return true;
-    }
-    return QWidget::event(event);
-}
-
-bool ScreenView::eventFilter(QObject* watched, QEvent* event)
-{
-    switch (event->type()) {
-    case QEvent::MouseButtonPress:
-    case QEvent::MouseButtonDblClick:
-    case QEvent::MouseMove:
-    case QEvent::MouseButtonRelease: {
-        Entry* entry = entryOfWidget(watched);
-        if (!entry) {
-            return false;
-        }
-        auto& mouse = *static_cast<QMouseEvent*>(event);
-        if (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::MouseButtonDblClick) {
-            return mousePress(entry, watched, mouse);
-        }
-        if (entry->list && watched == entry->list->viewport()) {
-            return listMouse(*entry, *event);
-        }
-        return false;
-    }
-    case QEvent::KeyPress: {
-        Entry* entry = entryOfWidget(watched);
-        if (!entry) {
-            return false;
-        }
-        auto& key = *static_cast<QKeyEvent*>(event);
-        if (entry->edit && watched == entry->edit) {
-            return editKey(*entry, key);
-        }
-        if (entry->list && watched == entry->list) {
-            return listKey(*entry, key);
-        }
-        return false;
-    }
-    case QEvent::DragEnter:
-    case QEvent::DragMove:
-    case QEvent::Drop: {
-        Entry* entry = entryOfWidget(watched);
-        if (entry && entry->list && watched == entry->list->viewport()) {
-            return dropEvent(*entry, *event);
-        }
-        return false;
-    }
-    case QEvent::ContextMenu:
-        return true; // no control of the screen has a menu of its own
-    default:
-        return false;
-    }
-}
-
-bool ScreenView::mousePress(Entry* entry, QObject* watched, QMouseEvent& event)
-{
-    if (!m_screen.userControlEnabled()) {
-        return true;
-    }
-    Control* target = receiverOfPress(entry->control);
-    if (target != entry->control) {
-        m_screen.operatorMouseDown(*target, buttonNumber(event.button()));
-        return true;
-    }
-    switch (target->kind()) {
-    case ControlKind::ListBox:
-        if (watched == entry->list->viewport()) {
-            return listMouse(*entry, event);
-        }
-        return event.button() != Qt::LeftButton; // its scroll bar
-    case ControlKind::Frame:
-    case ControlKind::Label:
-        m_screen.operatorMouseDown(*target, buttonNumber(event.button()));
-        return true;
-    default:
-        // Buttons, options, text boxes and combos take the left button as the
-        // platform does (click, caret, drop-down); the others do nothing there.
-        return event.button() != Qt::LeftButton;
-    }
-}
-
-bool ScreenView::listMouse(Entry& entry, QEvent& event)
-{
-    auto& mouse = static_cast<QMouseEvent&>(event);
-    Control& list = *entry.control;
-    const QPoint at = mouse.position().toPoint();
-    switch (event.type()) {
-    case QEvent::MouseButtonPress: {
-        const std::int16_t button = buttonNumber(mouse.button());
-        m_press = Press{&list, at, entry.list->indexAt(at).row(), button == 1};
-        m_screen.operatorMouseDown(list, button); // its handler may arm a drag
-        if (button != 1) {
-            m_screen.cancelDrag();
-        }
-        return true;
-    }
-    case QEvent::MouseButtonDblClick: {
-        m_press.pending = false;
-        const int row = entry.list->indexAt(at).row();
-        if (mouse.button() == Qt::LeftButton && row >= 0 && row < list.listCount()) {
-            m_screen.operatorDblClickList(list, static_cast<std::int16_t>(row));
-        } else {
-            m_screen.operatorMouseDown(list, buttonNumber(mouse.button()));
-            m_screen.cancelDrag();
-        }
-        return true;
-    }
-    case QEvent::MouseMove:
-        if (m_press.pending && m_press.list == &list && (mouse.buttons() & Qt::LeftButton)
-            && (at - m_press.at).manhattanLength() >= QApplication::startDragDistance()) {
-            m_press.pending = false;
-            if (m_screen.dragSource() == &list) {
-                startDrag(entry);
-            }
-        }
-        return mouse.buttons() != Qt::NoButton;
-    case QEvent::MouseButtonRelease: {
-        if (!m_press.pending || m_press.list != &list || mouse.button() != Qt::LeftButton) {
-            return true;
-        }
-        // Pressed and released without a drag: the rest of a click. MouseDown
-        // was raised at the press already.
-        m_press.pending = false;
-        m_screen.cancelDrag();
-        const int row = m_press.row;
-        if (row >= 0 && row < list.listCount() && m_screen.canReach(list)) {
-            const auto index = static_cast<std::int16_t>(row);
-            list.setSelected(index, !list.selected(index));
-            list.setListIndex(index);
-        }
-        return true;
-    }
-    default:
-        return false;
-    }
-}
-
-void ScreenView::startDrag(Entry& entry)
-{
-    auto* drag = new QDrag(entry.list);
-    auto* mime = new QMimeData;
-    mime->setData(QString::fromLatin1(kDragFormat), QByteArray::fromStdString(entry.control->name()));
-    drag->setMimeData(mime);
-    drag->setPixmap(Pictures::dragPicture(devicePixelRatioF()));
-    drag->setHotSpot(QPoint(16, 16));
-    const QPointer<QDrag> guard(drag);
-    if (m_runDrag) {
-        m_runDrag(*drag);
-    } else {
-        drag->exec(Qt::MoveAction);
-    }
-    if (guard) {
-        guard->deleteLater();
-    }
-    // Released anywhere but over a list: the drag ends with nothing dropped.
-    m_screen.cancelDrag();
-}
-
-bool ScreenView::dropEvent(Entry& entry, QEvent& event)
-{
-    auto& drop = static_cast<QDropEvent&>(event);
-    const bool ours = drop.mimeData() && drop.mimeData()->hasFormat(QString::fromLatin1(kDragFormat));
-    if (!ours || !m_screen.canReach(*entry.control) || !m_screen.dragSource()) {
-        drop.ignore();
-        return true;
-    }
-    drop.acceptProposedAction();
-    if (event.type() == QEvent::Drop) {
-        m_screen.drop(*entry.control);
-    }
-    return true;
-}
-
-bool ScreenView::listKey(Entry& entry, QKeyEvent& event)
-{
-    Control& list = *entry.control;
-    if (event.key() == Qt::Key_Tab || event.key() == Qt::Key_Backtab) {
-        return false;
-    }
-    if (!m_screen.canReach(list) || list.listCount() == 0) {
-        return true;
-    }
-    const int last = list.listCount() - 1;
-    const int current = list.listIndex();
-    int next = current;
-    switch (event.key()) {
-    case Qt::Key_Up:
-        next = std::max(0, current - 1);
-        break;
-    case Qt::Key_Down:
-        next = std::min(last, current + 1);
-        break;
-    case Qt::Key_Home:
-        next = 0;
-        break;
-    case Qt::Key_End:
-        next = last;
-        break;
-    case Qt::Key_Space:
-        if (current >= 0) {
-            list.setSelected(list.listIndex(), !list.selected(list.listIndex()));
-        }
-        return true;
-    default:
-        return true;
-    }
-    list.setListIndex(static_cast<std::int16_t>(next));
-    return true;
-}
-
-bool ScreenView::editKey(Entry& entry, QKeyEvent& event)
-{
-    Control& control = *entry.control;
-    QLineEdit& edit = *entry.edit;
-    if (isNavigationKey(event.key())) {
-        return false;
-    }
-    if (!m_screen.canReach(control)) {
-        return true;
-    }
-    if (event.matches(QKeySequence::Paste)) {
-        control.operatorPaste(QApplication::clipboard()->text().toStdString());
-        syncText(entry);
-        return true;
-    }
-    if (event.matches(QKeySequence::SelectAll)) {
-        edit.selectAll();
-        return true;
-    }
-    std::vector<std::int16_t> codes;
-    switch (event.key()) {
-    case Qt::Key_Return:
-    case Qt::Key_Enter:
-        codes.push_back(13);
-        break;
-    case Qt::Key_Backspace:
-        codes.push_back(8);
-        break;
-    case Qt::Key_Escape:
-        codes.push_back(27);
-        break;
-    default:
-        if (!(event.modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier))) {
-            for (const char32_t code : event.text().toUcs4()) {
-                if (code >= 0x20 && code <= 0x7FFF && code != 0x7F) {
-                    codes.push_back(static_cast<std::int16_t>(code));
-                }
-            }
-        }
-        break;
-    }
-    for (const std::int16_t code : codes) {
-        // The model knows a whole-text selection only; the edit's tells it.
-        if (edit.hasSelectedText() && edit.selectedText() == edit.text()) {
-            control.operatorSelectAll();
-        }
-        control.operatorKey(code);
-        syncText(entry);
-    }
-    return true;
 }

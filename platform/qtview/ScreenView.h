@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <QPoint>
+#include <QSize>
 #include <QWidget>
 
 #include "shell/ScreenModel.h"
@@ -18,19 +19,24 @@ class QListView;
 class ScreenListModel;
 
 // The screen model on Qt Widgets: one widget per control of the screen's table,
-// placed at its twips (15 to a pixel; Qt scales for high-density screens).
+// placed at its twips in proportion (see toPixels).
 //
 // The view adapts; it never decides. It mirrors every change of the model into
 // the widgets at once, without the widgets' own signals coming back as operator
-// input, and turns the operator's input into the model's gestures:
+// input, and turns the operator's input into the model's gestures, which decide
+// what the input means:
 // - keys in a text box or editable combo go through Control::operatorKey (the
 //   line edit never edits itself), paste through operatorPaste;
-// - the focus moving between controls goes through ScreenModel::moveFocus;
+// - other keys of lists, buttons and options through operatorKeyDown; F1,
+//   Shift+F10 and the menu key through operatorHelpKey and operatorMenuKey;
+// - the focus moving between controls goes through ScreenModel::moveFocus (and
+//   operatorTabbedInto when Tab brought it); to a widget of the host's window
+//   outside the view, it leaves the screen's controls;
 // - buttons, options and menu entries through operatorClick, combo picks
 //   through operatorPick;
-// - a press on a list raises MouseDown at once; the drag it may arm starts only
-//   past the platform's drag distance, and the release over a list drops there;
-//   a release without a drag completes the click;
+// - the mouse on a list through operatorListPress, then operatorListRelease
+//   (a click) or, past the platform's drag distance, operatorListDragStart and
+//   a drop on the list under the release;
 // - any button pressed on the background (or on a control that cannot take it)
 //   raises MouseDown of the frame or UserControl behind it.
 // UserControl.Enabled False disables the whole view; Screen.MousePointer 11
@@ -46,11 +52,22 @@ public:
     // The widget that shows the control of that name; null for controls
     // without one (the sibling control, menu entries).
     QWidget* widget(std::string_view name) const;
+    // The control whose widget is object or holds it; null for none.
+    Control* controlOf(const QObject* object)
+    {
+        Entry* entry = entryOfWidget(object);
+        return entry ? entry->control : nullptr;
+    }
     // The item model behind a list box or combo box; null for a list that has
     // never been visible.
     ScreenListModel* listModel(std::string_view name) const;
 
-    static int toPixels(int twips) { return twips / 15; }
+    // Twips to the view's pixels: 15 to a pixel, spread for the font and the
+    // option circles of the style, shrunk to fit the screen (see chooseScale).
+    int toPixels(int twips) const { return static_cast<int>(twips * m_scale / 15.0 + 0.5); }
+    double scale() const noexcept { return m_scale; }
+    // What a window around the view needs besides it: title, frame, status line.
+    static constexpr QSize kWindowChrome{24, 96};
 
     // Runs a drag that a list began, until it is dropped or given up; by
     // default QDrag::exec. Tests replace it to drop without a nested event loop.
@@ -74,11 +91,11 @@ private:
     struct Press {
         Control* list = nullptr;
         QPoint at;
-        int row = -1;
-        bool pending = false;            // pressed, neither released nor dragged yet
+        bool pending = false;            // pressed with the left button, neither released nor dragged yet
     };
 
     void build();
+    void chooseScale();
     QWidget* makeWidget(Entry& entry, QWidget* parent);
     void connectInput(Entry& entry);
     void attachListModel(Entry& entry);
@@ -91,11 +108,15 @@ private:
     void syncListIndex(Entry& entry);
     void syncValue(Entry& entry);
     void syncWaitState();
+    void syncTabStops(const Control& option);
 
     bool mousePress(Entry* entry, QObject* watched, QMouseEvent& event);
     bool listMouse(Entry& entry, QEvent& event);
     bool listKey(Entry& entry, QKeyEvent& event);
     bool editKey(Entry& entry, QKeyEvent& event);
+    bool buttonKey(Entry& entry, QKeyEvent& event);
+    bool screenKey(QKeyEvent& event);
+    void resyncButtons(const Control& control);
     bool dropEvent(Entry& entry, QEvent& event);
     void startDrag(Entry& entry);
     void focusMoved(QWidget* now);
@@ -115,6 +136,7 @@ private:
     std::unordered_map<const QObject*, std::size_t> m_byWidget;
     Press m_press;
     DragRunner m_runDrag;
+    double m_scale = 1.0;
     bool m_mirroring = false;
     bool m_waitCursor = false;
     QMetaObject::Connection m_focusWatch;

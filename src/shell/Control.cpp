@@ -276,11 +276,11 @@ void Control::operatorKey(std::int16_t code)
     args.keyAscii = code;
     raise(Event::KeyPress, args);
     const std::int16_t key = args.keyAscii;
+    if (key == 0 || key == 13 || key == 9) {
+        return; // no text changes, so a whole-text selection stays as a text box keeps it
+    }
     const bool replace = m_allSelected;
     m_allSelected = false;
-    if (key == 0 || key == 13 || key == 9) {
-        return;
-    }
     const bool editable = kind() == ControlKind::TextBox
         || (kind() == ControlKind::ComboBox && m_spec->initial.find("Style 2") == std::string_view::npos);
     if (!editable) {

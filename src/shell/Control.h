@@ -109,6 +109,7 @@ public:
     // the operator does it; none checks that the control can be reached.
     void operatorKey(std::int16_t code);       // KeyPress, then the edit it allows
     void operatorSelectAll() { m_allSelected = true; }
+    void operatorDeselect() { m_allSelected = false; }
     void operatorPaste(std::string_view text); // cut to MaxLength, no KeyPress
     bool allSelected() const noexcept { return m_allSelected; }
 

@@ -135,11 +135,8 @@ void ScreenModel::operatorClickList(Control& list, std::int16_t index)
     if (index < 0 || index >= list.listCount()) {
         throw std::out_of_range(list.name() + ": no entry " + std::to_string(index));
     }
-    operatorMouseDown(list, 1);
-    // A press and release on the same place is a click: any drag it armed ends here.
-    m_dragSource = nullptr;
-    list.setSelected(index, !list.selected(index));
-    list.setListIndex(index);
+    operatorListPress(list, 1, index);
+    operatorListRelease(list);
 }
 
 void ScreenModel::operatorDblClickList(Control& list, std::int16_t index)
@@ -149,9 +146,75 @@ void ScreenModel::operatorDblClickList(Control& list, std::int16_t index)
     }
     operatorMouseDown(list, 1);
     m_dragSource = nullptr;
+    m_press = {};
     list.setSelected(index, true);
     list.setListIndex(index);
     list.raise(Event::DblClick);
+}
+
+void ScreenModel::operatorListPress(Control& list, std::int16_t button, std::int16_t row)
+{
+    m_press = Press{&list, row, button == 1};
+    operatorMouseDown(list, button);
+    if (button != 1) {
+        m_dragSource = nullptr; // only the left button drags
+    }
+}
+
+void ScreenModel::operatorListRelease(Control& list)
+{
+    const Press press = m_press;
+    m_press = {};
+    // A press and release on the same place is a click: any drag it armed ends here.
+    m_dragSource = nullptr;
+    if (!press.pending || press.list != &list || press.row < 0 || press.row >= list.listCount()) {
+        return;
+    }
+    list.setSelected(press.row, !list.selected(press.row));
+    list.setListIndex(press.row);
+}
+
+bool ScreenModel::operatorListDragStart(Control& list)
+{
+    const Press press = m_press;
+    m_press = {};
+    if (!press.pending || press.list != &list || m_dragSource != &list) {
+        m_dragSource = nullptr;
+        return false;
+    }
+    if (press.row >= 0 && press.row < list.listCount() && !list.selected(press.row)) {
+        list.setSelected(press.row, true);
+        list.setListIndex(press.row);
+    }
+    return m_dragSource == &list;
+}
+
+void ScreenModel::operatorListDoubleClick(Control& list, std::int16_t row)
+{
+    m_press = {};
+    m_dragSource = nullptr;
+    if (row < 0 || row >= list.listCount()) {
+        return;
+    }
+    list.setSelected(row, true);
+    list.setListIndex(row);
+    list.raise(Event::DblClick);
+}
+
+void ScreenModel::operatorDrag(Control& source, std::int16_t row, Control& target)
+{
+    if (row == -2) {
+        row = source.listIndex();
+    }
+    if (source.kind() != ControlKind::ListBox) {
+        operatorMouseDown(source, 1);
+        drop(target);
+        return;
+    }
+    operatorListPress(source, 1, row);
+    if (operatorListDragStart(source)) {
+        drop(target);
+    }
 }
 
 void ScreenModel::operatorPick(Control& combo, std::int16_t index)
@@ -176,5 +239,130 @@ void ScreenModel::setUserControlEnabled(bool enabled)
         for (auto* observer : m_observers) {
             observer->waitStateChanged();
         }
+    }
+}
+
+bool ScreenModel::operatorKeyDown(Control& control, Key key, std::int16_t pageSize)
+{
+    switch (control.kind()) {
+    case ControlKind::ListBox:
+        return listKey(control, key, pageSize);
+    case ControlKind::OptionButton:
+        return optionKey(control, key);
+    case ControlKind::CommandButton:
+        // Enter presses a focused button as Space does.
+        if (key == Key::Enter || key == Key::Space) {
+            operatorClick(control);
+            return true;
+        }
+        return false;
+    default:
+        return false;
+    }
+}
+
+bool ScreenModel::listKey(Control& list, Key key, std::int16_t pageSize)
+{
+    const std::int16_t count = list.listCount();
+    const std::int16_t current = list.listIndex();
+    std::int16_t next = current;
+    switch (key) {
+    case Key::Up:
+    case Key::Left:
+        next = static_cast<std::int16_t>(std::max(0, current - 1));
+        break;
+    case Key::Down:
+    case Key::Right:
+        next = static_cast<std::int16_t>(std::min(count - 1, current + 1));
+        break;
+    case Key::PageUp:
+        next = static_cast<std::int16_t>(std::max(0, current - std::max<int>(1, pageSize)));
+        break;
+    case Key::PageDown:
+        next = static_cast<std::int16_t>(std::min(count - 1, current + std::max<int>(1, pageSize)));
+        break;
+    case Key::Home:
+        next = 0;
+        break;
+    case Key::End:
+        next = static_cast<std::int16_t>(count - 1);
+        break;
+    case Key::Space:
+        // Space marks the current line; with none yet, the first line becomes current.
+        if (count == 0) {
+            return true;
+        }
+        next = current < 0 ? std::int16_t{0} : current;
+        list.setSelected(next, !list.selected(next));
+        list.setListIndex(next);
+        return true;
+    case Key::Enter:
+        return false;
+    }
+    if (count > 0) {
+        list.setListIndex(next);
+    }
+    return true;
+}
+
+bool ScreenModel::optionKey(Control& option, Key key)
+{
+    int step = 0;
+    switch (key) {
+    case Key::Up:
+    case Key::Left:
+        step = -1;
+        break;
+    case Key::Down:
+    case Key::Right:
+        step = 1;
+        break;
+    case Key::Space:
+        operatorClick(option);
+        return true;
+    default:
+        return false;
+    }
+    // The options of the frame as the operator sees them, left to right, top to
+    // bottom; the arrows go round among those that can be reached.
+    std::vector<Control*> group;
+    for (const auto& c : m_controls) {
+        if (c->kind() == ControlKind::OptionButton && c->container() == option.container() && (c.get() == &option || canReach(*c))) {
+            group.push_back(c.get());
+        }
+    }
+    std::sort(group.begin(), group.end(), [](const Control* a, const Control* b) {
+        return std::pair(a->spec().top, a->spec().left) < std::pair(b->spec().top, b->spec().left);
+    });
+    const auto at = std::find(group.begin(), group.end(), &option) - group.begin();
+    const auto size = static_cast<std::ptrdiff_t>(group.size());
+    Control* next = group[static_cast<std::size_t>((at + step + size) % size)];
+    moveFocus(next);
+    if (m_focus == next) {
+        operatorClick(*next);
+    }
+    return true;
+}
+
+void ScreenModel::operatorTabbedInto(Control& control)
+{
+    if (control.kind() == ControlKind::ListBox && control.listIndex() < 0 && control.listCount() > 0) {
+        control.setListIndex(0);
+    }
+}
+
+void ScreenModel::operatorHelpKey()
+{
+    // The help entry of the pop-up menu shows the screen's own page; the key
+    // reaches it whether or not the menu has been opened.
+    if (Control* entry = find("Mnu_Sommaire"); entry && userControlEnabled()) {
+        entry->raise(Event::Click);
+    }
+}
+
+void ScreenModel::operatorMenuKey()
+{
+    if (userControlEnabled()) {
+        operatorMouseDown(*m_userControl, 2);
     }
 }

@@ -66,12 +66,41 @@ public:
     void cancelDrag() noexcept { m_dragSource = nullptr; }
     void drop(Control& target);
 
-    // Operator gestures on list boxes and buttons, shared by every host.
+    // Operator gestures, shared by every host: each decides what the operator's
+    // action means, so that no host decides it on its own.
     void operatorMouseDown(Control& control, std::int16_t button);
     void operatorClick(Control& control);                 // CommandButton, OptionButton, menu entry
     void operatorClickList(Control& list, std::int16_t index);
     void operatorDblClickList(Control& list, std::int16_t index);
     void operatorPick(Control& combo, std::int16_t index);
+
+    // The mouse on a list, step by step. A press raises MouseDown (its handler
+    // may arm a drag). A release at the place of the press is a click: the
+    // pressed line is toggled and becomes current. A move past the drag
+    // distance instead begins the drag armed by the press; a line pressed that
+    // was not marked gets marked as it leaves, so that the drop carries it. A
+    // drag from a marked line carries the marked lines as they are.
+    // row -1: the press was on no line.
+    void operatorListPress(Control& list, std::int16_t button, std::int16_t row);
+    void operatorListRelease(Control& list);
+    // True if a drag begins; the host then runs it until the drop.
+    bool operatorListDragStart(Control& list);
+    // The second press of a double click: the line ends marked, then DblClick.
+    void operatorListDoubleClick(Control& list, std::int16_t row);
+    // A whole drag from row (or from the current line, -2) released over target.
+    void operatorDrag(Control& source, std::int16_t row, Control& target);
+
+    // Keys that are no characters. Returns whether the key meant something to
+    // that control (the host then gives it to nothing else).
+    enum class Key : std::uint8_t { Up, Down, Left, Right, Home, End, PageUp, PageDown, Space, Enter };
+    bool operatorKeyDown(Control& control, Key key, std::int16_t pageSize = 1);
+    // The focus came to control by the keyboard (Tab): a list gets a current
+    // line, so that Space marks at once.
+    void operatorTabbedInto(Control& control);
+    // The help key: the help page at the screen's own topic.
+    void operatorHelpKey();
+    // The menu key (or Shift+F10): the pop-up menu, as the right button opens it.
+    void operatorMenuKey();
 
     void addObserver(ScreenObserver* observer);
     void removeObserver(ScreenObserver* observer);
@@ -87,5 +116,14 @@ private:
     Control* m_focus = nullptr;
     std::uint64_t m_focusMoves = 0;
     Control* m_dragSource = nullptr;
+    struct Press {
+        Control* list = nullptr;
+        std::int16_t row = -1;
+        bool pending = false; // pressed with the left button, neither released nor dragged
+    };
+    Press m_press;
     std::vector<ScreenObserver*> m_observers;
+
+    bool listKey(Control& list, Key key, std::int16_t pageSize);
+    bool optionKey(Control& option, Key key);
 };

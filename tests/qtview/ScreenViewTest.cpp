@@ -124,12 +124,14 @@ protected:
 
 TEST_F(ScreenViewTest, LaysTheScreenOutFromItsTable)
 {
-    EXPECT_EQ(view.minimumSize(), QSize(505, 563));
+    // In proportion: 15 twips a pixel, spread for a font taller than the table's.
+    EXPECT_GE(view.scale(), 1.0);
+    EXPECT_EQ(view.minimumSize(), QSize(view.toPixels(7575), view.toPixels(8445)));
     auto* code = widget<QLineEdit>("Txt_Entite");
-    EXPECT_EQ(code->geometry(), QRect(120, 32, 33, 21));
+    EXPECT_EQ(code->geometry(), QRect(view.toPixels(1800), view.toPixels(480), view.toPixels(495), view.toPixels(315)));
     // A control in a frame counts from the frame's corner.
     EXPECT_EQ(view.widget("Opt_Prest")->parentWidget(), view.widget("Cdr_Activite"));
-    EXPECT_EQ(view.widget("Opt_Prest")->geometry().topLeft(), QPoint(16, 24));
+    EXPECT_EQ(view.widget("Opt_Prest")->geometry().left(), view.toPixels(240));
     EXPECT_EQ(widget<QGroupBox>("Cdr_Select")->title(), QStringLiteral("Sélection"));
     EXPECT_EQ(widget<QRadioButton>("Opt_Papier")->text(), QStringLiteral("état papier"));
     EXPECT_TRUE(widget<QRadioButton>("Opt_Papier")->isChecked());
@@ -253,13 +255,18 @@ TEST_F(ScreenViewTest, ADragPastTheDistanceDropsOnTheListUnderTheRelease)
     press(viewport("Lst_OrgaPos"), at);
     move(viewport("Lst_OrgaPos"), at + QPoint(0, QApplication::startDragDistance() + 2));
     EXPECT_EQ(dropper.drags, 1);
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1", "Lst_OrgaSel DragDrop"}));
+    // The pressed line was not marked: it is marked as it leaves, so it travels.
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1", "Lst_OrgaPos Click", "Lst_OrgaSel DragDrop"}));
+    EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(0));
     EXPECT_EQ(screen.dragSource(), nullptr);
-    // Given up over nothing: no drop, and nothing stays armed.
+    // From a marked line the marks stay as they are. Given up over nothing: no
+    // drop, and nothing stays armed.
     dropper.dropOn.clear();
-    press(viewport("Lst_OrgaSel"), rowCentre("Lst_OrgaSel", 0));
-    move(viewport("Lst_OrgaSel"), rowCentre("Lst_OrgaSel", 0) + QPoint(30, 0));
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaSel MouseDown 1"}));
+    press(viewport("Lst_OrgaPos"), rowCentre("Lst_OrgaPos", 0));
+    move(viewport("Lst_OrgaPos"), rowCentre("Lst_OrgaPos", 0) + QPoint(30, 0));
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1"}));
+    EXPECT_EQ(screen.get("Lst_OrgaPos").listIndex(), 0);
+    EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(0));
     EXPECT_EQ(screen.dragSource(), nullptr);
 }
 
@@ -317,6 +324,70 @@ TEST_F(ScreenViewTest, ControlsTheModelDisablesRefuseTheOperator)
     widget<QRadioButton>("Opt_Prest")->click();
     EXPECT_FALSE(screen.get("Opt_Prest").value());
     EXPECT_FALSE(widget<QRadioButton>("Opt_Prest")->isChecked());
+}
+
+TEST_F(ScreenViewTest, TheKeyboardReachesButtonsOptionsHelpAndTheMenu)
+{
+    screen.get("Cmd_Tous").handle(Event::Click, "Click", [this](EventArgs&) { log("Cmd_Tous Click"); });
+    screen.get("Mnu_Sommaire").handle(Event::Click, "Click", [this](EventArgs&) { log("Mnu_Sommaire Click"); });
+    view.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&view));
+
+    // Enter presses a focused button, as Space does.
+    view.widget("Cmd_Tous")->setFocus();
+    QTest::keyClick(view.widget("Cmd_Tous"), Qt::Key_Return);
+    QTest::keyClick(view.widget("Cmd_Tous"), Qt::Key_Space);
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Cmd_Tous Click", "Cmd_Tous Click"}));
+
+    // F1 opens the help; Shift+F10 and the menu key the pop-up, as the right button does.
+    QTest::keyClick(view.widget("Cmd_Tous"), Qt::Key_F1);
+    QTest::keyClick(view.widget("Cmd_Tous"), Qt::Key_F10, Qt::ShiftModifier);
+    QTest::keyClick(widget<QLineEdit>("Txt_Entite"), Qt::Key_Menu);
+    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Mnu_Sommaire Click", "UserControl MouseDown 2", "UserControl MouseDown 2"}));
+
+    // The arrows in an exclusive group choose the next option, left to right, round.
+    screen.get("Cdr_Select").setEnabled(true);
+    view.widget("Opt_Tous")->setFocus();
+    QTest::keyClick(view.widget("Opt_Tous"), Qt::Key_Right);
+    EXPECT_TRUE(screen.get("Opt_Org").value());
+    EXPECT_FALSE(screen.get("Opt_Tous").value());
+    EXPECT_EQ(screen.focus(), &screen.get("Opt_Org"));
+    EXPECT_EQ(QApplication::focusWidget(), view.widget("Opt_Org"));
+    QTest::keyClick(view.widget("Opt_Org"), Qt::Key_Left);
+    QTest::keyClick(view.widget("Opt_Tous"), Qt::Key_Left);
+    EXPECT_TRUE(screen.get("Opt_NumFact").value());
+    EXPECT_TRUE(widget<QRadioButton>("Opt_NumFact")->isChecked());
+}
+
+TEST_F(ScreenViewTest, TabFollowsTabIndexLandsOnTheSetOptionAndGivesAListACurrentLine)
+{
+    view.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&view));
+    const auto tabFrom = [&](const char* name) {
+        view.widget(name)->setFocus();
+        QTest::keyClick(view.widget(name), Qt::Key_Tab);
+        const Control* now = view.controlOf(QApplication::focusWidget());
+        return now ? now->name() : std::string("none");
+    };
+    // TabIndex: Cbo_Entite 0, then the activity options (none set: each in turn), Txt_Entite 5.
+    EXPECT_EQ(tabFrom("Cbo_Entite"), "Opt_Inter");
+    EXPECT_EQ(tabFrom("Opt_Prest"), "Txt_Entite");
+    // Into the edition group: its set option, then out of the group at once.
+    EXPECT_EQ(tabFrom("Cmd_Sortir"), "Opt_Papier");
+    screen.get("Cdr_Select").setEnabled(true);
+    EXPECT_EQ(tabFrom("Opt_Papier"), "Opt_Tous");
+    screen.get("Opt_Fichier").setValue(true);
+    EXPECT_EQ(tabFrom("Cmd_Sortir"), "Opt_Fichier");
+
+    // A list entered by Tab gets its first line as current: Space marks it at once.
+    EXPECT_EQ(tabFrom("Cbo_Periode"), "Lst_OrgaPos");
+    EXPECT_EQ(screen.get("Lst_OrgaPos").listIndex(), 0);
+    QTest::keyClick(view.widget("Lst_OrgaPos"), Qt::Key_Space);
+    EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(0));
+    QTest::keyClick(view.widget("Lst_OrgaPos"), Qt::Key_Down);
+    QTest::keyClick(view.widget("Lst_OrgaPos"), Qt::Key_Space);
+    EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(1));
+    EXPECT_EQ(screen.get("Lst_OrgaPos").listIndex(), 1);
 }
 
 } // namespace
