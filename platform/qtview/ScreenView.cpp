@@ -60,8 +60,15 @@ QFont screenFont(QFont font)
 
 QFont fixedPitchFont(qreal pointSize)
 {
-    QFont font = QFontDatabase::hasFamily(QStringLiteral("Courier New")) ? QFont(QStringLiteral("Courier New"))
-                                                                         : QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    // A family known to be fixed pitch, before the system's choice, which
+    // fontconfig may resolve to a font that does not say it is.
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    for (const char* family : {"Courier New", "DejaVu Sans Mono", "Liberation Mono"}) {
+        if (QFontDatabase::hasFamily(QString::fromLatin1(family))) {
+            font = QFont(QString::fromLatin1(family));
+            break;
+        }
+    }
     font.setStyleHint(QFont::TypeWriter);
     font.setPointSizeF(pointSize);
     return font;
@@ -235,11 +242,16 @@ QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
         list->setAcceptDrops(true);
         list->setContextMenuPolicy(Qt::NoContextMenu);
         // The style marks a focused edit or button, not a focused list: the
-        // operator at the keyboard must see where Space will act.
-        list->setStyleSheet(QStringLiteral("QListView:focus { border: 2px solid palette(highlight); }"));
+        // operator at the keyboard must see where Space will act. A style sheet
+        // sets its widget's font when the widget is polished, so the fixed
+        // pitch of the statement lists is given there too.
+        QString sheet = QStringLiteral("QListView:focus { border: 2px solid palette(highlight); }");
         if (initial.fixedFont) {
-            list->setFont(fixedPitchFont(font().pointSizeF()));
+            const QFont fixed = fixedPitchFont(font().pointSizeF());
+            list->setFont(fixed);
+            sheet += QStringLiteral(" QListView { font-family: \"%1\"; font-size: %2pt; }").arg(fixed.family()).arg(fixed.pointSizeF());
         }
+        list->setStyleSheet(sheet);
         entry.list = list;
         // A hidden list (the code lists) gets its item model once it shows: until
         // then it would only double the cost of filling the pair.
