@@ -207,6 +207,9 @@ void archiveBordCaisseExcel(store::CommandContext& context)
 
 void registerArchiveBordCaisseExcel(store::Store& store)
 {
+    // The request and the result are one workstation's: two re-issuing at once
+    // must never read or delete each other's.
+    store.setSessionPrivate(FileNames::TEMPO);
     store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); });
 }
 

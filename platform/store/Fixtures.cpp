@@ -76,7 +76,7 @@ void onlyFields(const json& line, std::initializer_list<std::string_view> allowe
     }
 }
 
-void applyLine(Engine& engine, const json& line)
+void applyLine(Engine& engine, const SessionKeys& sessionKeys, const json& line)
 {
     if (!line.is_object()) {
         bad("a line must be a JSON object");
@@ -148,7 +148,8 @@ void applyLine(Engine& engine, const json& line)
             record.setAttribute(static_cast<std::int16_t>(n), attributeText(item.value()));
         }
     }
-    engine.write(file, key, record.text());
+    names::checkKey(key, "write " + file + " \"" + key + "\"");
+    engine.write(file, sessionKeys.stored(file, key), record.text());
 }
 
 json attributeJson(std::string_view attribute)
@@ -200,7 +201,7 @@ void Store::importJsonLines(std::istream& in, std::string_view source)
                 continue;
             }
             try {
-                applyLine(engine, json::parse(line));
+                applyLine(engine, *m_impl->sessionKeys, json::parse(line));
             } catch (const json::exception& error) {
                 throw DbaError(DbaError::Kind::BadData, std::string(source) + ":" + std::to_string(number), error.what());
             } catch (const DbaError& error) {

@@ -48,17 +48,4 @@ void PgEngine::transaction(const std::function<void()>& work)
     m_db->transaction(work);
 }
 
-bool PgEngine::isSessionKey(std::string_view file, std::string_view key)
-{
-    return file == "TEMPO" && (key == "REQUETEBORDEXCEL" || key == "BORDCAISSEEXCEL");
-}
-
-std::string PgEngine::storedKey(std::string_view file, std::string_view key) const
-{
-    if (isSessionKey(file, key)) {
-        return std::string(key) + "@" + session();
-    }
-    return std::string(key);
-}
-
 } // namespace store

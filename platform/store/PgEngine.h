@@ -19,9 +19,8 @@
 // round trip, so a change committed elsewhere empties the file's cache as soon as
 // its notification reaches this client.
 //
-// Session scope: in file TEMPO the keys "REQUETEBORDEXCEL" and "BORDCAISSEEXCEL"
-// are stored as "<key>@<session>" when a session is set, so two workstations
-// never see each other's working records.
+// Keys are stored as given: a session's private keys are the Store's policy
+// (Store::setSessionPrivate).
 
 #include <memory>
 #include <set>
@@ -82,10 +81,7 @@ private:
     void indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> oldRecord,
         std::string_view newRecord);
     void checkFileName(std::string_view file) const;
-    // The working records of TEMPO are the session's own.
-    static bool isSessionKey(std::string_view file, std::string_view key);
     const std::string& session() const { return m_session.empty() ? m_defaultSession : m_session; }
-    std::string storedKey(std::string_view file, std::string_view key) const;
     void forget(std::string_view file);
 
     std::filesystem::path m_path;

@@ -146,12 +146,6 @@ DbaDynArray PgEngine::select(std::string_view sentenceText, std::string_view att
             return std::any_of(test.second->alternatives.begin(), test.second->alternatives.end(),
                 [&](const sentence::Alternative& a) { return sentence::anyValueMatches(attribute, a.value, a.prefix); });
         });
-        if (kept && parsed.file == "TEMPO") {
-            // Another session's working records are not this one's to see.
-            const auto at = entry.key.find('@');
-            kept = at == std::string_view::npos || !isSessionKey("TEMPO", entry.key.substr(0, at))
-                || entry.key.substr(at + 1) == session();
-        }
         if (kept) {
             rows.push_back(entry);
         }
@@ -193,9 +187,7 @@ DbaDynArray PgEngine::select(std::string_view sentenceText, std::string_view att
                 out += DbaDynArray::kValueMark;
             }
             if (attributes[k] == 0) {
-                // Working records of a session show under the key the session wrote.
-                const auto at = parsed.file == "TEMPO" ? row.key.find('@') : std::string_view::npos;
-                out += at != std::string_view::npos && isSessionKey("TEMPO", row.key.substr(0, at)) ? row.key.substr(0, at) : row.key;
+                out += row.key;
             } else {
                 out += sentence::attributeOf(row.record, attributes[k]);
             }

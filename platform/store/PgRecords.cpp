@@ -69,7 +69,7 @@ void PgEngine::write(std::string_view file, std::string_view key, std::string_vi
 {
     const std::string context = "write " + std::string(file) + " \"" + std::string(key) + "\"";
     checkKey(key, context);
-    const std::string stored = storedKey(file, key);
+    const std::string stored(key);
     const std::string upsert = "INSERT INTO " + quoteIdent(file)
         + "(key, record) VALUES($1::bytea, $2::bytea) ON CONFLICT (key) DO UPDATE SET record = EXCLUDED.record";
     forget(file);
@@ -111,7 +111,7 @@ bool PgEngine::remove(std::string_view file, std::string_view key)
     if (!fileExists(file)) {
         return false;
     }
-    const std::string stored = storedKey(file, key);
+    const std::string stored(key);
     const std::string context = "delete " + std::string(file) + " \"" + std::string(key) + "\"";
     forget(file);
     bool removed = false;

@@ -15,8 +15,9 @@ namespace {
 // A file of the store. It shares the engine, so it outlives the Store that opened it.
 class StoreFile final : public DbaFile {
 public:
-    StoreFile(std::shared_ptr<Engine> engine, std::string name)
+    StoreFile(std::shared_ptr<Engine> engine, std::shared_ptr<const SessionKeys> keys, std::string name)
         : m_engine(std::move(engine))
+        , m_keys(std::move(keys))
         , m_name(std::move(name))
     {
     }
@@ -25,7 +26,7 @@ public:
 
     std::shared_ptr<DbaItem> ReadItem(std::string_view key) override
     {
-        auto record = m_engine->read(m_name, key);
+        auto record = m_engine->read(m_name, m_keys->stored(m_name, key));
         if (!record) {
             throw DbaError(DbaError::Kind::NoRecord, "ReadItem " + m_name + " \"" + std::string(key) + "\"",
                 "no record under that key");
@@ -35,14 +36,19 @@ public:
 
     std::string DeleteItem(std::string_view key) override
     {
-        m_engine->remove(m_name, key);
+        m_engine->remove(m_name, m_keys->stored(m_name, key));
         return {};
     }
 
-    void writeRecord(std::string_view key, std::string_view record) override { m_engine->write(m_name, key, record); }
+    void writeRecord(std::string_view key, std::string_view record) override
+    {
+        names::checkKey(key, "write " + m_name + " \"" + std::string(key) + "\"");
+        m_engine->write(m_name, m_keys->stored(m_name, key), record);
+    }
 
 private:
     std::shared_ptr<Engine> m_engine;
+    std::shared_ptr<const SessionKeys> m_keys;
     std::string m_name;
 };
 
@@ -143,7 +149,7 @@ std::shared_ptr<DbaFile> Store::OpenFile(std::string_view name)
     if (!m_impl->engine->fileExists(name)) {
         throw DbaError(DbaError::Kind::NoFile, "OpenFile " + std::string(name), "no such file");
     }
-    return std::make_shared<StoreFile>(m_impl->engine, std::string(name));
+    return std::make_shared<StoreFile>(m_impl->engine, m_impl->sessionKeys, std::string(name));
 }
 
 DbaDynArray Store::Select(std::string_view request, std::string_view, std::int32_t& status)
@@ -158,7 +164,20 @@ DbaDynArray Store::Select(std::string_view request, std::string_view, std::int32
         throw DbaError(DbaError::Kind::BadSentence, "Select",
             "the request names file " + file + " but the sentence selects " + parsedFile);
     }
-    return m_impl->engine->select(sentenceText, parts.attribute(3));
+    return m_impl->select(sentenceText, parts.attribute(3));
+}
+
+DbaDynArray Store::Impl::select(std::string_view sentenceText, std::string_view attributes)
+{
+    if (!sessionKeys->isPrivate(sentence::parse(sentenceText).file)) {
+        return engine->select(sentenceText, attributes);
+    }
+    const auto asked = sentence::parseAttributeList(attributes);
+    std::string withKey = "0";
+    for (const int attribute : asked) {
+        withKey += " " + std::to_string(attribute);
+    }
+    return sessionKeys->ownRows(engine->select(sentenceText, withKey));
 }
 
 DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int32_t& status)
@@ -208,7 +227,8 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
 {
     auto& queue = *m_impl->engine->commandQueue();
     const auto& client = m_impl->client;
-    const auto id = queue.enqueue(sentence, client ? client->userName() : std::string(), client ? client->session() : std::string());
+    // The worker runs the command in this session, which wrote its working records.
+    const auto id = queue.enqueue(sentence, client ? client->userName() : std::string(), m_impl->sessionKeys->session());
     if (m_impl->serveOwnCommands) {
         while (runQueuedCommand("in-process")) {
         }
@@ -280,12 +300,12 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
         std::shared_ptr<DbaClient> previous;
         ~Restore()
         {
-            impl.engine->setSession(previous ? previous->session() : std::string());
+            impl.setSession(previous);
             impl.client = previous;
         }
     } restore{*m_impl, m_impl->client};
     m_impl->client = std::make_shared<DbaClient>(claimed->user, claimed->session);
-    engine.setSession(claimed->session);
+    m_impl->setSession(m_impl->client);
 
     queue->complete(*claimed, [&]() -> CommandOutcome {
         // A command that stopped its workers this often would stop every next one.
@@ -321,7 +341,7 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
 
 DbaDynArray Store::select(std::string_view sentence, std::string_view attributes)
 {
-    return m_impl->engine->select(sentence, attributes);
+    return m_impl->select(sentence, attributes);
 }
 
 bool Store::fileExists(std::string_view file)
@@ -349,17 +369,23 @@ std::optional<std::string> Store::read(std::string_view file, std::string_view k
     if (!m_impl->engine->fileExists(file)) {
         return std::nullopt;
     }
-    return m_impl->engine->read(file, key);
+    return m_impl->engine->read(file, m_impl->sessionKeys->stored(file, key));
 }
 
 void Store::write(std::string_view file, std::string_view key, std::string_view record)
 {
-    m_impl->engine->write(file, key, record);
+    names::checkKey(key, "write " + std::string(file) + " \"" + std::string(key) + "\"");
+    m_impl->engine->write(file, m_impl->sessionKeys->stored(file, key), record);
 }
 
 bool Store::remove(std::string_view file, std::string_view key)
 {
-    return m_impl->engine->remove(file, key);
+    return m_impl->engine->remove(file, m_impl->sessionKeys->stored(file, key));
+}
+
+void Store::setSessionPrivate(std::string file)
+{
+    m_impl->sessionKeys->declare(std::move(file));
 }
 
 void Store::transaction(const std::function<void()>& work)
@@ -391,7 +417,7 @@ void Store::setFusionDirectory(std::filesystem::path directory)
 
 void Store::setClient(std::shared_ptr<DbaClient> client)
 {
-    m_impl->engine->setSession(client ? client->session() : std::string());
+    m_impl->setSession(client);
     m_impl->client = std::move(client);
 }
 

@@ -4,8 +4,8 @@
 // dictionary of names per file, query sentences, and server commands run by
 // Execute. Two engines: one database file (SQLite, WAL mode), which several
 // processes may use at once, or a PostgreSQL server shared by workstations, where
-// server commands go through a queue to workers (calvarine-server) and the
-// working records of TEMPO are private to each session.
+// server commands go through a queue to workers (calvarine-server). Files the
+// application declares session-private keep each session's records apart.
 //
 // A Store is a DbaDatabase; the files it opens are DbaFiles. Use from one thread
 // at a time. Every failure is a DbaError (see database/DbaError.h).
@@ -97,6 +97,15 @@ public:
     std::optional<std::string> read(std::string_view file, std::string_view key);
     void write(std::string_view file, std::string_view key, std::string_view record); // creates the file if needed
     bool remove(std::string_view file, std::string_view key);
+
+    // Declares a file whose records belong to the workstation session that
+    // writes them (the working records a screen hands to a server command): each
+    // session reads, writes, removes and selects only its own, through the files
+    // it opens and the calls above, on every engine. The session is the client's
+    // (setClient), or one of this Store's own while it has none; a queued command
+    // runs in the session that asked. An import writes in this session; an
+    // export shows the keys as stored ("<key>@<session>").
+    void setSessionPrivate(std::string file);
 
     // Several writes as one transaction: all or nothing.
     void transaction(const std::function<void()>& work);

@@ -5,18 +5,30 @@
 #include <map>
 
 #include "Engine.h"
+#include "SessionKeys.h"
 
 namespace store {
 
 class Store::Impl {
 public:
     std::shared_ptr<Engine> engine;
+    // Shared with the files opened, which follow the session as it changes.
+    std::shared_ptr<SessionKeys> sessionKeys = std::make_shared<SessionKeys>();
     std::map<std::string, ServerCommand, std::less<>> commands;
     std::filesystem::path fusion;
     std::shared_ptr<DbaClient> client;
     CommandProgress progress;
     std::chrono::milliseconds commandTimeout{std::chrono::minutes(2)};
     bool serveOwnCommands = false;
+
+    // The session of the client, in the engine and for the session-private files.
+    void setSession(const std::shared_ptr<DbaClient>& sessionClient)
+    {
+        sessionKeys->setSession(sessionClient ? sessionClient->session() : std::string());
+        engine->setSession(sessionKeys->session());
+    }
+    // A sentence's selection; on a session-private file, only this session's records.
+    DbaDynArray select(std::string_view sentenceText, std::string_view attributes);
 };
 
 } // namespace store

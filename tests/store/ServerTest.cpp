@@ -1,5 +1,5 @@
 // What only a shared server has: notifications that keep the cache of small
-// files exact, TEMPO private to each session, and server commands run by workers
+// files exact, and server commands run by workers in the session that asked,
 // through the queue, leases included.
 
 #include <future>
@@ -22,6 +22,7 @@ protected:
     {
         auto store = m_database.connect();
         store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
+        store->setSessionPrivate("TEMPO");
         return store;
     }
     static std::string request(const std::string& command)
@@ -57,29 +58,10 @@ TEST_P(StoreOnServer, RecordsKeepEveryByteAndTheCacheFollowsOtherConnections)
     EXPECT_THROW(file->ReadItem("010"), DbaError);
 }
 
-TEST_P(StoreOnServer, TempoIsPrivateToEachSession)
-{
-    auto first = workstation("poste-1");
-    auto second = workstation("poste-2");
-    first->write("TEMPO", "REQUETEBORDEXCEL", "010\xFD" "F1");
-    second->write("TEMPO", "REQUETEBORDEXCEL", "020\xFD" "F2");
-    EXPECT_EQ(first->read("TEMPO", "REQUETEBORDEXCEL"), "010\xFD" "F1");
-    EXPECT_EQ(second->read("TEMPO", "REQUETEBORDEXCEL"), "020\xFD" "F2");
-    EXPECT_EQ(marks(first->select("SSELECT TEMPO").text()), "REQUETEBORDEXCEL");
-    first->remove("TEMPO", "REQUETEBORDEXCEL");
-    EXPECT_EQ(first->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
-    EXPECT_EQ(second->read("TEMPO", "REQUETEBORDEXCEL"), "020\xFD" "F2");
-    // A connection without a session has one of its own.
-    auto third = m_database.connect();
-    EXPECT_EQ(third->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
-    // Other keys of TEMPO are shared, as on SQLite.
-    first->write("TEMPO", "AUTRE", "x");
-    EXPECT_EQ(second->read("TEMPO", "AUTRE"), "x");
-}
-
 TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
 {
     auto worker = m_database.connect();
+    worker->setSessionPrivate("TEMPO");
     worker->registerCommand("COPIE", [](CommandContext& context) {
         const auto asked = context.store.read("TEMPO", "REQUETEBORDEXCEL").value_or("?");
         context.store.write("TEMPO", "BORDCAISSEEXCEL", asked + "/" + context.arguments.at(0) + "/" + context.client->session());

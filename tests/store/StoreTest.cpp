@@ -1,4 +1,5 @@
 #include <fstream>
+#include <future>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -270,6 +271,67 @@ TEST_P(StoreTest, NamesDifferingOnlyInCaseNeverShareStorage)
         db().defineName("G", "Nom", 1);
     }
     EXPECT_EQ(keys(R"(SSELECT G AVEC Nom = "alpha")"), "a");
+}
+
+// The working records of a file declared session-private are each session's own.
+TEST_P(StoreTest, SessionPrivateRecordsAreEachSessionsOwn)
+{
+    const auto workstation = [&](const std::string& session) {
+        auto store = m_database.connect();
+        store->setSessionPrivate("TEMPO");
+        store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
+        return store;
+    };
+    auto first = workstation("poste-1");
+    auto second = workstation("poste-2");
+    first->write("TEMPO", "REQUETEBORDEXCEL", "010\xFD" "F1");
+    second->write("TEMPO", "REQUETEBORDEXCEL", "020\xFD" "F2");
+    EXPECT_EQ(first->OpenFile("TEMPO")->ReadItem("REQUETEBORDEXCEL")->text(), "010\xFD" "F1");
+    EXPECT_EQ(second->read("TEMPO", "REQUETEBORDEXCEL"), "020\xFD" "F2");
+    EXPECT_EQ(marks(first->select("SSELECT TEMPO", "0 1 0").text()), "REQUETEBORDEXCEL|010|F1|REQUETEBORDEXCEL");
+    first->OpenFile("TEMPO")->DeleteItem("REQUETEBORDEXCEL");
+    EXPECT_EQ(first->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
+    EXPECT_EQ(second->read("TEMPO", "REQUETEBORDEXCEL"), "020\xFD" "F2");
+    EXPECT_EQ(first->select("SSELECT TEMPO").text(), "");
+    // A store without a session has one of its own; other files are shared.
+    auto third = workstation("");
+    EXPECT_EQ(third->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
+    first->write("ORGPRISECHARGE", "010", "x");
+    EXPECT_EQ(second->read("ORGPRISECHARGE", "010"), "x");
+}
+
+// Two workstations re-issuing at once on one database: each command reads the
+// request of its own session and leaves the result there, never the other's.
+TEST_P(StoreTest, TwoSessionsRunningCommandsAtOnceNeverMeet)
+{
+    const auto run = [&](const std::string& session, int rounds) {
+        auto store = m_database.connect();
+        store->setSessionPrivate("TEMPO");
+        store->setServeOwnCommands(true);
+        store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
+        store->registerCommand("COPIE", [](CommandContext& context) {
+            const auto asked = context.store.read("TEMPO", "REQUETEBORDEXCEL");
+            context.store.write("TEMPO", "BORDCAISSEEXCEL", asked.value_or("no request"));
+        });
+        auto tempo = store->OpenFile("TEMPO");
+        int crossed = 0;
+        for (int round = 0; round < rounds; ++round) {
+            const auto mine = session + "-" + std::to_string(round);
+            auto request = tempo->NewItem("REQUETEBORDEXCEL");
+            request->setValue(1, 1, mine);
+            request->DBWrite();
+            std::int32_t status = 0;
+            store->Execute("P\xFE" "COPIE", "", status);
+            crossed += tempo->ReadItem("BORDCAISSEEXCEL")->text() == mine ? 0 : 1;
+            tempo->DeleteItem("BORDCAISSEEXCEL");
+            tempo->DeleteItem("REQUETEBORDEXCEL");
+        }
+        return crossed;
+    };
+    db().createFile("TEMPO");
+    auto other = std::async(std::launch::async, run, "poste-2", 40);
+    EXPECT_EQ(run("poste-1", 40), 0);
+    EXPECT_EQ(other.get(), 0);
 }
 
 TEST_P(StoreTest, TwoConnectionsWriteAtOnce)

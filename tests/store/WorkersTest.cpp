@@ -90,6 +90,8 @@ TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
         clients.push_back(std::async(std::launch::async, [&database, c, requests] {
             auto store = database.connect();
             store->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-" + std::to_string(c)));
+            // What a workstation's host declares when it registers the command.
+            store->setSessionPrivate("TEMPO");
             auto tempo = store->OpenFile("TEMPO");
             std::vector<std::string> names;
             for (const auto& request : requests) {

@@ -1,0 +1,47 @@
+#pragma once
+
+// The files whose records belong to the workstation session that writes them:
+// the working records a screen hands to a server command and gets back. Each
+// session reads, writes, removes and selects only its own, stored under
+// "<key>@<session>", so two workstations re-issuing at once never see each
+// other's. The policy is the application's (Store::setSessionPrivate); the
+// engines store the keys as given. Internal to the store.
+
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "database/DbaDynArray.h"
+
+namespace store {
+
+class SessionKeys {
+public:
+    // A session of this process's own, used while the host names none.
+    SessionKeys();
+
+    void declare(std::string file) { m_files.insert(std::move(file)); }
+    bool isPrivate(std::string_view file) const { return !m_files.empty() && m_files.contains(file); }
+    // The host's session; empty: this process's own.
+    void setSession(const std::string& session) { m_session = session.empty() ? m_own : session; }
+    const std::string& session() const { return m_session; }
+
+    // The key as the engine stores it.
+    std::string stored(std::string_view file, std::string_view key) const
+    {
+        return isPrivate(file) ? std::string(key) + "@" + m_session : std::string(key);
+    }
+    // The key as the session wrote it, or nullopt for another session's record.
+    std::optional<std::string_view> shown(std::string_view storedKey) const;
+    // A selection made with attribute 0 first, reduced to this session's records
+    // and given as asked (attributes without that first 0, keys as written).
+    DbaDynArray ownRows(const DbaDynArray& selected) const;
+
+private:
+    std::set<std::string, std::less<>> m_files;
+    std::string m_own;
+    std::string m_session;
+};
+
+} // namespace store
