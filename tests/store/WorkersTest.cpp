@@ -236,6 +236,7 @@ TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
     TempDir folder;
     auto client = Store::connect(scratch.connection());
     client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    client->setSessionPrivate("TEMPO");
     client->setCommandTimeout(30s);
     generateDemo(*client, DemoOptions{60, 3, 4});
     const auto scope = client->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]")");
