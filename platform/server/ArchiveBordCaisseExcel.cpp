@@ -1,14 +1,14 @@
 #include "ArchiveBordCaisseExcel.h"
 
-#include <unistd.h>
-
 #include <filesystem>
-#include <memory>
+#include <chrono>
 #include <set>
 #include <stdexcept>
 #include <vector>
 
-#include <QTemporaryFile>
+#include <QBuffer>
+
+#include "FusionBatch.h"
 
 #include "StatementData.h"
 #include "StatementRenderer.h"
@@ -74,65 +74,21 @@ void checkPeriodKnown(store::Store& store, const std::string& period, const std:
     }
 }
 
-// A PDF being written under a hidden name in FUSION; removed unless published.
-class StagedFile {
-public:
-    StagedFile(const fs::path& directory, fs::path target)
-        : m_file(QString::fromStdString((directory / ".archivebordcaisse-XXXXXX.part").string()))
-        , m_target(std::move(target))
-    {
-        if (!m_file.open()) {
-            throw std::runtime_error("cannot create a file in " + directory.string() + ": " + m_file.errorString().toStdString());
-        }
-    }
-
-    QIODevice& device() { return m_file; }
-
-    // Flushes the bytes to disk so a renamed file is never a torn one.
-    void finish()
-    {
-        if (!m_file.flush() || ::fsync(m_file.handle()) != 0) {
-            throw std::runtime_error("cannot write " + m_target.string());
-        }
-        m_file.close();
-    }
-
-    void publish()
-    {
-        // rename(2) replaces a former file of that name in one step.
-        fs::rename(m_file.fileName().toStdString(), m_target);
-        m_file.setAutoRemove(false);
-    }
-
-    const fs::path& target() const { return m_target; }
-
-private:
-    QTemporaryFile m_file;
-    fs::path m_target;
-};
-
-// Removes the files published so far unless the run is committed.
-class PublishedFiles {
-public:
-    ~PublishedFiles()
-    {
-        if (m_committed) {
-            return;
-        }
-        for (const auto& file : m_files) {
-            std::error_code ignored;
-            fs::remove(file, ignored);
-        }
-    }
-    void add(fs::path file) { m_files.push_back(std::move(file)); }
-    void commit() { m_committed = true; }
-
-private:
-    std::vector<fs::path> m_files;
-    bool m_committed = false;
-};
-
 } // namespace
+
+std::vector<RequestEntry> requestEntries(store::Store& store)
+{
+    const DbaDynArray request(store.read(FileNames::TEMPO, Keys::REQUETEBORDEXCEL).value_or(std::string()));
+    // Beyond what a selection can hold (a signed 16-bit count) nothing is read.
+    const std::size_t count = std::min<std::size_t>(request.attributeCount(), INT16_MAX);
+    std::vector<RequestEntry> entries;
+    entries.reserve(count);
+    for (std::size_t i = 1; i <= count; ++i) {
+        const auto attribute = static_cast<std::int16_t>(i);
+        entries.push_back({request.value(attribute, 1), request.value(attribute, 2)});
+    }
+    return entries;
+}
 
 std::string fusionFileName(std::string_view entity, std::string_view letter, std::string_view period,
     std::string_view organisation, std::string_view invoice)
@@ -148,61 +104,63 @@ std::string fusionFileName(std::string_view entity, std::string_view letter, std
     return name + ".pdf";
 }
 
-void archiveBordCaisseExcel(store::CommandContext& context)
+std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<std::string>& arguments,
+    std::span<const RequestEntry> entries, const std::function<void()>& advanced)
+{
+    const std::string& period = arguments[0];
+    const std::string& entity = arguments[1];
+    const std::string& letter = arguments[2];
+    std::vector<RenderedFile> files;
+    std::set<std::string> seen;
+    for (const RequestEntry& entry : entries) {
+        if (!entry.organisation.empty() || !entry.invoice.empty()) {
+            const auto key = statements::findStatementKey(store, period, entity, letter, entry.organisation, entry.invoice);
+            std::string name = fusionFileName(entity, letter, period, entry.organisation, entry.invoice);
+            // The same statement asked twice gives one file.
+            if (key && seen.insert(name).second) {
+                const statements::StatementData data = statements::loadStatement(store, *key);
+                QBuffer buffer;
+                buffer.open(QIODevice::WriteOnly);
+                statements::renderPdf({&data, 1}, buffer, QString::fromStdString(name));
+                files.push_back({std::move(name), buffer.data().toStdString()});
+            }
+        }
+        if (advanced) {
+            advanced();
+        }
+    }
+    return files;
+}
+
+void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserver& observer)
 {
     checkSentence(context.arguments);
-    const std::string& period = context.arguments[0];
-    const std::string& entity = context.arguments[1];
-    const std::string& letter = context.arguments[2];
     statements::requireGuiApplication();
     store::Store& store = context.store;
-    checkPeriodKnown(store, period, entity, letter);
+    checkPeriodKnown(store, context.arguments[0], context.arguments[1], context.arguments[2]);
+    sweepLeftovers(context.fusion, std::chrono::hours(1));
 
-    const DbaDynArray request(store.read(FileNames::TEMPO, Keys::REQUETEBORDEXCEL).value_or(std::string()));
-    std::vector<std::unique_ptr<StagedFile>> staged;
-    std::vector<std::string> names;
-    std::set<std::string> seen;
-    const std::size_t count = request.attributeCount();
-    for (std::size_t i = 1; i <= count; ++i) {
-        const auto attribute = static_cast<std::int16_t>(std::min<std::size_t>(i, INT16_MAX));
-        if (attribute != static_cast<std::int16_t>(i)) {
-            break; // beyond what a selection can hold
-        }
-        const std::string organisation = request.value(attribute, 1);
-        const std::string invoice = request.value(attribute, 2);
-        if (organisation.empty() && invoice.empty()) {
-            continue;
-        }
-        const auto key = statements::findStatementKey(store, period, entity, letter, organisation, invoice);
-        if (!key) {
-            continue;
-        }
-        std::string name = fusionFileName(entity, letter, period, organisation, invoice);
-        if (!seen.insert(name).second) {
-            continue; // the same statement asked twice gives one file
-        }
-        const statements::StatementData data = statements::loadStatement(store, *key);
-        auto file = std::make_unique<StagedFile>(context.fusion, context.fusion / name);
-        statements::renderPdf({&data, 1}, file->device(), QString::fromStdString(name));
-        file->finish();
-        staged.push_back(std::move(file));
-        names.push_back(std::move(name));
-    }
-    if (names.empty()) {
+    const std::vector<RequestEntry> entries = requestEntries(store);
+    const int total = static_cast<int>(entries.size());
+    int done = 0;
+    context.progress(done, total);
+    const auto files = renderEntries(store, context.arguments, entries, [&] { context.progress(++done, total); });
+    if (files.empty()) {
         return;
     }
 
-    PublishedFiles published;
-    for (auto& file : staged) {
-        file->publish();
-        published.add(file->target());
+    // Published only once everything is rendered; taken back if the result cannot be recorded.
+    FusionBatch batch(context.fusion, observer);
+    for (const RenderedFile& file : files) {
+        batch.stage(file.name, file.bytes);
     }
+    batch.publish();
     DbaDynArray result;
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        result.setAttribute(static_cast<std::int16_t>(i + 1), names[i]);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        result.setAttribute(static_cast<std::int16_t>(i + 1), files[i].name);
     }
     store.write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, result.text());
-    published.commit();
+    batch.commit();
 }
 
 void registerArchiveBordCaisseExcel(store::Store& store)

@@ -11,19 +11,27 @@
 // file. When at least one file was written, TEMPO "BORDCAISSEEXCEL" lists their
 // names, one attribute each, in the order of the request.
 //
-// Files appear whole or not at all: every PDF is written under a hidden
-// temporary name in FUSION and renamed only once all of them are rendered. A
-// malformed sentence (not three words, a period that is not yyyymm, a letter
-// other than P, M, I), a period for which the entity and activity have nothing
-// archived, or any failure while working fails the command and leaves no file
-// of this run behind.
+// Publishing is one transaction (see FusionBatch): every PDF is rendered, then
+// all are written under hidden names, made durable together and renamed into
+// place, then the result record is written. A malformed sentence (not three
+// words, a period that is not yyyymm, a letter other than P, M, I), a period for
+// which the entity and activity have nothing archived, or any failure while
+// working, the result's write included, fails the command and leaves FUSION
+// exactly as it was: no file of this run, and every file it would have replaced
+// back under its name. The command reports its progress after each entry of
+// the request (done out of the number of entries).
 //
 // Rendering uses Qt fonts: the process that runs Execute must already have a
 // QGuiApplication on its main thread, made by the host (headless hosts with
 // QT_QPA_PLATFORM=offscreen). Without one the command fails, saying so.
 
+#include <functional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "FusionBatch.h"
 
 namespace store {
 class Store;
@@ -38,8 +46,32 @@ inline constexpr const char* kArchiveBordCaisseExcel = "ARCHIVEBORDCAISSEEXCEL";
 void registerArchiveBordCaisseExcel(store::Store& store);
 
 // The command itself. Throws std::invalid_argument for a malformed sentence or
-// an unknown period, DbaError or std::runtime_error for other failures.
-void archiveBordCaisseExcel(store::CommandContext& context);
+// an unknown period, DbaError or std::runtime_error for other failures. A test
+// may observe the publication (to stop the process at a given step).
+void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserver& observer = {});
+
+// One entry of the request record: organisation code and invoice number.
+struct RequestEntry {
+    std::string organisation;
+    std::string invoice;
+};
+
+// The entries of TEMPO "REQUETEBORDEXCEL", in order (none when it is missing).
+std::vector<RequestEntry> requestEntries(store::Store& store);
+
+// A PDF rendered in memory, not yet written.
+struct RenderedFile {
+    std::string name;
+    std::string bytes;
+};
+
+// Renders the statements of a range of entries (arguments: period, entity,
+// letter, already checked), in order, calling advanced after each entry. An
+// entry that finds no statement, or one already rendered in this range, gives
+// nothing. Ranges of one request can be rendered apart (by several workers) and
+// their files joined in order, the names made unique across them.
+std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<std::string>& arguments,
+    std::span<const RequestEntry> entries, const std::function<void()>& advanced = {});
 
 // The name of the PDF of one statement; characters that cannot stand in a file
 // name ('/' and NUL) become '_'.

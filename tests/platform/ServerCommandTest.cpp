@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <csignal>
 #include <fstream>
 
 #include "ArchiveBordCaisseExcel.h"
@@ -60,6 +63,21 @@ protected:
     }
 
     std::optional<std::string> result() { return m_store->read(FileNames::TEMPO, Keys::BORDCAISSEEXCEL); }
+
+    // The command called as Execute calls it, with an observer of its publication.
+    void runDirectly(const server::PublishObserver& observer)
+    {
+        store::CommandContext context{*m_store, fusion(), {"202611", "001", "P"}, nullptr};
+        server::archiveBordCaisseExcel(context, observer);
+    }
+
+    void writeFormer(const std::string& name) const { std::ofstream(fusion() / name) << "former"; }
+
+    static std::string contents(const fs::path& file)
+    {
+        std::ifstream in(file, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
 
     QTemporaryDir m_dir;
     std::shared_ptr<store::Store> m_store;
@@ -136,11 +154,94 @@ TEST_F(ServerCommand, MalformedSentencesFailAndLeaveNothing)
 
 TEST_F(ServerCommand, FailureMidwayRemovesWhatWasWritten)
 {
-    // The second statement's record is damaged: the first one's file must not stay.
+    // The second statement's record is damaged: the first one's file must not stay,
+    // and the earlier file of that name is left as it was.
+    writeFormer("001P_202611_012_F000000123.pdf");
     request({{"012", "F000000123"}, {"012", "F000000999"}});
     EXPECT_THROW(run("ARCHIVEBORDCAISSEEXCEL 202611 001 P"), DbaError);
-    EXPECT_TRUE(fusionFiles().empty());
+    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_012_F000000123.pdf"}));
+    EXPECT_EQ(contents(fusion() / "001P_202611_012_F000000123.pdf"), "former");
     EXPECT_FALSE(result().has_value());
+}
+
+TEST_F(ServerCommand, FailureAfterPublishingPutsBackTheEarlierFiles)
+{
+    // An earlier run's good files under the same names, and one of another name.
+    writeFormer("001P_202611_013_F77.pdf");
+    writeFormer("001P_202611_012_F000000123.pdf");
+    writeFormer("kept.pdf");
+    request({{"013", "F77"}, {"012", "F000000123"}});
+    // Every file renamed into place, then the run fails before its result is recorded.
+    const auto failAtTheEnd = [](server::PublishStep step, std::size_t index) {
+        if (step == server::PublishStep::Renamed && index == 2) {
+            throw std::runtime_error("the result could not be written");
+        }
+    };
+    EXPECT_THROW(runDirectly(failAtTheEnd), std::runtime_error);
+    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_012_F000000123.pdf", "001P_202611_013_F77.pdf", "kept.pdf"}));
+    for (const auto& name : fusionFiles()) {
+        EXPECT_EQ(contents(fusion() / name), "former") << name;
+    }
+    EXPECT_FALSE(result().has_value());
+}
+
+TEST_F(ServerCommand, CrashBeforeOrWhileRenamingLeavesOnlyWholeFiles)
+{
+    writeFormer("001P_202611_013_F77.pdf");
+    request({{"013", "F77"}, {"012", "F000000123"}});
+    // The process dies once all files are durable under hidden names, then once
+    // the first of them is in place.
+    for (const auto& [when, renamed] : {std::pair{server::PublishStep::Staged, 0}, std::pair{server::PublishStep::Renamed, 1}}) {
+        const auto die = [when = when, renamed = renamed](server::PublishStep step, std::size_t index) {
+            if (step == when && index == static_cast<std::size_t>(renamed)) {
+                std::raise(SIGKILL);
+            }
+        };
+        EXPECT_EXIT(runDirectly(die), ::testing::KilledBySignal(SIGKILL), "");
+        const auto visible = fusionFiles();
+        for (const auto& name : visible) {
+            if (name.starts_with(".")) {
+                continue;
+            }
+            const auto file = fusion() / name;
+            EXPECT_TRUE(contents(file) == "former" || testsupport::pdfPageCount(file) == 1) << name;
+        }
+        EXPECT_EQ(contents(fusion() / "001P_202611_013_F77.pdf") == "former", renamed == 0);
+        EXPECT_FALSE(result().has_value());
+    }
+    // What the dead runs left under hidden names goes once it is old enough.
+    server::sweepLeftovers(fusion(), std::chrono::seconds(0));
+    for (const auto& name : fusionFiles()) {
+        EXPECT_FALSE(name.starts_with(".")) << name;
+    }
+}
+
+TEST_F(ServerCommand, FilesFollowTheUmaskAndProgressIsReported)
+{
+    const mode_t former = ::umask(027);
+    std::vector<std::pair<int, int>> progress;
+    m_store->setCommandProgress([&](int done, int total) { progress.emplace_back(done, total); });
+    request({{"013", "F77"}, {"012", "NOPE"}, {"012", "F000000123"}});
+    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+    ::umask(former);
+    m_store->setCommandProgress({});
+    struct stat status {};
+    ASSERT_EQ(::stat((fusion() / "001P_202611_013_F77.pdf").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0640u);
+    EXPECT_EQ(progress, (std::vector<std::pair<int, int>>{{0, 3}, {1, 3}, {2, 3}, {3, 3}}));
+}
+
+TEST_F(ServerCommand, AnUnwritableFusionSaysWhy)
+{
+    fs::remove(fusion());
+    std::ofstream(fusion()) << "not a folder";
+    request({{"013", "F77"}});
+    try {
+        runDirectly({});
+        FAIL() << "writing into a file succeeded";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find("Not a directory"), std::string::npos) << e.what();
+    }
 }
 
 TEST_F(ServerCommand, ReplacesAFormerFileOfTheSameName)
