@@ -36,7 +36,7 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
     setWindowTitle(QStringLiteral("Calvarine – %1 – %2")
                        .arg(QString::fromStdString(m_options.user), QString::fromStdString(m_options.database)));
     m_rights = new QLabel(this);
-    statusBar()->addWidget(m_rights);
+    statusBar()->addWidget(m_rights, 1);
     statusBar()->setSizeGripEnabled(false);
     // The screen keeps its size; the bars around it add theirs.
     m_view->setFixedSize(m_view->minimumSize());

@@ -52,7 +52,11 @@ LongMessageBox::LongMessageBox(QMessageBox::Icon icon, const QString& title, con
     heading->setTextInteractionFlags(Qt::TextSelectableByMouse);
     layout->addWidget(heading, 0, 1);
 
-    m_body = new QPlainTextEdit(firstBreak < 0 ? QString() : m_text.mid(firstBreak + 1).trimmed(), this);
+    QString body = firstBreak < 0 ? QString() : m_text.mid(firstBreak + 1);
+    while (body.endsWith(QLatin1Char('\n')) || body.endsWith(QLatin1Char(' '))) {
+        body.chop(1);
+    }
+    m_body = new QPlainTextEdit(body, this);
     m_body->setReadOnly(true);
     m_body->setLineWrapMode(QPlainTextEdit::NoWrap);
     m_body->setVisible(firstBreak >= 0);
@@ -88,6 +92,16 @@ QPushButton* LongMessageBox::addOpenFolderButton(std::function<void()> open)
     QPushButton* button = m_buttons->addButton(QStringLiteral("Ouvrir le dossier FUSION"), QDialogButtonBox::ActionRole);
     connect(button, &QPushButton::clicked, this, [open = std::move(open)] { open(); });
     return button;
+}
+
+void LongMessageBox::showEvent(QShowEvent* event)
+{
+    // A top-level window would otherwise open at two thirds of the screen at most.
+    if (!m_sized) {
+        m_sized = true;
+        resize(sizeHint());
+    }
+    QDialog::showEvent(event);
 }
 
 QSize LongMessageBox::sizeHint() const

@@ -34,7 +34,11 @@ public:
     // The size that shows the whole text, bounded by the available screen.
     QSize sizeHint() const override;
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
+    bool m_sized = false;
     QMessageBox::Icon m_icon;
     QString m_text;
     QPlainTextEdit* m_body = nullptr;

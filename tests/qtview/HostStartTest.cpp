@@ -139,6 +139,8 @@ TEST_F(HostStartTest, TheStatusLineTellsWhoMayPrint)
         EXPECT_EQ(status(*window), QStringLiteral("Droit d'impression : %1 – utilisateur %2").arg(expected, user));
         EXPECT_TRUE(window->windowTitle().contains(QString::fromStdString(user)));
         EXPECT_TRUE(window->statusBar()->isVisible());
+        QCoreApplication::processEvents();
+        window->grab().save(QStringLiteral(CALVARINE_TEST_OUTPUT "/window-%1.png").arg(QString::fromStdString(user)));
     }
 }
 

@@ -173,6 +173,9 @@ TEST_F(GraphicRunTest, FifteenHundredStatementsShowProgressAndEndInAUsableBox)
                 modalAtHalf = progress && QApplication::activeModalWidget() == progress;
                 controlDisabledAtHalf = !window->control().Controls().userControlEnabled();
                 countAtHalf = progress ? progress->countText() : QString();
+                if (progress) {
+                    progress->grab().save(QStringLiteral(CALVARINE_TEST_OUTPUT "/progress-at-half.png"));
+                }
             }
             QTest::qWait(0);
         }
@@ -193,6 +196,7 @@ TEST_F(GraphicRunTest, FifteenHundredStatementsShowProgressAndEndInAUsableBox)
     bool usable = false;
     host->inspect = [&](QDialog& box) {
         expectUsable(box);
+        box.grab().save(QStringLiteral(CALVARINE_TEST_OUTPUT "/file-list-box.png"));
         auto* body = box.findChild<QPlainTextEdit*>();
         ASSERT_NE(body, nullptr);
         EXPECT_EQ(body->toPlainText().count(QLatin1Char('\n')), 1499);
