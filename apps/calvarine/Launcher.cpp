@@ -47,7 +47,7 @@ std::unique_ptr<HostWindow> Launcher::start(std::string connection)
                                  .arg(QString::fromStdString(shown(connection)), window->startFailure());
         // The window cannot be started again: it goes, whatever comes next.
         window->hide();
-        const bool again = another(text, window.get(), connection);
+        const bool again = another(text, nullptr, connection);
         window.reset();
         if (!again) {
             return nullptr;

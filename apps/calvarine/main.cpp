@@ -11,7 +11,9 @@
 #include <iostream>
 
 #include <QApplication>
+#include <QLibraryInfo>
 #include <QMessageBox>
+#include <QTranslator>
 
 #include "CommandLine.h"
 #include "FirstUse.h"
@@ -86,6 +88,12 @@ int main(int argc, char** argv)
     QApplication::setApplicationName(QStringLiteral("calvarine"));
     QApplication::setApplicationDisplayName(QStringLiteral("Calvarine"));
     QApplication::setQuitOnLastWindowClosed(false);
+    // The toolkit's own words (OK, Annuler, the file dialog) in the operator's
+    // language too; without the translations installed they stay in English.
+    QTranslator toolkitWords;
+    if (toolkitWords.load(QStringLiteral("qtbase_fr"), QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
+        QApplication::installTranslator(&toolkitWords);
+    }
 
     std::string connection;
     if (line.database) {
