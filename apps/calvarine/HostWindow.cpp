@@ -9,6 +9,7 @@
 
 #include "CommandProgressDatabase.h"
 #include "HelpViewer.h"
+#include "PrintingMenu.h"
 #include "Rights.h"
 #include "ScreenView.h"
 #include "Sibling.h"
@@ -37,6 +38,10 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
                        .arg(QString::fromStdString(m_options.user), QString::fromStdString(m_options.database)));
     m_rights = new QLabel(this);
     statusBar()->addWidget(m_rights, 1);
+    m_printing = new PrintingMenu(*this);
+    m_paperStatus = new QLabel(this);
+    m_paperStatus->setObjectName(QStringLiteral("StatutImpression"));
+    statusBar()->addWidget(m_paperStatus, 1);
     statusBar()->setSizeGripEnabled(false);
     // The screen keeps its size; the bars around it add theirs.
     m_view->setFixedSize(m_view->minimumSize());
@@ -65,8 +70,16 @@ bool HostWindow::start()
         // the operator is told why when it happens.
         try {
             // A registration the loader refuses is told once, and the installed library used.
-            auto belmontis = createBelmontis(*m_host, applicationLibraryFolders(),
+            auto sibling = createBelmontis(*m_host, applicationLibraryFolders(),
                 [this](const std::string& refusal) { m_host->reportFailure("Ctr_Belmontis1", refusal); });
+            // The operator's printing choices go with every run; what it did comes back to the status line.
+            auto belmontis = std::make_shared<HostedSibling>(
+                std::move(sibling),
+                [this] {
+                    const PaperChoice paper = m_printing->choice();
+                    return HostedSibling::Choices{paper.printer, paper.copies, paper.duplex, m_printing->preview()};
+                },
+                [this](const std::string& done) { m_paperStatus->setText(QString::fromStdString(done)); });
             if (m_options.printTo) {
                 Variant spool = m_options.printTo->string();
                 belmontis->setProperty("SpoolDirectory", spool);
@@ -111,6 +124,11 @@ QString startFailureText(const std::exception& error)
         }
     }
     return QString::fromStdString(error.what());
+}
+
+QString HostWindow::paperStatus() const
+{
+    return m_paperStatus->text();
 }
 
 void HostWindow::closeEvent(QCloseEvent* event)

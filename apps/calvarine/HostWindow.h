@@ -11,6 +11,7 @@
 #include "QtHostServices.h"
 
 class Ctr_Calvarine;
+class PrintingMenu;
 class QLabel;
 class ScreenView;
 
@@ -50,6 +51,9 @@ public:
     Ctr_Calvarine& control() const { return *m_control; }
     ScreenView& view() const { return *m_view; }
     QtHostServices& host() const { return *m_host; }
+    PrintingMenu& printing() const { return *m_printing; }
+    // The status line's part about the last paper run.
+    QString paperStatus() const;
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -62,6 +66,8 @@ private:
     ScreenView* m_view = nullptr; // child widget, deleted before the control
     QLabel* m_rights = nullptr;   // in the status bar
     QString m_startFailure;
+    PrintingMenu* m_printing = nullptr; // child object
+    QLabel* m_paperStatus = nullptr;    // in the status bar
 };
 
 // What an exception that stopped Init means for the operator: which file or

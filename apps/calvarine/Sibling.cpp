@@ -37,3 +37,45 @@ std::string preparePrintFolder(const std::filesystem::path& folder)
     }
     return {};
 }
+
+HostedSibling::HostedSibling(std::shared_ptr<LateBoundObject> sibling, std::function<Choices()> choices,
+    std::function<void(const std::string&)> tell)
+    : m_sibling(std::move(sibling))
+    , m_choices(std::move(choices))
+    , m_tell(std::move(tell))
+{
+}
+
+void HostedSibling::setProperty(std::string_view name, Variant& value)
+{
+    m_sibling->setProperty(name, value);
+}
+
+Variant HostedSibling::invoke(std::string_view name, std::vector<std::reference_wrapper<Variant>> args)
+{
+    if (name != "Editer_Bordereaux") {
+        return m_sibling->invoke(name, std::move(args));
+    }
+    const Choices choices = m_choices ? m_choices() : Choices{};
+    Variant printer = choices.printer;
+    Variant copies = static_cast<std::int32_t>(choices.copies);
+    Variant duplex = choices.duplex;
+    Variant preview = choices.preview;
+    m_sibling->setProperty("Imprimante", printer);
+    m_sibling->setProperty("Copies", copies);
+    m_sibling->setProperty("RectoVerso", duplex);
+    m_sibling->setProperty("Apercu", preview);
+    try {
+        Variant result = m_sibling->invoke(name, std::move(args));
+        const Variant done = m_sibling->invoke("Compte_Rendu", {});
+        if (const auto* text = std::get_if<std::string>(&done); text && m_tell) {
+            m_tell(*text);
+        }
+        return result;
+    } catch (const std::exception& e) {
+        if (m_tell) {
+            m_tell(std::string("Rien n'a été imprimé : ") + e.what());
+        }
+        throw;
+    }
+}

@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "shell/Components.h"
+
 class HostServices;
-class LateBoundObject;
 
 // The sibling printing control, created by its class name from the
 // application's own library folders (a per-user registration is followed only
@@ -23,3 +24,27 @@ std::vector<std::filesystem::path> applicationLibraryFolders();
 // that files can be made in it. The reason, in the system's words, when not;
 // empty when ready.
 std::string preparePrintFolder(const std::filesystem::path& folder);
+
+// The sibling as the desktop host carries it: before each paper run it hands
+// over the operator's printing choices (printer, copies, duplex, preview);
+// after it, it tells the host what the run did (the sibling's Compte_Rendu),
+// or that nothing was printed and why. Everything else passes through.
+class HostedSibling final : public LateBoundObject {
+public:
+    struct Choices {
+        std::string printer;
+        int copies = 1;
+        bool duplex = false;
+        bool preview = false;
+    };
+    HostedSibling(std::shared_ptr<LateBoundObject> sibling, std::function<Choices()> choices,
+        std::function<void(const std::string&)> tell);
+
+    void setProperty(std::string_view name, Variant& value) override;
+    Variant invoke(std::string_view name, std::vector<std::reference_wrapper<Variant>> args) override;
+
+private:
+    std::shared_ptr<LateBoundObject> m_sibling;
+    std::function<Choices()> m_choices;
+    std::function<void(const std::string&)> m_tell;
+};

@@ -3,13 +3,9 @@
 #include <iostream>
 #include <stdexcept>
 
-#include <QBuffer>
-#include <QPageLayout>
-#include <QPageSize>
-#include <QPrinter>
-#include <QPrinterInfo>
 
 #include "DataDirectory.h"
+#include "PaperLayout.h"
 #include "Spool.h"
 #include "StatementRenderer.h"
 #include "shell/HostServices.h"
@@ -32,6 +28,14 @@ std::string asString(std::string_view member, const Variant& value)
         return {};
     }
     throw wrongType(member, "a String");
+}
+
+std::int32_t asLong(std::string_view member, const Variant& value)
+{
+    if (const auto* number = std::get_if<std::int32_t>(&value)) {
+        return *number;
+    }
+    throw wrongType(member, "a Long");
 }
 
 bool asBool(std::string_view member, const Variant& value)
@@ -86,6 +90,18 @@ void Ctr_Belmontis::setProperty(std::string_view name, Variant& value)
         m_papier = asBool(name, value);
     } else if (name == "SpoolDirectory") {
         m_spool = asString(name, value);
+    } else if (name == "Imprimante") {
+        m_paper.printer = asString(name, value);
+    } else if (name == "Copies") {
+        const std::int32_t copies = asLong(name, value);
+        if (copies < 1 || copies > 999) {
+            throw std::invalid_argument("Ctr_Belmontis.Copies: expects 1 to 999 copies");
+        }
+        m_paper.copies = copies;
+    } else if (name == "RectoVerso") {
+        m_paper.duplex = asBool(name, value);
+    } else if (name == "Apercu") {
+        m_apercu = asBool(name, value);
     } else {
         throw std::invalid_argument("Ctr_Belmontis has no property " + std::string(name));
     }
@@ -93,6 +109,9 @@ void Ctr_Belmontis::setProperty(std::string_view name, Variant& value)
 
 Variant Ctr_Belmontis::invoke(std::string_view name, std::vector<std::reference_wrapper<Variant>> args)
 {
+    if (name == "Compte_Rendu" && args.empty()) {
+        return m_compteRendu;
+    }
     if (name != "Editer_Bordereaux") {
         throw std::invalid_argument("Ctr_Belmontis has no method " + std::string(name));
     }
@@ -114,48 +133,41 @@ void Ctr_Belmontis::report(const std::string& what) const
 
 void Ctr_Belmontis::Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& selection)
 {
-    // The caller reads nothing back: whatever happens is the host's to report.
-    try {
-        if (!m_base) {
-            report("aucune base d'édition (BaseEdition)");
-            return;
-        }
-        std::vector<statements::StatementData> found;
-        const std::size_t count = selection ? selection->attributeCount() : 0;
-        for (std::size_t i = 1; i <= count && i <= INT16_MAX; ++i) {
-            const auto attribute = static_cast<std::int16_t>(i);
-            const std::string organisation = selection->value(attribute, 1);
-            const std::string invoice = selection->value(attribute, 2);
-            try {
-                const auto key = statements::findStatementKey(*m_base, m_periode, m_entite, m_activite, organisation, invoice);
-                if (!key) {
-                    report("bordereau introuvable : période " + m_periode + ", entité " + m_entite + ", activité " + m_activite
-                        + ", organisme " + organisation + ", facture " + statements::trimmedRight(invoice));
-                    continue;
-                }
-                found.push_back(statements::loadStatement(*m_base, *key));
-                if (!m_libelleActivite.empty()) {
-                    found.back().activityLabel = m_libelleActivite;
-                }
-            } catch (const std::exception& e) {
-                report(e.what());
-            }
-        }
-        if (!found.empty()) {
-            print(found);
-        }
-    } catch (const std::exception& e) {
-        report(e.what());
+    m_compteRendu.clear();
+    if (!m_base) {
+        throw std::runtime_error("aucune base d'édition (BaseEdition) : rien n'a été imprimé");
     }
+    // A statement that cannot be found is told; the others are printed.
+    std::vector<statements::StatementData> found;
+    const std::size_t count = selection ? selection->attributeCount() : 0;
+    for (std::size_t i = 1; i <= count && i <= INT16_MAX; ++i) {
+        const auto attribute = static_cast<std::int16_t>(i);
+        const std::string organisation = selection->value(attribute, 1);
+        const std::string invoice = selection->value(attribute, 2);
+        try {
+            const auto key = statements::findStatementKey(*m_base, m_periode, m_entite, m_activite, organisation, invoice);
+            if (!key) {
+                report("bordereau introuvable : période " + m_periode + ", entité " + m_entite + ", activité " + m_activite
+                    + ", organisme " + organisation + ", facture " + statements::trimmedRight(invoice));
+                continue;
+            }
+            found.push_back(statements::loadStatement(*m_base, *key));
+            if (!m_libelleActivite.empty()) {
+                found.back().activityLabel = m_libelleActivite;
+            }
+        } catch (const std::exception& e) {
+            report(e.what());
+        }
+    }
+    if (found.empty()) {
+        m_compteRendu = "Aucun bordereau imprimé : aucun de ceux demandés n'a été trouvé.";
+        return;
+    }
+    print(found);
 }
 
-std::filesystem::path Ctr_Belmontis::spool(const std::vector<statements::StatementData>& found) const
+std::filesystem::path Ctr_Belmontis::spool(const QByteArray& pdf) const
 {
-    QByteArray pdf;
-    QBuffer buffer(&pdf);
-    buffer.open(QIODevice::WriteOnly);
-    statements::renderPdf(found, buffer, QString::fromStdString(jobTitle()));
-    buffer.close();
     const std::filesystem::path directory = m_spool.empty() ? components::dataDirectory() / "spool" : m_spool;
     return publishExclusively(pdf, directory, "Bordereaux_" + m_entite + m_activite + "_" + m_periode + "_");
 }
@@ -168,19 +180,23 @@ std::string Ctr_Belmontis::jobTitle() const
 void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
 {
     statements::requireGuiApplication();
-    const QPrinterInfo printerInfo = QPrinterInfo::defaultPrinter();
-    if (!m_spool.empty() || !m_papier || printerInfo.isNull()) {
-        spool(found);
+    const bool toFile = !m_spool.empty() || !m_papier;
+    // The printer is known (and reachable) before anything is shown or laid out.
+    const std::string printer = toFile ? std::string() : choosePrinter(m_paper.printer);
+    const QPageSize paper = toFile ? QPageSize(QPageSize::A4) : paperOf(printer);
+    if (m_apercu && !confirmInPreview(found, paperLayout(paper), toFile ? "Aperçu avant impression" : "Aperçu avant impression – " + printer)) {
+        throw std::runtime_error("impression annulée dans l'aperçu : rien n'a été imprimé");
+    }
+    const QByteArray pdf = layOut(found, paper, jobTitle());
+    const std::string statements = std::to_string(found.size()) + (found.size() > 1 ? " bordereaux" : " bordereau");
+    if (toFile) {
+        const auto file = spool(pdf);
+        m_compteRendu = statements + " enregistré" + (found.size() > 1 ? "s" : "") + " dans " + file.string();
         return;
     }
-    QPrinter printer(printerInfo, QPrinter::HighResolution);
-    printer.setDocName(QString::fromStdString(jobTitle()));
-    printer.setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(15, 15, 15, 12),
-        QPageLayout::Millimeter));
-    statements::render(found, printer);
-    if (printer.printerState() == QPrinter::Error) {
-        report("l'imprimante " + printerInfo.printerName().toStdString() + " a refusé le travail");
-    }
+    const SubmittedJob job = submitPdf(printer, jobTitle(), pdf, m_paper);
+    m_compteRendu = statements + " envoyé" + (found.size() > 1 ? "s" : "") + " à l'imprimante " + job.printer + " (travail n° "
+        + std::to_string(job.id) + (job.waiting ? ", en attente" : "") + ")";
 }
 
 } // namespace belmontis

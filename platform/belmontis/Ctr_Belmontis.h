@@ -9,30 +9,46 @@
 //   W_DrapeauFaux (Booleans), W_EntiteBis, W_Papier (Boolean: False asks for a
 //   file instead of paper), and the method Editer_Bordereaux(DbaDynArray), whose
 //   attributes are statements (value 1 organisation code, value 2 invoice
-//   number). Host-side member: SpoolDirectory (String): when set, every job is
-//   written there as one PDF instead of being printed.
+//   number).
+// Host-side members, set by the application that carries the control:
+//   SpoolDirectory (String): every job is written there as one PDF instead of
+//     being printed (--print-to);
+//   Imprimante (String, empty for the server's default), Copies (Long),
+//   RectoVerso (Boolean): the operator's printing choices;
+//   Apercu (Boolean): the job is first shown in a print preview, where the
+//     operator confirms or cancels (needs a QApplication);
+//   Compte_Rendu (method, no argument): what the last run did, for the host's
+//     status line ("3 bordereaux envoyés à l'imprimante X (travail n° 12)").
 //
-// Where a job goes: the spool directory when the host set one or W_Papier is
-// False; otherwise the default printer, without a dialog; with no printer at
-// all, the spool directory, by default <data directory>/spool. A spooled job is
+// Where a job goes: the spool directory when the host set one, or when
+// W_Papier is False (then <data directory>/spool unless set); otherwise the
+// chosen printer or CUPS's default destination, as one PDF job followed until
+// the queue has taken it (CupsJob.h). There is no silent fallback: with no
+// printer the run fails. A spooled job is
 // Bordereaux_<entity><letter>_<period>_<n>.pdf, n the first number free, taken
-// exclusively even against other processes (Spool.h).
+// exclusively even against other processes (Spool.h). Paper and files are laid
+// out by the same renderer, so page n of one is page n of the other on the
+// same paper size.
 //
 // An unknown member, or a value of the wrong type, throws std::invalid_argument.
-// Everything that goes wrong while printing (a statement not found, no
-// database, the printer failing) is reported to the host through
-// HostServices::reportFailure (standard error without a host) and never thrown:
-// the statements found are printed all the same. Printing needs a
+// A statement not found (or unreadable) is reported to the host through
+// HostServices::reportFailure and the others are printed all the same. A job
+// that is not printed or kept (no database, no printer, the queue refusing
+// it, the server unreachable, the spool folder unwritable, the preview
+// cancelled) throws from Editer_Bordereaux, with the printer's name and the
+// reason: the caller's own failure path runs. Printing needs a
 // QGuiApplication; use from the GUI thread.
 
 #include <filesystem>
 #include <memory>
 #include <string>
 
+#include "CupsJob.h"
 #include "StatementData.h"
 #include "shell/Components.h"
 
 class HostServices;
+class QPageLayout;
 
 namespace belmontis {
 
@@ -47,7 +63,7 @@ private:
     void Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& selection);
     void print(const std::vector<statements::StatementData>& found);
     // Writes the job as one PDF into the spool folder; its path.
-    std::filesystem::path spool(const std::vector<statements::StatementData>& found) const;
+    std::filesystem::path spool(const QByteArray& pdf) const;
     std::string jobTitle() const;
     void report(const std::string& what) const;
 
@@ -63,6 +79,9 @@ private:
     bool m_drapeauFaux = false;
     bool m_papier = true;
     std::filesystem::path m_spool;
+    PaperOptions m_paper;
+    bool m_apercu = false;
+    std::string m_compteRendu;
 };
 
 } // namespace belmontis

@@ -151,22 +151,34 @@ TEST_F(Belmontis, NotPaperGoesToTheDefaultSpool)
     EXPECT_TRUE(m_host.failures.empty());
 }
 
-TEST_F(Belmontis, FailuresGoToTheHostNotTheCaller)
+TEST_F(Belmontis, AJobNotDoneFailsToTheCallerAMissingStatementIsToldToTheHost)
 {
     auto control = create();
     spoolTo(*control, root() / "spool");
     Variant selection = std::make_shared<DbaDynArray>(entries({{"012", "F000000123"}}));
-    EXPECT_NO_THROW(control->invoke("Editer_Bordereaux", {std::ref(selection)})); // no database given
-    ASSERT_EQ(m_host.failures.size(), 1u);
-    EXPECT_EQ(m_host.failures[0].rfind("Ctr_Belmontis.Editer_Bordereaux: ", 0), 0u);
+    EXPECT_THROW(control->invoke("Editer_Bordereaux", {std::ref(selection)}), std::runtime_error); // no database given
+    EXPECT_TRUE(m_host.failures.empty());
 
     // A damaged statement is reported; the good one is printed all the same.
     edit(*control, entries({{"012", "F000000999"}, {"012", "F000000123"}}));
-    EXPECT_EQ(m_host.failures.size(), 2u);
+    EXPECT_EQ(m_host.failures.size(), 1u);
     EXPECT_EQ(filesIn(root() / "spool").size(), 1u);
-    // Nothing found: nothing spooled.
+    const Variant done = control->invoke("Compte_Rendu", {});
+    EXPECT_EQ(std::get<std::string>(done), "1 bordereau enregistré dans " + (root() / "spool" / "Bordereaux_001P_202611_1.pdf").string());
+    // Nothing found: nothing spooled, and the host hears of it.
     edit(*control, entries({{"099", "X"}}));
     EXPECT_EQ(filesIn(root() / "spool").size(), 1u);
+    EXPECT_EQ(std::get<std::string>(control->invoke("Compte_Rendu", {})).rfind("Aucun bordereau imprimé", 0), 0u);
+
+    // A spool folder that cannot be made: the run fails, naming it.
+    std::ofstream(root() / "a-file") << "x";
+    spoolTo(*control, root() / "a-file" / "spool");
+    try {
+        edit(*control, entries({{"012", "F000000123"}}));
+        ADD_FAILURE() << "a job that could not be kept must fail";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find((root() / "a-file").string()), std::string::npos) << e.what();
+    }
 }
 
 TEST_F(Belmontis, UnknownMembersAndWrongTypesThrow)
@@ -181,6 +193,9 @@ TEST_F(Belmontis, UnknownMembersAndWrongTypesThrow)
     EXPECT_THROW(control->setProperty("BaseEdition", text), std::invalid_argument);
     EXPECT_THROW(control->invoke("W_Periode", {std::ref(text)}), std::invalid_argument);
     EXPECT_THROW(control->invoke("Editer_Bordereaux", {}), std::invalid_argument);
+    Variant copies = std::int32_t{0};
+    EXPECT_THROW(control->setProperty("Copies", copies), std::invalid_argument);
+    EXPECT_THROW(control->setProperty("Copies", text), std::invalid_argument);
 }
 
 TEST_F(Belmontis, ProcessesSpoolingIntoOneFolderEachKeepTheirFiles)
@@ -216,12 +231,17 @@ TEST_F(Belmontis, ProcessesSpoolingIntoOneFolderEachKeepTheirFiles)
     }
 }
 
-TEST_F(Belmontis, ASpoolFolderThatCannotBeMadeIsReported)
+TEST_F(Belmontis, WithoutAPrintServerAPaperRunFailsAndKeepsNothingAside)
 {
     auto control = create();
-    std::ofstream(root() / "a-file") << "x";
-    spoolTo(*control, root() / "a-file" / "spool");
-    edit(*control, entries({{"012", "F000000123"}}));
-    ASSERT_EQ(m_host.failures.size(), 1u);
-    EXPECT_NE(m_host.failures[0].find((root() / "a-file").string()), std::string::npos) << m_host.failures[0];
+    setenv("CUPS_SERVER", "127.0.0.1:9", 1); // nothing listens there
+    try {
+        edit(*control, entries({{"012", "F000000123"}}));
+        ADD_FAILURE() << "a paper run with no print server must fail";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find("injoignable"), std::string::npos) << e.what();
+        EXPECT_NE(std::string(e.what()).find("127.0.0.1:9"), std::string::npos) << e.what();
+    }
+    unsetenv("CUPS_SERVER");
+    EXPECT_FALSE(fs::exists(root() / "data" / "calvarine" / "spool")) << "no silent fallback to a file";
 }

@@ -1,0 +1,47 @@
+#pragma once
+
+// The host's printing menu, beside the screen (outside the control):
+// Fichier ▸ Imprimante… chooses the printer, the number of copies and duplex,
+// remembered per user; Fichier ▸ Aperçu avant impression is a switch that makes
+// paper runs open a print preview first, where the operator confirms or
+// cancels. The sibling printing control receives these choices before each run
+// (see HostedSibling in Sibling.h).
+
+#include <string>
+
+#include <QObject>
+
+class QAction;
+class QDialog;
+class QMainWindow;
+class QMenu;
+
+struct PaperChoice {
+    std::string printer; // empty: the print server's default
+    int copies = 1;
+    bool duplex = false;
+};
+
+class PrintingMenu : public QObject {
+public:
+    // Adds the entries to the window's "Fichier" menu (made if missing).
+    explicit PrintingMenu(QMainWindow& window);
+
+    // The operator's choice, as remembered (QSettings, group "impression").
+    PaperChoice choice() const;
+    void remember(const PaperChoice& choice);
+    bool preview() const;
+
+    QAction* printerAction() const { return m_printer; }
+    QAction* previewAction() const { return m_preview; }
+
+    // Opens the printer dialog ("ChoixImprimante": combo box "Imprimante",
+    // spin box "Copies", check box "RectoVerso") and remembers what the
+    // operator accepts.
+    void choosePrinter();
+
+private:
+    QMainWindow& m_window;
+    QAction* m_printer = nullptr;
+    QAction* m_preview = nullptr;
+};

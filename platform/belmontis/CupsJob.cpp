@@ -1,0 +1,194 @@
+#include "CupsJob.h"
+
+#include <cups/cups.h>
+
+#include <QSizeF>
+#include <QString>
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <memory>
+#include <thread>
+
+namespace belmontis {
+
+namespace {
+
+// The server as the operator's administrator knows it: host and port, or socket.
+std::string serverName()
+{
+    const std::string server = cupsServer() ? cupsServer() : "localhost";
+    return server.front() == '/' ? server : server + ":" + std::to_string(ippPort());
+}
+
+// CUPS's own words for the last failure, and the server asked.
+std::string lastReason()
+{
+    const char* text = cupsLastErrorString();
+    std::string reason = text && *text ? text : ippErrorString(cupsLastError());
+    const char* keyword = ippErrorString(cupsLastError());
+    if (keyword && reason != keyword) {
+        reason += " (" + std::string(keyword) + ")";
+    }
+    return reason + " [serveur " + serverName() + "]";
+}
+
+// Why the server cannot be reached, or nothing when it can. CUPS answers "no
+// such printer" alike for a server that is down, so this is asked directly.
+std::optional<std::string> unreachable()
+{
+    http_t* http = httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1, 5000, nullptr);
+    if (http) {
+        httpClose(http);
+        return std::nullopt;
+    }
+    const char* why = cupsLastErrorString();
+    return std::string(why && *why ? why : "pas de réponse");
+}
+
+struct DestDeleter {
+    void operator()(cups_dest_t* dest) const { cupsFreeDests(1, dest); }
+};
+using Dest = std::unique_ptr<cups_dest_t, DestDeleter>;
+
+struct IppDeleter {
+    void operator()(ipp_t* ipp) const { ippDelete(ipp); }
+};
+using Ipp = std::unique_ptr<ipp_t, IppDeleter>;
+
+const char* const kNoPrinter = "aucune imprimante : le serveur d'impression n'en connaît aucune par défaut et aucune n'a été choisie. "
+                               "Choisissez une imprimante par Fichier ▸ Imprimante…, ou demandez à l'administrateur d'en installer une "
+                               "(ou de lancer calvarine avec --print-to DOSSIER pour garder les bordereaux en PDF).";
+
+// The job's state and, when it ended badly, why.
+struct JobState {
+    ipp_jstate_t state = IPP_JSTATE_PENDING;
+    std::string why;
+};
+
+JobState jobState(int id)
+{
+    char uri[HTTP_MAX_URI];
+    httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost", ippPort(), "/jobs/%d", id);
+    ipp_t* request = ippNewRequest(IPP_OP_GET_JOB_ATTRIBUTES);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "job-uri", nullptr, uri);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
+    const Ipp response(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
+    if (!response || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
+        throw PrintFailure("l'état du travail " + std::to_string(id) + " est inconnu : " + lastReason());
+    }
+    JobState result;
+    if (ipp_attribute_t* state = ippFindAttribute(response.get(), "job-state", IPP_TAG_ENUM)) {
+        result.state = static_cast<ipp_jstate_t>(ippGetInteger(state, 0));
+    }
+    if (ipp_attribute_t* message = ippFindAttribute(response.get(), "job-printer-state-message", IPP_TAG_TEXT);
+        message && ippGetString(message, 0, nullptr) && *ippGetString(message, 0, nullptr)) {
+        result.why = ippGetString(message, 0, nullptr);
+    }
+    if (ipp_attribute_t* reasons = ippFindAttribute(response.get(), "job-state-reasons", IPP_TAG_KEYWORD)) {
+        for (int i = 0; i < ippGetCount(reasons); ++i) {
+            result.why += (result.why.empty() ? "" : ", ") + std::string(ippGetString(reasons, i, nullptr));
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+std::string choosePrinter(const std::string& wanted)
+{
+    const Dest dest(cupsGetNamedDest(CUPS_HTTP_DEFAULT, wanted.empty() ? nullptr : wanted.c_str(), nullptr));
+    if (dest) {
+        return dest->name;
+    }
+    const std::string reason = lastReason();
+    if (const auto why = unreachable()) {
+        throw PrintFailure("le serveur d'impression " + serverName() + " est injoignable"
+            + (wanted.empty() ? std::string() : " (imprimante " + wanted + ")") + " : " + *why);
+    }
+    if (!wanted.empty()) {
+        throw PrintFailure("l'imprimante " + wanted + " n'existe pas sur le serveur " + serverName() + " : " + reason
+            + ". Choisissez-en une autre par Fichier ▸ Imprimante….");
+    }
+    throw PrintFailure(kNoPrinter);
+}
+
+QPageSize paperOf(const std::string& printer)
+{
+    const Dest dest(cupsGetNamedDest(CUPS_HTTP_DEFAULT, printer.c_str(), nullptr));
+    if (!dest) {
+        return QPageSize(QPageSize::A4);
+    }
+    if (cups_dinfo_t* info = cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get())) {
+        cups_size_t size{};
+        const bool known = cupsGetDestMediaDefault(CUPS_HTTP_DEFAULT, dest.get(), info, 0, &size) != 0;
+        cupsFreeDestInfo(info);
+        if (known && size.width > 0 && size.length > 0) {
+            // Hundredths of a millimetre; a standard size when it is one.
+            const QPageSize paper(QSizeF(size.width / 100.0, size.length / 100.0), QPageSize::Millimeter, QString(),
+                QPageSize::FuzzyMatch);
+            if (paper.isValid()) {
+                return paper;
+            }
+        }
+    }
+    return QPageSize(QPageSize::A4);
+}
+
+SubmittedJob submitPdf(const std::string& printer, const std::string& title, const QByteArray& pdf, const PaperOptions& options)
+{
+    auto refused = [&](const std::string& doing) {
+        return PrintFailure("l'imprimante " + printer + " a refusé le travail (" + doing + ") : " + lastReason());
+    };
+
+    cups_option_t* settings = nullptr;
+    int count = 0;
+    count = cupsAddOption("copies", std::to_string(std::max(1, options.copies)).c_str(), count, &settings);
+    count = cupsAddOption("sides", options.duplex ? "two-sided-long-edge" : "one-sided", count, &settings);
+    const int id = cupsCreateJob(CUPS_HTTP_DEFAULT, printer.c_str(), title.c_str(), count, settings);
+    cupsFreeOptions(count, settings);
+    if (id <= 0) {
+        throw refused("création");
+    }
+    auto cancel = [&] { cupsCancelJob2(CUPS_HTTP_DEFAULT, printer.c_str(), id, 0); };
+
+    if (cupsStartDocument(CUPS_HTTP_DEFAULT, printer.c_str(), id, title.c_str(), CUPS_FORMAT_PDF, 1) != HTTP_STATUS_CONTINUE) {
+        const PrintFailure failure = refused("envoi du document");
+        cancel();
+        throw failure;
+    }
+    if (cupsWriteRequestData(CUPS_HTTP_DEFAULT, pdf.constData(), static_cast<std::size_t>(pdf.size())) != HTTP_STATUS_CONTINUE) {
+        const PrintFailure failure = refused("envoi du document");
+        cupsFinishDocument(CUPS_HTTP_DEFAULT, printer.c_str());
+        cancel();
+        throw failure;
+    }
+    if (cupsFinishDocument(CUPS_HTTP_DEFAULT, printer.c_str()) > IPP_STATUS_OK_CONFLICTING) {
+        const PrintFailure failure = refused("fin du document");
+        cancel();
+        throw failure;
+    }
+
+    // The queue holds the job. Follow it a moment: a job the printer throws
+    // out at once (a backend failing, a filter missing) is not a printed one.
+    SubmittedJob job{printer, id, false};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    for (;;) {
+        const JobState state = jobState(id);
+        if (state.state == IPP_JSTATE_ABORTED || state.state == IPP_JSTATE_CANCELED) {
+            throw PrintFailure("l'imprimante " + printer + " a abandonné le travail " + std::to_string(id)
+                + (state.why.empty() ? std::string() : " : " + state.why) + " [serveur " + serverName() + "]");
+        }
+        if (state.state >= IPP_JSTATE_PROCESSING && state.state != IPP_JSTATE_STOPPED) {
+            return job;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            job.waiting = true;
+            return job;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+}
+
+} // namespace belmontis

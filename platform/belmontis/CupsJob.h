@@ -1,0 +1,47 @@
+#pragma once
+
+// Paper jobs through the CUPS server (the one CUPS_SERVER or the client
+// configuration names): the printer to use, its paper, and a PDF job submitted
+// and followed until the queue has taken it.
+
+#include <stdexcept>
+#include <string>
+
+#include <QByteArray>
+#include <QPageSize>
+
+namespace belmontis {
+
+// A paper job that was not taken: the message names the printer (or says
+// there is none), the server, and CUPS's reason.
+class PrintFailure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct PaperOptions {
+    std::string printer; // empty: the default destination
+    int copies = 1;
+    bool duplex = false; // both sides, bound on the long edge
+};
+
+struct SubmittedJob {
+    std::string printer;
+    int id = 0;
+    bool waiting = false; // taken by the queue, not yet started (printer stopped or busy)
+};
+
+// The printer wanted, checked to exist, or the default destination. Throws
+// PrintFailure when the server cannot be reached, the printer does not exist,
+// or there is no printer at all.
+std::string choosePrinter(const std::string& wanted);
+
+// The printer's default paper; A4 when it does not say.
+QPageSize paperOf(const std::string& printer);
+
+// Submits pdf as one job named title and follows it until the queue holds it
+// (pending, printing or done). Throws PrintFailure when the queue refuses it,
+// the server goes away, or the job is aborted or cancelled right away.
+SubmittedJob submitPdf(const std::string& printer, const std::string& title, const QByteArray& pdf, const PaperOptions& options);
+
+} // namespace belmontis

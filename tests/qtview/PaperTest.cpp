@@ -1,0 +1,319 @@
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialog>
+#include <QLineEdit>
+#include <QListView>
+#include <QProcess>
+#include <QPrintPreviewWidget>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSettings>
+#include <QSpinBox>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include "HostWindow.h"
+#include "PrintingMenu.h"
+#include "Rights.h"
+#include "ScreenView.h"
+#include "Store.h"
+#include "TestHost.h"
+#include "shell/Ctr_Calvarine.h"
+#include "shell/Variable.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kCups = CALVARINE_CUPS_DIR;
+
+std::string readFile(const fs::path& file)
+{
+    std::ifstream in(file);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Runs a CUPS administration command against the private server.
+void cupsCommand(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    ASSERT_TRUE(process.waitForFinished(30000));
+    ASSERT_EQ(process.exitCode(), 0) << program.toStdString() << ": " << process.readAll().toStdString();
+}
+
+// The text of a PDF as pdftotext gives it.
+std::string pdfText(const fs::path& pdf)
+{
+    QProcess process;
+    process.start(QStringLiteral("pdftotext"), {QString::fromStdString(pdf.string()), QStringLiteral("-")});
+    process.waitForFinished(30000);
+    return process.readAllStandardOutput().toStdString();
+}
+
+// Answers the next modal dialog of that name as answer says, once it shows.
+void answerDialog(const QString& name, std::function<void(QDialog&)> answer)
+{
+    auto* timer = new QTimer(qApp);
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, name, answer] {
+        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (dialog && dialog->objectName() == name) {
+            timer->deleteLater();
+            timer->stop();
+            answer(*dialog);
+        }
+    });
+    timer->start(10);
+}
+
+// An operator at the window, printing on paper through a private CUPS server
+// (scripts/cups-server, started by the ctest fixture) whose default queue
+// keeps every job it is given as out/job-<id>.pdf.
+class PaperTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (fs::exists(kCups / "unavailable")) {
+            GTEST_SKIP() << "no CUPS server for the paper tests: " << readFile(kCups / "unavailable");
+        }
+        ASSERT_TRUE(fs::exists(kCups / "server")) << "the cups_server fixture did not run";
+        server = QString::fromStdString(readFile(kCups / "server")).trimmed();
+        qputenv("CUPS_SERVER", server.toUtf8());
+        qputenv("XDG_DATA_HOME", QFile::encodeName(dir.path()));
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path() + QStringLiteral("/config"));
+
+        store = store::Store::open(root() / "calvarine.db");
+        std::ifstream fixture(CALVARINE_TEST_FIXTURES "/statements.jsonl");
+        store->importJsonLines(fixture, "statements.jsonl");
+        store->write("DROITS", DatabaseRights::key("operateur", "CALVARINE"), "2");
+        window = std::make_unique<HostWindow>(store, HostWindow::Options{"operateur", std::nullopt, "calvarine.db"},
+            [this](QtHostServices::Setup setup) {
+                auto made = std::make_unique<TestHost>(std::move(setup));
+                host = made.get();
+                return made;
+            });
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        ASSERT_TRUE(window->start());
+        ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    }
+
+    void TearDown() override
+    {
+        window.reset();
+        Variable::AideEnLigne.reset();
+        qunsetenv("CUPS_SERVER");
+    }
+
+    fs::path root() const { return dir.path().toStdString(); }
+    Control& control(const char* name) { return window->control().Controls().get(name); }
+    template <class W>
+    W* widget(const char* name) { return qobject_cast<W*>(window->view().widget(name)); }
+
+    // Entity 001, activity P, then the third and the first statement, in that order.
+    std::vector<std::string> selectTwoStatements()
+    {
+        auto* code = widget<QLineEdit>("Txt_Entite");
+        code->setFocus();
+        QTest::keyClicks(code, "001");
+        QTest::mouseClick(widget<QRadioButton>("Opt_Prest"), Qt::LeftButton);
+        auto* possible = widget<QListView>("Lst_OrgaPos");
+        for (int row : {2, 0}) {
+            QTest::mouseDClick(possible->viewport(), Qt::LeftButton, Qt::NoModifier,
+                possible->visualRect(possible->model()->index(row, 0)).center());
+        }
+        std::vector<std::string> invoices;
+        Control& codes = control("Lst_CodeOrgaSel");
+        for (std::int16_t i = 0; i < codes.listCount(); ++i) {
+            std::string invoice = codes.list(i).substr(4, 10);
+            invoice.erase(invoice.find_last_not_of(' ') + 1);
+            invoices.push_back(invoice);
+        }
+        EXPECT_EQ(invoices.size(), 2u);
+        return invoices;
+    }
+
+    void printOnPaper()
+    {
+        QTest::mouseClick(widget<QRadioButton>("Opt_Papier"), Qt::LeftButton);
+        QTest::mouseClick(widget<QPushButton>("Cmd_Imprimer"), Qt::LeftButton);
+    }
+
+    // The jobs the queue has written, by name.
+    static std::vector<std::string> jobs()
+    {
+        std::vector<std::string> names;
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(kCups / "out", error)) {
+            if (entry.path().extension() == ".pdf") {
+                names.push_back(entry.path().filename().string());
+            }
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    // The job id the status line names, once the queue's backend has written it.
+    fs::path printedJob()
+    {
+        const QString status = window->paperStatus();
+        const auto at = status.indexOf(QStringLiteral("travail n° "));
+        EXPECT_GE(at, 0) << status.toStdString();
+        const int id = status.mid(at + 11).section(QLatin1Char(')'), 0, 0).section(QLatin1Char(','), 0, 0).toInt();
+        const fs::path job = kCups / "out" / ("job-" + std::to_string(id) + ".pdf");
+        for (int i = 0; i < 100 && !fs::exists(job); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return job;
+    }
+
+    void expectRefused(const std::vector<std::string>& jobsBefore, const std::string& reason)
+    {
+        ASSERT_FALSE(host->boxes.empty()) << "the failure reaches the operator";
+        const std::string text = host->boxes.back().text;
+        EXPECT_NE(text.find(reason), std::string::npos) << text;
+        EXPECT_EQ(host->boxes.back().icon, QMessageBox::Critical);
+        EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("Rien n'a été imprimé"))) << window->paperStatus().toStdString();
+        // Nothing printed, nothing kept elsewhere, and the selection is still there to print again.
+        EXPECT_EQ(jobs(), jobsBefore);
+        EXPECT_FALSE(fs::exists(root() / "calvarine" / "spool"));
+        EXPECT_EQ(control("Lst_CodeOrgaSel").listCount(), 2);
+        host->boxes.clear();
+    }
+
+    QTemporaryDir dir;
+    QString server;
+    std::shared_ptr<store::Store> store;
+    TestHost* host = nullptr;
+    std::unique_ptr<HostWindow> window;
+};
+
+TEST_F(PaperTest, ARunIsOneJobOnTheDefaultQueueWithTheStatementsInTheSelectionsOrder)
+{
+    const auto invoices = selectTwoStatements();
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("2 bordereaux envoyés à l'imprimante calvarine-pdf (travail n° ")))
+        << window->paperStatus().toStdString();
+    const fs::path job = printedJob();
+    ASSERT_TRUE(fs::exists(job)) << job;
+    const std::string text = pdfText(job);
+    const auto first = text.find(invoices[0]);
+    const auto second = text.find(invoices[1]);
+    ASSERT_NE(first, std::string::npos) << text;
+    ASSERT_NE(second, std::string::npos) << text;
+    EXPECT_LT(first, second) << "the statements come in the order of the selection";
+    EXPECT_NE(text.find("DUPLICATA"), std::string::npos);
+    // The screen is reset after a run that went through.
+    EXPECT_EQ(control("Lst_CodeOrgaSel").listCount(), 0);
+    EXPECT_FALSE(fs::exists(root() / "calvarine" / "spool")) << "nothing kept beside the printer";
+}
+
+TEST_F(PaperTest, ThePrinterChoiceIsRememberedAndGoesWithTheJob)
+{
+    answerDialog(QStringLiteral("ChoixImprimante"), [](QDialog& dialog) {
+        auto* printer = dialog.findChild<QComboBox*>(QStringLiteral("Imprimante"));
+        ASSERT_NE(printer, nullptr);
+        const int index = printer->findData(QStringLiteral("calvarine-pdf"));
+        ASSERT_GE(index, 0) << "the printers of the server are offered";
+        printer->setCurrentIndex(index);
+        dialog.findChild<QSpinBox*>(QStringLiteral("Copies"))->setValue(2);
+        dialog.findChild<QCheckBox*>(QStringLiteral("RectoVerso"))->setChecked(true);
+        dialog.accept();
+    });
+    window->printing().printerAction()->trigger();
+    const PaperChoice remembered = PrintingMenu(*window).choice();
+    EXPECT_EQ(remembered.printer, "calvarine-pdf");
+    EXPECT_EQ(remembered.copies, 2);
+    EXPECT_TRUE(remembered.duplex);
+
+    // Cancelling the dialog keeps what was chosen.
+    answerDialog(QStringLiteral("ChoixImprimante"), [](QDialog& dialog) {
+        dialog.findChild<QSpinBox*>(QStringLiteral("Copies"))->setValue(7);
+        dialog.reject();
+    });
+    window->printing().printerAction()->trigger();
+    EXPECT_EQ(window->printing().choice().copies, 2);
+
+    selectTwoStatements();
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    const fs::path job = printedJob();
+    ASSERT_TRUE(fs::exists(job));
+    const std::string options = readFile(fs::path(job).replace_extension(".options"));
+    EXPECT_NE(options.find("copies=2"), std::string::npos) << options;
+    EXPECT_NE(options.find("sides=two-sided-long-edge"), std::string::npos) << options;
+}
+
+TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
+{
+    window->printing().previewAction()->setChecked(true);
+    selectTwoStatements();
+    const auto before = jobs();
+
+    int pages = 0;
+    answerDialog(QStringLiteral("ApercuAvantImpression"), [&pages](QDialog& dialog) {
+        auto* preview = dialog.findChild<QPrintPreviewWidget*>();
+        pages = preview ? preview->pageCount() : -1;
+        dialog.reject();
+    });
+    printOnPaper();
+    EXPECT_EQ(pages, 2) << "one page per statement";
+    expectRefused(before, "impression annulée");
+
+    answerDialog(QStringLiteral("ApercuAvantImpression"), [](QDialog& dialog) { dialog.accept(); });
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    EXPECT_TRUE(fs::exists(printedJob()));
+    EXPECT_EQ(control("Lst_CodeOrgaSel").listCount(), 0);
+}
+
+TEST_F(PaperTest, AJobNotTakenReachesTheOperatorWithTheReasonAndNothingIsLost)
+{
+    selectTwoStatements();
+    const auto before = jobs();
+    const QString queue = QStringLiteral("calvarine-pdf");
+
+    // The queue refuses jobs.
+    cupsCommand(QStringLiteral("cupsreject"), {QStringLiteral("-r"), QStringLiteral("maintenance"), queue});
+    printOnPaper();
+    expectRefused(before, "calvarine-pdf");
+    cupsCommand(QStringLiteral("cupsaccept"), {queue});
+
+    // A chosen printer that is gone.
+    window->printing().remember({"imprimante-partie", 1, false});
+    printOnPaper();
+    expectRefused(before, "imprimante-partie n'existe pas");
+    window->printing().remember({});
+
+    // No printer at all.
+    cupsCommand(QStringLiteral("lpadmin"), {QStringLiteral("-x"), queue});
+    printOnPaper();
+    expectRefused(before, "aucune imprimante");
+
+    // The server stopped.
+    const pid_t pid = std::stoi(readFile(kCups / "cupsd.pid"));
+    ASSERT_EQ(kill(pid, SIGTERM), 0);
+    for (int i = 0; i < 100 && kill(pid, 0) == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    printOnPaper();
+    expectRefused(before, "injoignable");
+
+    // Back as it was for whatever runs next.
+    cupsCommand(QStringLiteral(CALVARINE_CUPS_SCRIPT), {QStringLiteral("start"), QString::fromStdString(kCups.string())});
+}
+
+} // namespace
