@@ -94,7 +94,7 @@ protected:
         qputenv("XDG_DATA_HOME", QFile::encodeName(dir.path()));
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path() + QStringLiteral("/config"));
 
-        store = store::Store::open(root() / "calvarine.db");
+        store = store::Store::create(root() / "calvarine.db");
         std::ifstream fixture(CALVARINE_TEST_FIXTURES "/statements.jsonl");
         store->importJsonLines(fixture, "statements.jsonl");
         store->write("DROITS", DatabaseRights::key("operateur", "CALVARINE"), "2");
