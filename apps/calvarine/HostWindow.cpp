@@ -26,8 +26,9 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
     // that handler has returned.
     setup.unloadForm = [this] { QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection); };
     setup.createHelp = [this] { return std::make_shared<help::HelpViewer>(help::HelpViewer::defaultSearchPath(), this); };
-    // On a server the files are made where the workers run: offered only if that folder is here too.
-    setup.fusionDirectory = [this] { return m_store->fusionDirectory(); };
+    // On a server the files are made where the workers run, which may be another
+    // machine: only a database file's FUSION is surely this one's.
+    setup.fusionDirectory = [this] { return m_store->path().empty() ? std::filesystem::path() : m_store->fusionDirectory(); };
     m_host = makeHost ? makeHost(std::move(setup)) : std::make_unique<QtHostServices>(std::move(setup));
     m_host->setDialogParent(this);
 
