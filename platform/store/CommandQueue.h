@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "Store.h"
+
 namespace store {
 
 // A server command taken from the queue by a worker.
@@ -21,6 +23,7 @@ struct QueuedCommand {
     std::string sentence;
     std::string user;
     std::string session;
+    std::chrono::seconds lease{60}; // renewed while the command runs
 };
 
 // The outcome of a queued command, as the worker left it.
@@ -39,16 +42,22 @@ public:
     // Queues a command and returns its number; an empty session is the
     // connection's own.
     virtual std::int64_t enqueue(std::string_view sentence, std::string_view user, std::string_view session) = 0;
-    // Waits until the command is done; nullopt when the time ran out (the command
-    // is then withdrawn if no worker has taken it yet).
-    virtual std::optional<CommandOutcome> await(std::int64_t id, std::chrono::milliseconds timeout) = 0;
+    // Waits until the command is done, calling progress as its worker reports.
+    // While a worker runs it the wait has no end (the worker renews its lease);
+    // when no worker has had it for timeout, the command is withdrawn (never run
+    // later) and the outcome is a failure that says whether the workers were busy
+    // or absent.
+    virtual CommandOutcome await(std::int64_t id, std::chrono::milliseconds timeout, const CommandProgress& progress) = 0;
     // Takes the oldest waiting command, or one whose worker's lease ran out.
     virtual std::optional<QueuedCommand> claim(std::string_view worker, std::chrono::seconds lease) = 0;
     // Runs work (the command) and records its outcome in one transaction, so the
-    // command's records and its completion commit together. Gives false, undoing
-    // work, when the claim is no longer this worker's (its lease ran out and
-    // another took the command).
-    virtual bool complete(const QueuedCommand& command, const std::function<CommandOutcome()>& work) = 0;
+    // command's records and its completion commit together. While work runs the
+    // lease is renewed, and what work reports through the progress it is given
+    // reaches the waiting client; that progress throws once the command is no
+    // longer this worker's. Gives false, undoing work, when the claim is no longer
+    // this worker's (withdrawn, or taken by another after this worker froze).
+    using Work = std::function<CommandOutcome(const CommandProgress& progress)>;
+    virtual bool complete(const QueuedCommand& command, const Work& work) = 0;
     // Waits until a command may be waiting (a notification) or the time runs out.
     virtual void waitForCommands(std::chrono::milliseconds timeout) = 0;
 };

@@ -33,7 +33,7 @@ PgEngine::PgEngine(std::string_view url)
     });
     setUpSchema();
     m_db->listen(pg::kChangesChannel, [this](std::string_view payload) { noticeChange(payload); });
-    m_queue = std::make_unique<PgCommandQueue>(*m_db, m_schema, [this] { return session(); });
+    m_queue = std::make_unique<PgCommandQueue>(*m_db, std::string(url), m_schema, [this] { return session(); });
 }
 
 PgEngine::~PgEngine() = default;

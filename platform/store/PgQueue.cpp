@@ -1,6 +1,10 @@
 #include "PgQueue.h"
 
+#include <atomic>
+#include <condition_variable>
 #include <libpq-fe.h>
+#include <mutex>
+#include <thread>
 
 #include "PgSchema.h"
 #include "database/DbaError.h"
@@ -9,12 +13,134 @@ namespace store {
 
 using pg::cell;
 using pg::kCommandTable;
+using namespace std::chrono_literals;
 
-PgCommandQueue::PgCommandQueue(pg::Connection& db, std::string schema, std::function<std::string()> session)
+namespace {
+
+// A command whose client has not been seen for this long is withdrawn.
+constexpr const char* kClientGone = "30 seconds";
+// How often a waiting client looks at its command (progress included).
+constexpr auto kClientPoll = 250ms;
+// Progress reaches the row at most this often.
+constexpr auto kProgressEvery = 250ms;
+
+std::string text(int value)
+{
+    return std::to_string(value);
+}
+
+// While a worker runs a command: renews its lease every third of it and writes
+// its progress, on a connection of its own, from a thread of its own (the
+// command's transaction holds the main connection).
+class Heartbeat {
+public:
+    Heartbeat(pg::Connection& side, const QueuedCommand& command)
+        : m_side(side)
+        , m_id(std::to_string(command.id))
+        , m_attempt(std::to_string(command.attempt))
+        , m_lease(std::to_string(command.lease.count()))
+        , m_every(std::chrono::duration_cast<std::chrono::milliseconds>(command.lease) / 3)
+        , m_thread([this] { beat(); })
+    {
+    }
+    ~Heartbeat()
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_stop = true;
+        }
+        m_wake.notify_one();
+        m_thread.join();
+    }
+    Heartbeat(const Heartbeat&) = delete;
+    Heartbeat& operator=(const Heartbeat&) = delete;
+
+    void report(int done, int total)
+    {
+        if (m_lost) {
+            throw DbaError(DbaError::Kind::CommandFailed, "command " + m_id, "withdrawn: its client stopped waiting, or another worker took it");
+        }
+        {
+            const std::lock_guard lock(m_mutex);
+            m_done = done;
+            m_total = total;
+            m_changed = true;
+        }
+        m_wake.notify_one();
+    }
+    std::pair<int, int> progress()
+    {
+        const std::lock_guard lock(m_mutex);
+        return {m_done, m_total};
+    }
+
+private:
+    void beat()
+    {
+        auto renewAt = std::chrono::steady_clock::now() + m_every;
+        auto wroteAt = std::chrono::steady_clock::now() - kProgressEvery;
+        std::unique_lock lock(m_mutex);
+        while (!m_stop) {
+            const auto due = m_changed ? std::min(renewAt, wroteAt + kProgressEvery) : renewAt;
+            m_wake.wait_until(lock, due, [&] { return m_stop || (m_changed && std::chrono::steady_clock::now() >= wroteAt + kProgressEvery); });
+            const auto now = std::chrono::steady_clock::now();
+            if (m_stop || (now < renewAt && !(m_changed && now >= wroteAt + kProgressEvery))) {
+                continue;
+            }
+            const std::string done = text(m_done);
+            const std::string total = text(m_total);
+            m_changed = false;
+            lock.unlock();
+            try {
+                auto renewed = m_side.run(std::string("UPDATE ") + kCommandTable
+                        + " SET lease_until = clock_timestamp() + make_interval(secs => $3::text::integer), "
+                          "progress_done = NULLIF($4::text::integer, -1), progress_total = NULLIF($5::text::integer, -1) "
+                          "WHERE id = $1::text::bigint AND attempt = $2::text::integer AND state = 'running' RETURNING 1",
+                    {m_id, m_attempt, m_lease, done, total}, "renew the lease of command " + m_id);
+                m_lost = m_lost || pg::rowCount(renewed.get()) == 0;
+            } catch (const std::exception&) {
+                // The server is out of reach: the lease may run out, and the
+                // completion will then find the command taken.
+            }
+            lock.lock();
+            wroteAt = renewAt = std::chrono::steady_clock::now();
+            renewAt += m_every;
+        }
+    }
+
+    pg::Connection& m_side;
+    const std::string m_id;
+    const std::string m_attempt;
+    const std::string m_lease;
+    const std::chrono::milliseconds m_every;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_stop = false;
+    bool m_changed = false;
+    int m_done = -1;
+    int m_total = -1;
+    std::atomic<bool> m_lost = false;
+    std::thread m_thread; // last: starts once the rest is set
+};
+
+struct ClaimLost {};
+
+} // namespace
+
+PgCommandQueue::PgCommandQueue(pg::Connection& db, std::string url, std::string schema, std::function<std::string()> session)
     : m_db(db)
+    , m_url(std::move(url))
     , m_schema(std::move(schema))
     , m_session(std::move(session))
 {
+}
+
+PgCommandQueue::~PgCommandQueue() = default;
+
+const char* PgCommandQueue::currentCheck()
+{
+    return "SELECT EXISTS(SELECT 1 FROM information_schema.columns WHERE table_schema = current_schema() "
+           "AND table_name = 'calvarine#commands' AND column_name = 'client_seen')";
 }
 
 void PgCommandQueue::createTables(pg::Connection& db)
@@ -22,19 +148,23 @@ void PgCommandQueue::createTables(pg::Connection& db)
     // The queue of server commands. A running command belongs to its worker
     // until lease_until; attempt counts the claims, so a worker whose lease ran
     // out cannot mark done a command that another has taken since.
-    db.runCommand(R"(CREATE TABLE "calvarine#commands"(id bigserial PRIMARY KEY, sentence bytea NOT NULL,
+    db.runCommand(R"(CREATE TABLE IF NOT EXISTS "calvarine#commands"(id bigserial PRIMARY KEY, sentence bytea NOT NULL,
   username text NOT NULL, session text NOT NULL, state text NOT NULL DEFAULT 'queued',
   attempt integer NOT NULL DEFAULT 0, worker text, lease_until timestamptz, message text,
   queued_at timestamptz NOT NULL DEFAULT now(), done_at timestamptz))",
         "schema");
-    db.runCommand(R"(CREATE INDEX "calvarine#commands#waiting" ON "calvarine#commands"(id)
+    // Added since the first version: who still waits, and how far the command got.
+    db.runCommand(R"(ALTER TABLE "calvarine#commands" ADD COLUMN IF NOT EXISTS client_seen timestamptz,
+  ADD COLUMN IF NOT EXISTS progress_done integer, ADD COLUMN IF NOT EXISTS progress_total integer)",
+        "schema");
+    db.runCommand(R"(CREATE INDEX IF NOT EXISTS "calvarine#commands#waiting" ON "calvarine#commands"(id)
   WHERE state IN ('queued', 'running'))",
         "schema");
     db.runCommand(R"(CREATE OR REPLACE FUNCTION "calvarine#queued"() RETURNS trigger LANGUAGE plpgsql AS $f$
 BEGIN
   IF NEW.state = 'queued' THEN
     PERFORM pg_notify('calvarine_queue', TG_TABLE_SCHEMA);
-  ELSIF NEW.state IN ('done', 'failed') THEN
+  ELSIF NEW.state IN ('done', 'failed', 'withdrawn') THEN
     PERFORM pg_notify('calvarine_done', TG_TABLE_SCHEMA || '.' || NEW.id);
   END IF;
   RETURN NULL;
@@ -45,48 +175,92 @@ END $f$)",
         "schema");
 }
 
+
 std::int64_t PgCommandQueue::enqueue(std::string_view sentence, std::string_view user, std::string_view session)
 {
     const std::string scope = session.empty() ? m_session() : std::string(session);
-    auto result = m_db.runPrepared(std::string("INSERT INTO ") + kCommandTable + "(sentence, username, session) VALUES($1::bytea, $2::text, $3::text) "
-            + "RETURNING id::text",
+    auto result = m_db.runPrepared(std::string("INSERT INTO ") + kCommandTable
+            + "(sentence, username, session, client_seen) VALUES($1::bytea, $2::text, $3::text, clock_timestamp()) RETURNING id::text",
         {sentence, user, scope}, "Execute P");
     return std::stoll(std::string(cell(result.get(), 0, 0)));
 }
 
-std::optional<CommandOutcome> PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds timeout)
+CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds timeout, const CommandProgress& progress)
 {
     m_db.listen(pg::kDoneChannel, [this](std::string_view payload) { m_doneSignal = m_doneSignal || payload.starts_with(m_schema); });
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
     const std::string number = std::to_string(id);
+    // The time since a worker last held the command.
+    auto held = std::chrono::steady_clock::now();
+    std::pair<std::string, std::string> shown{"", ""};
     while (true) {
         m_doneSignal = false;
-        auto state = m_db.runPrepared(std::string("SELECT state, coalesce(message, '') FROM ") + kCommandTable + " WHERE id = $1::text::bigint",
+        // Looking is also saying that the client still waits.
+        auto state = m_db.runPrepared(std::string("UPDATE ") + kCommandTable
+                + " SET client_seen = clock_timestamp() WHERE id = $1::text::bigint RETURNING state, coalesce(message, ''), "
+                  "coalesce(progress_done::text, ''), coalesce(progress_total::text, ''), "
+                  "(state = 'running' AND lease_until > clock_timestamp())::text",
             {number}, "Execute P");
         if (PQntuples(state.get()) == 0) {
-            throw DbaError(DbaError::Kind::CommandFailed, "Execute P", "the command " + number + " left the queue");
+            return {false, "the command " + number + " left the queue"};
         }
         const auto status = cell(state.get(), 0, 0);
+        const std::pair<std::string, std::string> reported{std::string(cell(state.get(), 0, 2)), std::string(cell(state.get(), 0, 3))};
+        if (progress && reported != shown && !reported.first.empty() && !reported.second.empty()) {
+            shown = reported;
+            progress(std::stoi(reported.first), std::stoi(reported.second));
+        }
         if (status == "done" || status == "failed") {
-            return CommandOutcome{status == "done", std::string(cell(state.get(), 0, 1))};
+            return {status == "done", std::string(cell(state.get(), 0, 1))};
         }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            // Withdrawn unless a worker has it: a late run would leave records
-            // nobody waits for.
-            m_db.run(std::string("UPDATE ") + kCommandTable + " SET state = 'abandoned', done_at = now() WHERE id = $1::text::bigint AND state = 'queued'",
-                {number}, "Execute P");
-            return std::nullopt;
+        if (status == "withdrawn") {
+            return {false, "the command was withdrawn: " + std::string(cell(state.get(), 0, 1))};
         }
-        // Woken by a notification, or every second to be safe.
-        const auto slice = std::min(deadline, std::chrono::steady_clock::now() + std::chrono::seconds(1));
+        const auto now = std::chrono::steady_clock::now();
+        if (cell(state.get(), 0, 4) == "true") {
+            held = now;
+        } else if (now - held >= timeout) {
+            auto outcome = withdraw(number, timeout);
+            if (!outcome.message.empty()) {
+                return outcome;
+            }
+            continue; // done or taken meanwhile: look again
+        }
+        const auto slice = std::chrono::steady_clock::now() + kClientPoll;
         while (!m_doneSignal && m_db.waitForInput(slice)) {
             m_db.drainNotifications();
         }
     }
 }
 
+CommandOutcome PgCommandQueue::withdraw(const std::string& number, std::chrono::milliseconds timeout)
+{
+    const std::string seconds = std::to_string(std::chrono::duration_cast<std::chrono::seconds>(timeout).count());
+    auto busy = m_db.run(std::string("SELECT count(DISTINCT worker)::text FROM ") + kCommandTable
+            + " WHERE state = 'running' AND lease_until > clock_timestamp() AND id <> $1::text::bigint",
+        {number}, "Execute P");
+    const std::string workers(cell(busy.get(), 0, 0));
+    const std::string reason = workers == "0"
+        ? "no worker is running (is calvarine-server started?); the command was withdrawn after " + seconds + " s"
+        : workers + (workers == "1" ? " worker was" : " workers were") + " busy with other commands for " + seconds
+            + " s; the command was withdrawn, try again later";
+    // Withdrawn only if no worker holds it now: one that took it meanwhile finishes it.
+    auto withdrawn = m_db.run(std::string("UPDATE ") + kCommandTable
+            + " SET state = 'withdrawn', message = 'its client stopped waiting', done_at = now() WHERE id = $1::text::bigint "
+              "AND (state = 'queued' OR (state = 'running' AND lease_until <= clock_timestamp())) RETURNING 1",
+        {number}, "Execute P");
+    if (PQntuples(withdrawn.get()) == 0) {
+        return {false, {}};
+    }
+    return {false, reason};
+}
+
 std::optional<QueuedCommand> PgCommandQueue::claim(std::string_view worker, std::chrono::seconds lease)
 {
+    // Commands whose client went away unseen are nobody's to run.
+    m_db.runPrepared(std::string("UPDATE ") + kCommandTable + " SET state = 'withdrawn', message = 'its client stopped waiting', done_at = now() "
+            + "WHERE state IN ('queued', 'running') AND client_seen < clock_timestamp() - interval '" + kClientGone + "' "
+            + "AND (state = 'queued' OR lease_until < clock_timestamp())",
+        {}, "claim a command");
     const std::string seconds = std::to_string(lease.count());
     auto result = m_db.runPrepared(std::string("UPDATE ") + kCommandTable
             + " SET state = 'running', attempt = attempt + 1, worker = $1::text, "
@@ -106,24 +280,34 @@ std::optional<QueuedCommand> PgCommandQueue::claim(std::string_view worker, std:
     command.sentence = std::string(cell(result.get(), 0, 2));
     command.user = std::string(cell(result.get(), 0, 3));
     command.session = std::string(cell(result.get(), 0, 4));
+    command.lease = lease;
     return command;
 }
 
-namespace {
-struct ClaimLost {};
-} // namespace
-
-bool PgCommandQueue::complete(const QueuedCommand& command, const std::function<CommandOutcome()>& work)
+bool PgCommandQueue::complete(const QueuedCommand& command, const Work& work)
 {
+    if (!m_side) {
+        m_side = std::make_unique<pg::Connection>(m_url);
+    }
     try {
         m_db.transaction([&] {
-            const auto outcome = work();
+            CommandOutcome outcome;
+            std::pair<int, int> last;
+            {
+                // Stopped before the row is marked: its renewal would wait for the
+                // row's lock, which this transaction then holds.
+                Heartbeat heartbeat(*m_side, command);
+                outcome = work([&](int done, int total) { heartbeat.report(done, total); });
+                last = heartbeat.progress();
+            }
+            const auto [done, total] = last;
             const std::string id = std::to_string(command.id);
             const std::string attempt = std::to_string(command.attempt);
             auto marked = m_db.runPrepared(std::string("UPDATE ") + kCommandTable
-                    + " SET state = $3::text, message = $4::text, done_at = now(), lease_until = NULL "
+                    + " SET state = $3::text, message = $4::text, done_at = now(), lease_until = NULL, "
+                      "progress_done = NULLIF($5::text::integer, -1), progress_total = NULLIF($6::text::integer, -1) "
                       "WHERE id = $1::text::bigint AND attempt = $2::text::integer AND state = 'running' RETURNING id",
-                {id, attempt, outcome.succeeded ? "done" : "failed", outcome.message}, "complete command " + id);
+                {id, attempt, outcome.succeeded ? "done" : "failed", outcome.message, text(done), text(total)}, "complete command " + id);
             if (PQntuples(marked.get()) == 0) {
                 throw ClaimLost{};
             }
@@ -146,4 +330,3 @@ void PgCommandQueue::waitForCommands(std::chrono::milliseconds timeout)
 }
 
 } // namespace store
-

@@ -3,9 +3,16 @@
 // The command queue on PostgreSQL: the table "calvarine#commands", shared by
 // the workstations that queue commands and the calvarine-server workers that
 // run them. It works on the engine's connection, so that a command's records
-// and its completion commit in one transaction. Internal to the store.
+// and its completion commit in one transaction; while a command runs, a second
+// connection of the worker renews its lease and publishes its progress, which
+// the waiting client reads. Internal to the store.
+//
+// A command's life: queued -> running (a worker's claim, renewed while it
+// works) -> done or failed; or withdrawn, when its client stopped waiting
+// (timed out, or no longer seen for kClientGone), after which no worker takes it.
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "CommandQueue.h"
@@ -15,22 +22,31 @@ namespace store {
 
 class PgCommandQueue final : public CommandQueue {
 public:
-    // session gives the connection's session, for commands queued without one.
-    PgCommandQueue(pg::Connection& db, std::string schema, std::function<std::string()> session);
+    // url opens the worker's second connection; session gives the connection's
+    // session, for commands queued without one.
+    PgCommandQueue(pg::Connection& db, std::string url, std::string schema, std::function<std::string()> session);
+    ~PgCommandQueue() override;
 
-    // Creates the queue's table, trigger and index (inside the schema's transaction).
+    // Creates or completes the queue's table, trigger and index (inside the
+    // schema's transaction).
     static void createTables(pg::Connection& db);
+    // Whether the queue's table is as this version needs it.
+    static const char* currentCheck();
 
     std::int64_t enqueue(std::string_view sentence, std::string_view user, std::string_view session) override;
-    std::optional<CommandOutcome> await(std::int64_t id, std::chrono::milliseconds timeout) override;
+    CommandOutcome await(std::int64_t id, std::chrono::milliseconds timeout, const CommandProgress& progress) override;
     std::optional<QueuedCommand> claim(std::string_view worker, std::chrono::seconds lease) override;
-    bool complete(const QueuedCommand& command, const std::function<CommandOutcome()>& work) override;
+    bool complete(const QueuedCommand& command, const Work& work) override;
     void waitForCommands(std::chrono::milliseconds timeout) override;
 
 private:
+    CommandOutcome withdraw(const std::string& number, std::chrono::milliseconds timeout);
+
     pg::Connection& m_db;
+    std::string m_url;
     std::string m_schema;
     std::function<std::string()> m_session;
+    std::unique_ptr<pg::Connection> m_side; // the lease and progress of a running command
     bool m_queueSignal = false;
     bool m_doneSignal = false;
 };

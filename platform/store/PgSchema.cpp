@@ -62,10 +62,11 @@ void PgEngine::setUpSchema()
             current = m_db->run("SELECT current_schema()::text", {}, "schema");
         }
         m_schema = std::string(cell(current.get(), 0, 0));
-        auto present = m_db->run("SELECT to_regclass('\"calvarine#commands\"') IS NOT NULL", {}, "schema");
+        auto present = m_db->run(PgCommandQueue::currentCheck(), {}, "schema");
         if (cell(present.get(), 0, 0) == std::string_view("\x01", 1)) {
             return;
         }
+        // Made or brought up to date: everything below may run again.
         m_db->runCommand(R"(CREATE TABLE IF NOT EXISTS "calvarine#dict"(file text NOT NULL, name text NOT NULL, attr integer NOT NULL,
   justify text NOT NULL DEFAULT 'L', idx text NOT NULL DEFAULT '', PRIMARY KEY(file, name)))",
             "schema");

@@ -233,14 +233,9 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
         while (runQueuedCommand("in-process")) {
         }
     }
-    const auto outcome = queue.await(id, m_impl->commandTimeout);
-    if (!outcome) {
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(m_impl->commandTimeout).count();
-        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name,
-            "no worker finished the command within " + std::to_string(seconds) + " s (is calvarine-server running?)");
-    }
-    if (!outcome->succeeded) {
-        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome->message);
+    const auto outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
+    if (!outcome.succeeded) {
+        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message);
     }
     return {};
 }
@@ -307,7 +302,7 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
     m_impl->client = std::make_shared<DbaClient>(claimed->user, claimed->session);
     m_impl->setSession(m_impl->client);
 
-    queue->complete(*claimed, [&]() -> CommandOutcome {
+    queue->complete(*claimed, [&](const CommandProgress& progress) -> CommandOutcome {
         // A command that stopped its workers this often would stop every next one.
         constexpr int kMaxAttempts = 3;
         if (claimed->attempt > kMaxAttempts) {
@@ -327,7 +322,7 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
         if (error) {
             return {false, "cannot create " + m_impl->fusion.string() + ": " + error.message()};
         }
-        CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), m_impl->client};
+        CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), m_impl->client, progress};
         try {
             // A failed command leaves none of its records.
             engine.transaction([&] { command(context); });

@@ -2,6 +2,9 @@
 // files exact, and server commands run by workers in the session that asked,
 // through the queue, leases included.
 
+#include <algorithm>
+#include <csignal>
+#include <fstream>
 #include <future>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -116,7 +119,7 @@ TEST_P(StoreOnServer, ExecuteGivesUpClearlyWhenNoWorkerAnswers)
         ADD_FAILURE() << "no worker, no success";
     } catch (const DbaError& error) {
         EXPECT_EQ(error.kind(), DbaError::Kind::CommandFailed);
-        EXPECT_NE(std::string(error.what()).find("calvarine-server"), std::string::npos) << error.what();
+        EXPECT_NE(std::string(error.what()).find("no worker is running"), std::string::npos) << error.what();
     }
     // The command was withdrawn: a worker that comes later does not run it.
     auto worker = m_database.connect();
@@ -167,35 +170,111 @@ TEST_P(StoreOnServer, ACommandWhoseWorkerDiesRunsOnceToCompletionAfterTheLease)
     EXPECT_FALSE(worker->runQueuedCommand("second", 1s));
 }
 
-TEST_P(StoreOnServer, AWorkerWhoseLeaseRanOutCannotCompleteTheCommand)
+TEST_P(StoreOnServer, ALongCommandKeepsItsLeaseAndTheClientFollowsItsProgress)
 {
-    std::promise<void> started;
-    std::promise<void> overtaken;
+    // Three times its one-second lease: renewed, so no other worker takes it.
+    const auto command = [](CommandContext& context) {
+        for (int done = 1; done <= 5; ++done) {
+            std::this_thread::sleep_for(600ms);
+            context.progress(done, 5);
+        }
+        const int runs = std::stoi(context.store.read("COMPTE", "runs").value_or("0"));
+        context.store.write("COMPTE", "runs", std::to_string(runs + 1));
+    };
     auto slow = m_database.connect();
-    slow->registerCommand("LENT", [&](CommandContext& context) {
-        started.set_value();
-        overtaken.get_future().wait();
-        context.store.write("RESULTATS", "lent", "x");
-    });
-    auto fast = m_database.connect();
-    fast->registerCommand("LENT", [](CommandContext& context) { context.store.write("RESULTATS", "rapide", "x"); });
+    slow->registerCommand("LONG", command);
+    auto other = m_database.connect();
+    other->registerCommand("LONG", command);
 
+    std::vector<std::pair<int, int>> seen;
+    db().setCommandProgress([&](int done, int total) { seen.emplace_back(done, total); });
+    db().setCommandTimeout(2s);
+    auto client = std::async(std::launch::async, [&] {
+        std::int32_t status = 0;
+        db().Execute(request("LONG"), "", status);
+    });
+    ASSERT_TRUE(eventually([&] { return slow->runQueuedCommand("slow", 1s); }));
+    client.get();
+    // Meanwhile: nothing left for the other worker.
+    EXPECT_FALSE(other->runQueuedCommand("other", 1s));
+    EXPECT_EQ(db().read("COMPTE", "runs"), "1");
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back(), std::make_pair(5, 5));
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+}
+
+TEST_P(StoreOnServer, WhileWorkersAreBusyTheClientSaysSoAndItsCommandIsNeverRunLater)
+{
+    std::promise<void> release;
+    auto worker = m_database.connect();
+    worker->registerCommand("LENT", [&](CommandContext&) { release.get_future().wait(); });
+    worker->registerCommand("AUTRE", [](CommandContext& context) { context.store.write("RESULTATS", "autre", "x"); });
+    auto first = workstation("poste-1");
+    auto busy = std::async(std::launch::async, [&] {
+        std::int32_t status = 0;
+        first->Execute(request("LENT"), "", status);
+    });
+    auto running = std::async(std::launch::async, [&] { EXPECT_TRUE(eventually([&] { return worker->runQueuedCommand("w1", 1s); })); });
+
+    auto second = workstation("poste-2");
+    second->setCommandTimeout(1500ms);
+    std::int32_t status = 0;
+    try {
+        second->Execute(request("AUTRE"), "", status);
+        ADD_FAILURE() << "the only worker was busy";
+    } catch (const DbaError& error) {
+        EXPECT_NE(std::string(error.what()).find("1 worker was busy"), std::string::npos) << error.what();
+    }
+    release.set_value();
+    running.get();
+    busy.get();
+    // The withdrawn command stays withdrawn.
+    EXPECT_FALSE(worker->runQueuedCommand("w1", 1s));
+    EXPECT_EQ(db().read("RESULTATS", "autre"), std::nullopt);
+}
+
+TEST_P(StoreOnServer, AFrozenWorkerLosesItsCommandToAnother)
+{
+    const auto marker = m_database.folder() / "started";
+    db().setCommandTimeout(30s);
+    // Made beforehand: the frozen worker's transaction would hold the schema's lock.
+    db().createFile("RESULTATS");
     auto client = std::async(std::launch::async, [&] {
         std::int32_t status = 0;
         db().Execute(request("LENT"), "", status);
     });
-    auto slowRun = std::async(std::launch::async, [&] {
-        while (!slow->runQueuedCommand("lent", 1s)) {
+    // The first worker, a process, starts the command and is then frozen: its
+    // lease runs out, and what it does once thawed does not count.
+    const pid_t child = fork();
+    if (child == 0) {
+        auto frozen = m_database.connect();
+        frozen->registerCommand("LENT", [&](CommandContext& context) {
+            context.store.write("RESULTATS", "gele", "x");
+            std::ofstream{marker};
+            for (int i = 0; i < 30; ++i) {
+                std::this_thread::sleep_for(100ms);
+                context.progress(i, 30); // throws once the command is another's
+            }
+        });
+        for (int tries = 0; tries < 1000 && !frozen->runQueuedCommand("gele", 1s); ++tries) {
             std::this_thread::sleep_for(10ms);
         }
-    });
-    started.get_future().wait();
-    EXPECT_TRUE(eventually([&] { return fast->runQueuedCommand("rapide", 30s); }));
-    overtaken.set_value();
-    slowRun.get();
+        _exit(0);
+    }
+    ASSERT_GT(child, 0);
+    const bool started = eventually([&] { return std::filesystem::exists(marker); });
+    kill(child, SIGSTOP);
+    auto worker = m_database.connect();
+    worker->registerCommand("LENT", [](CommandContext& context) { context.store.write("RESULTATS", "vivant", "x"); });
+    const bool taken = started && eventually([&] { return worker->runQueuedCommand("vivant", 1s); });
+    kill(child, SIGCONT);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(started);
+    ASSERT_TRUE(taken);
     client.get();
-    EXPECT_EQ(db().read("RESULTATS", "rapide"), "x");
-    EXPECT_EQ(db().read("RESULTATS", "lent"), std::nullopt);
+    EXPECT_EQ(db().read("RESULTATS", "vivant"), "x");
+    EXPECT_EQ(db().read("RESULTATS", "gele"), std::nullopt);
 }
 
 TEST(ServerUri, APasswordIsNeverEchoed)
