@@ -253,7 +253,7 @@ TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
     EXPECT_EQ(client->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]")").text(), scope.text());
     const auto after = reissue(*client, scope.attribute(2));
     EXPECT_TRUE(std::filesystem::is_regular_file(folder.path() / "FUSION" / after)) << after;
-    EXPECT_TRUE(contains(readText(log), "connected to the database again"));
+    EXPECT_TRUE(eventually([&] { return readText(log).find("connected to the database again") != std::string::npos; })) << readText(log);
 }
 
 } // namespace
