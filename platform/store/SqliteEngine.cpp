@@ -141,6 +141,9 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
         if (rc != SQLITE_OK) {
             refuse(m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(rc));
         }
+        // Idle and age bounds: far above the gaps between the reads of one
+        // operation (microseconds), far below an operator's pause.
+        m_snapshot = std::make_unique<ReadSnapshot>(m_db, std::chrono::milliseconds(20), std::chrono::milliseconds(200));
         // SQLite quietly opens a write-protected file for reading only; the
         // screen writes its working records, so say so now rather than later.
         if (sqlite3_db_readonly(m_db, "main") == 1) {
@@ -188,6 +191,7 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
             });
         }
     } catch (...) {
+        m_snapshot.reset();
         m_statements.clear();
         sqlite3_close_v2(m_db);
         m_db = nullptr;
@@ -203,6 +207,7 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
 
 SqliteEngine::~SqliteEngine()
 {
+    m_snapshot.reset();
     m_statements.clear();
     m_sentences.clear();
     sqlite3_close_v2(m_db);
@@ -261,8 +266,18 @@ sqlite3_stmt* SqliteEngine::prepareSentence(const std::string& sql)
     return m_sentences.emplace(sql, StatementPtr(raw)).first->second.get();
 }
 
+std::unique_lock<std::recursive_mutex> SqliteEngine::reading()
+{
+    auto lock = m_snapshot->hold();
+    if (m_depth == 0) {
+        m_snapshot->read();
+    }
+    return lock;
+}
+
 void SqliteEngine::transaction(const std::function<void()>& work)
 {
+    const auto hold = holding();
     if (m_depth > 0) {
         // Nested: a savepoint, so a failure undoes only this part.
         exec("SAVEPOINT calvarine");
@@ -279,7 +294,9 @@ void SqliteEngine::transaction(const std::function<void()>& work)
         return;
     }
     // IMMEDIATE takes the write lock first (waiting up to the busy timeout), so
-    // two writers never deadlock upgrading a read lock.
+    // two writers never deadlock upgrading a read lock; the snapshot ends first,
+    // so the write starts from the newest state.
+    m_snapshot->end();
     exec("BEGIN IMMEDIATE");
     m_depth = 1;
     try {
@@ -295,6 +312,7 @@ void SqliteEngine::transaction(const std::function<void()>& work)
         // Created tables and dictionary rows may be gone with the rollback.
         m_knownFiles.clear();
         m_dictionaries.clear();
+        m_reads.clear();
         throw;
     }
 }
@@ -331,6 +349,7 @@ bool SqliteEngine::fileExists(std::string_view file)
     if (!isPlainName(file)) {
         return false;
     }
+    const auto hold = reading();
     sqlite3_stmt* statement = prepare("SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = ?1");
     Use use(statement);
     bindText(statement, 1, file);
@@ -347,6 +366,7 @@ bool SqliteEngine::fileExists(std::string_view file)
 
 void SqliteEngine::createFile(std::string_view file)
 {
+    const auto hold = holding();
     if (fileExists(file)) {
         return;
     }
@@ -374,6 +394,7 @@ void SqliteEngine::createFile(std::string_view file)
 
 std::vector<std::string> SqliteEngine::files()
 {
+    const auto hold = reading();
     std::vector<std::string> names;
     sqlite3_stmt* statement = prepare("SELECT name FROM sqlite_schema WHERE type = 'table' AND instr(name, '#') = 0 "
                                       "AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' ORDER BY name");
@@ -416,6 +437,7 @@ const std::vector<DictName>& SqliteEngine::dictionaryOf(const std::string& file)
 
 std::vector<DictName> SqliteEngine::dictionary(std::string_view file)
 {
+    const auto hold = reading();
     refreshSchema();
     return dictionaryOf(std::string(file));
 }
@@ -425,6 +447,7 @@ void SqliteEngine::defineName(std::string_view file, std::string_view name, int 
     names::checkDictionaryName(file, name, attribute);
     const std::string context = "name " + std::string(name) + " of " + std::string(file);
     checkFileName(file);
+    const auto hold = holding();
     transaction([&] {
         createFile(file);
         const std::string fileName(file);
@@ -474,8 +497,13 @@ void SqliteEngine::defineName(std::string_view file, std::string_view name, int 
 
 std::optional<std::string> SqliteEngine::read(std::string_view file, std::string_view key)
 {
-    requireFile(file, "read " + std::string(file));
-    sqlite3_stmt* statement = prepare("SELECT record FROM " + quoteIdent(file) + " WHERE key = ?1");
+    const auto hold = reading();
+    auto found = m_reads.find(file);
+    if (found == m_reads.end()) {
+        requireFile(file, "read " + std::string(file));
+        found = m_reads.emplace(std::string(file), prepare("SELECT record FROM " + quoteIdent(file) + " WHERE key = ?1")).first;
+    }
+    sqlite3_stmt* statement = found->second;
     Use use(statement);
     bindText(statement, 1, key);
     const int rc = sqlite3_step(statement);
@@ -490,6 +518,7 @@ std::optional<std::string> SqliteEngine::read(std::string_view file, std::string
 
 void SqliteEngine::forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit)
 {
+    const auto hold = reading();
     requireFile(file, "read " + std::string(file));
     // Not cached: visit may use the engine, and this statement must stay its own.
     sqlite3_stmt* raw = nullptr;
@@ -554,6 +583,7 @@ void SqliteEngine::write(std::string_view file, std::string_view key, std::strin
 {
     const std::string context = "write " + std::string(file) + " \"" + std::string(key) + "\"";
     checkKey(key, context);
+    const auto hold = holding();
     transaction([&] {
         createFile(file);
         const auto& names = dictionaryOf(std::string(file));
@@ -575,6 +605,7 @@ void SqliteEngine::write(std::string_view file, std::string_view key, std::strin
 
 bool SqliteEngine::remove(std::string_view file, std::string_view key)
 {
+    const auto hold = holding();
     if (!fileExists(file)) {
         return false;
     }
@@ -762,6 +793,7 @@ DbaDynArray SqliteEngine::select(std::string_view sentenceText, std::string_view
     const auto parsed = sentence::parse(sentenceText);
     const auto attributes = sentence::parseAttributeList(attributeList);
     const bool wantRecord = std::any_of(attributes.begin(), attributes.end(), [](int a) { return a > 0; });
+    const auto hold = reading();
     const auto query = compile(parsed, wantRecord);
 
     sqlite3_stmt* statement = prepareSentence(query.sql);

@@ -13,7 +13,9 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -22,6 +24,7 @@
 #include <vector>
 
 #include "Engine.h"
+#include "SqliteSnapshot.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -64,6 +67,10 @@ private:
     sqlite3_stmt* prepareOrNull(const std::string& sql); // cached; null on failure
     sqlite3_stmt* prepareSentence(const std::string& sql);
     void exec(const char* sql);
+    // Every call holds the snapshot's lock; reading() also has a read outside a
+    // write transaction join the operation's snapshot.
+    std::unique_lock<std::recursive_mutex> holding() { return m_snapshot->hold(); }
+    std::unique_lock<std::recursive_mutex> reading();
     [[noreturn]] void fail(const std::string& context) const;
     void refreshSchema();
     const std::vector<DictName>& dictionaryOf(const std::string& file);
@@ -80,6 +87,9 @@ private:
     std::unordered_map<std::string, StatementPtr> m_sentences;
     std::set<std::string, std::less<>> m_knownFiles;
     std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
+    // The read of a record, prepared once per file.
+    std::map<std::string, sqlite3_stmt*, std::less<>> m_reads;
+    std::unique_ptr<ReadSnapshot> m_snapshot;
     int m_schemaVersion = -1;
     int m_depth = 0;
 };

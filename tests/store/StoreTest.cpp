@@ -1,3 +1,4 @@
+#include <atomic>
 #include <fstream>
 #include <future>
 #include <gtest/gtest.h>
@@ -297,7 +298,7 @@ TEST_P(StoreTest, SessionPrivateRecordsAreEachSessionsOwn)
     auto third = workstation("");
     EXPECT_EQ(third->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
     first->write("ORGPRISECHARGE", "010", "x");
-    EXPECT_EQ(second->read("ORGPRISECHARGE", "010"), "x");
+    EXPECT_TRUE(eventually([&] { return second->read("ORGPRISECHARGE", "010") == "x"; }));
 }
 
 // Two workstations re-issuing at once on one database: each command reads the
@@ -479,6 +480,44 @@ TEST(StoreOnSqlite, OpeningAReadOnlyDatabaseSaysSo)
         EXPECT_EQ(error.context(), "open " + file.string());
         EXPECT_NE(error.detail().find("read-only"), std::string::npos) << error.what();
     }
+}
+
+// The reads of one operation share a read snapshot: another connection's
+// writes meanwhile are neither blocked nor lost, a write of this connection ends
+// the snapshot first (never "busy snapshot"), and an idle snapshot ends by itself.
+TEST(StoreOnSqlite, AReadSnapshotBlocksNoWriterAndEndsBeforeAWrite)
+{
+    TempDir dir;
+    const auto file = dir.path() / "db.sqlite";
+    auto reader = Store::create(file);
+    reader->write("F", "k", "v1");
+    auto writer = Store::open(file);
+    auto records = reader->OpenFile("F");
+    std::atomic<bool> writing = true;
+    auto writes = std::async(std::launch::async, [&] {
+        for (int i = 0; i < 50; ++i) {
+            writer->write("F", "w" + std::to_string(i), "x");
+        }
+        writer->write("F", "k", "v2");
+        writing = false;
+    });
+    // Back-to-back reads keep one snapshot open all along the writes.
+    int reads = 0;
+    const auto started = std::chrono::steady_clock::now();
+    while (writing && std::chrono::steady_clock::now() - started < std::chrono::seconds(30)) {
+        EXPECT_NO_THROW(records->ReadItem("k"));
+        ++reads;
+    }
+    writes.get();
+    EXPECT_FALSE(writing) << "the writer was held up by the reads";
+    // A write ends the snapshot first: it commits, and the reads after it see everything.
+    EXPECT_NO_THROW(reader->write("F", "mine", "y"));
+    EXPECT_EQ(records->ReadItem("k")->text(), "v2");
+    EXPECT_EQ(reader->select("SSELECT F").DCount(), 52);
+    // A snapshot left idle ends by itself: another's later write shows without one of ours.
+    writer->write("F", "k", "v3");
+    EXPECT_TRUE(eventually([&] { return records->ReadItem("k")->text() == "v3"; }));
+    EXPECT_GT(reads, 0);
 }
 
 // Readers never wait for a writer: opening takes no write lock, so a store

@@ -1,34 +1,29 @@
-// libFuzzer target: query sentences and fixture lines, on a small store.
+// libFuzzer target: query sentences and fixture lines, each on a fresh small store.
 // The first byte chooses: even, a sentence (parsed, then selected); odd, a
 // fixture line (imported, then exported). Only DbaError may come out.
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <sstream>
 #include <string>
-#include <unistd.h>
 
 #include "Sentence.h"
 #include "Store.h"
 
 namespace {
 
-store::Store& fuzzStore()
+// A fresh store for every input, so that no input depends on the ones before:
+// an in-memory SQLite database costs no file and no sync.
+std::shared_ptr<store::Store> freshStore()
 {
-    static const std::filesystem::path folder = std::filesystem::temp_directory_path() / ("calvarine-fuzz-" + std::to_string(getpid()));
-    static const std::shared_ptr<store::Store> store = [] {
-        std::filesystem::remove_all(folder);
-        auto opened = store::Store::create(folder / "fuzz.db");
-        opened->importJsonLine(R"({"dict": "F", "name": "N", "attr": 1}
+    auto opened = store::Store::create(":memory:");
+    opened->importJsonLine(R"({"dict": "F", "name": "N", "attr": 1}
 {"dict": "F", "name": "R", "attr": 2, "justify": "R"}
 {"dict": "F", "name": "K", "attr": 0}
 {"file": "F", "key": "a1", "record": ["x", ["1", "10"]]}
 {"file": "F", "key": "b2", "attrs": {"2": "9", "3": [["s", "t"], "u"]}})",
-            "seed");
-        return opened;
-    }();
-    return *store;
+        "seed");
+    return opened;
 }
 
 } // namespace
@@ -39,7 +34,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     const std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
-    auto& store = fuzzStore();
+    const auto opened = freshStore();
+    auto& store = *opened;
     try {
         if (data[0] % 2 == 0) {
             (void)store::sentence::parse(text);
