@@ -1,6 +1,9 @@
 #include "shell/Ctr_Calvarine.h"
 #include "shell/Procedure.h"
 
+#include <string>
+#include <unordered_set>
+
 void Ctr_Calvarine::Passage_A_Droite()
 {
     const std::int16_t last = static_cast<std::int16_t>(Lst_OrgaPos.listCount() - 1);
@@ -31,9 +34,17 @@ void Ctr_Calvarine::Passage_A_Gauche()
 
 void Ctr_Calvarine::Cmd_Tous_Click()
 {
+    // The rule of ExisteDansListe (an entry whose text the selection already
+    // holds, or got earlier in this loop, is not added again), with the
+    // selection's texts in a set: one look-up per entry instead of a scan.
+    std::unordered_set<std::string> selected;
+    selected.reserve(static_cast<std::size_t>(Lst_OrgaSel.listCount() + Lst_OrgaPos.listCount()));
+    for (std::int16_t i = 0; i < Lst_OrgaSel.listCount(); ++i) {
+        selected.insert(Lst_OrgaSel.list(i));
+    }
     const std::int16_t last = static_cast<std::int16_t>(Lst_OrgaPos.listCount() - 1);
     for (std::int16_t i = 0; i <= last; ++i) {
-        if (!Procedure::ExisteDansListe(Lst_OrgaPos.list(i), Lst_OrgaSel)) {
+        if (selected.insert(Lst_OrgaPos.list(i)).second) {
             Lst_OrgaSel.addItem(Lst_OrgaPos.list(i));
             Lst_CodeOrgaSel.addItem(Lst_CodeOrgaPos.list(i));
         }
