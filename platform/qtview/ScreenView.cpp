@@ -23,6 +23,7 @@
 #include <QSignalBlocker>
 #include <QStyledItemDelegate>
 
+#include "FocusMark.h"
 #include "Pictures.h"
 #include "ScreenListModel.h"
 #include "ScopedFlag.h"
@@ -81,6 +82,7 @@ ScreenView::ScreenView(ScreenModel& screen, QWidget* parent)
     , m_screen(screen)
 {
     build();
+    m_focusMark = new FocusMark(this);
     // Registered after the item models, so that the combos are re-mirrored once
     // their models have told them of a change.
     m_screen.addObserver(this);
@@ -241,17 +243,9 @@ QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
         list->setItemDelegate(new SelectedStateDelegate(list));
         list->setAcceptDrops(true);
         list->setContextMenuPolicy(Qt::NoContextMenu);
-        // The style marks a focused edit or button, not a focused list: the
-        // operator at the keyboard must see where Space will act. A style sheet
-        // sets its widget's font when the widget is polished, so the fixed
-        // pitch of the statement lists is given there too.
-        QString sheet = QStringLiteral("QListView:focus { border: 2px solid palette(highlight); }");
         if (initial.fixedFont) {
-            const QFont fixed = fixedPitchFont(font().pointSizeF());
-            list->setFont(fixed);
-            sheet += QStringLiteral(" QListView { font-family: \"%1\"; font-size: %2pt; }").arg(fixed.family()).arg(fixed.pointSizeF());
+            list->setFont(fixedPitchFont(font().pointSizeF()));
         }
-        list->setStyleSheet(sheet);
         entry.list = list;
         // A hidden list (the code lists) gets its item model once it shows: until
         // then it would only double the cost of filling the pair.

@@ -11,6 +11,7 @@
 
 #include "shell/ScreenModel.h"
 
+class FocusMark;
 class QButtonGroup;
 class QComboBox;
 class QDrag;
@@ -135,6 +136,7 @@ private:
     std::unordered_map<const Control*, std::size_t> m_byControl;
     std::unordered_map<const QObject*, std::size_t> m_byWidget;
     Press m_press;
+    FocusMark* m_focusMark = nullptr;
     DragRunner m_runDrag;
     double m_scale = 1.0;
     bool m_mirroring = false;

@@ -19,6 +19,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 
+#include "FocusMark.h"
 #include "Pictures.h"
 #include "ScopedFlag.h"
 
@@ -171,6 +172,11 @@ void ScreenView::resyncButtons(const Control& control)
 
 void ScreenView::focusMoved(QWidget* now)
 {
+    if (Entry* entry = now ? entryOfWidget(now) : nullptr) {
+        m_focusMark->follow(entry->widget);
+    } else {
+        m_focusMark->follow(nullptr);
+    }
     if (m_mirroring || !now) {
         return;
     }

@@ -382,6 +382,11 @@ TEST_F(ScreenViewTest, TabFollowsTabIndexLandsOnTheSetOptionAndGivesAListACurren
     // A list entered by Tab gets its first line as current: Space marks it at once.
     EXPECT_EQ(tabFrom("Cbo_Periode"), "Lst_OrgaPos");
     EXPECT_EQ(screen.get("Lst_OrgaPos").listIndex(), 0);
+    // The focused control is framed, whatever the style draws.
+    const auto* mark = view.findChild<QWidget*>(QStringLiteral("focus mark"));
+    ASSERT_NE(mark, nullptr);
+    EXPECT_TRUE(mark->isVisible());
+    EXPECT_TRUE(mark->geometry().contains(view.widget("Lst_OrgaPos")->geometry()));
     QTest::keyClick(view.widget("Lst_OrgaPos"), Qt::Key_Space);
     EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(0));
     QTest::keyClick(view.widget("Lst_OrgaPos"), Qt::Key_Down);
