@@ -47,16 +47,6 @@ void BM_RenderStatement(benchmark::State& state)
 }
 BENCHMARK(BM_RenderStatement)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond);
 
-// The document alone, without layout or drawing.
-void BM_BuildDocument(benchmark::State& state)
-{
-    const auto data = statement(static_cast<int>(state.range(0)));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(statements::buildDocument(data));
-    }
-}
-BENCHMARK(BM_BuildDocument)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond);
-
 void BM_ServerCommand(benchmark::State& state)
 {
     const int count = static_cast<int>(state.range(0));

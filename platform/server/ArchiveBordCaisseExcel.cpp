@@ -6,10 +6,9 @@
 #include <stdexcept>
 #include <vector>
 
-#include <QBuffer>
-
 #include "FusionBatch.h"
 
+#include "PdfArchive.h"
 #include "StatementData.h"
 #include "StatementRenderer.h"
 #include "database/FileNames.h"
@@ -110,7 +109,9 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
     const std::string& period = arguments[0];
     const std::string& entity = arguments[1];
     const std::string& letter = arguments[2];
-    std::vector<RenderedFile> files;
+    // Drawn many to a document (its set-up paid once), cut into one file each.
+    statements::StatementFiles pdfs;
+    std::vector<std::string> names;
     std::set<std::string> seen;
     for (const RequestEntry& entry : entries) {
         if (!entry.organisation.empty() || !entry.invoice.empty()) {
@@ -118,16 +119,19 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
             std::string name = fusionFileName(entity, letter, period, entry.organisation, entry.invoice);
             // The same statement asked twice gives one file.
             if (key && seen.insert(name).second) {
-                const statements::StatementData data = statements::loadStatement(store, *key);
-                QBuffer buffer;
-                buffer.open(QIODevice::WriteOnly);
-                statements::renderPdf({&data, 1}, buffer, QString::fromStdString(name));
-                files.push_back({std::move(name), buffer.data().toStdString()});
+                pdfs.add(statements::loadStatement(store, *key));
+                names.push_back(std::move(name));
             }
         }
         if (advanced) {
             advanced();
         }
+    }
+    auto bytes = pdfs.take();
+    std::vector<RenderedFile> files;
+    files.reserve(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        files.push_back({std::move(names[i]), std::move(bytes[i])});
     }
     return files;
 }

@@ -2,81 +2,160 @@
 
 #include <stdexcept>
 
-#include <QAbstractTextDocumentLayout>
+#include <QBuffer>
 #include <QGuiApplication>
 #include <QPageLayout>
 #include <QPageSize>
 #include <QPainter>
 #include <QPdfWriter>
 #include <QSaveFile>
-#include <QTextCursor>
-#include <QTextDocument>
-#include <QTextTable>
 
 #include "Format.h"
+#include "PdfArchive.h"
+#include "StatementLayout.h"
 
 namespace statements {
 
 namespace {
 
-// DejaVu is installed with the project's dependencies, so the PDF looks the same
-// on every machine; the family falls back to the platform's sans otherwise.
-const QString kFontFamily = QStringLiteral("DejaVu Sans");
-constexpr qreal kBodyPoints = 9;
-constexpr qreal kFooterPoints = 8;
-const QString kDuplicata = QStringLiteral("DUPLICATA");
+const QColor kHeaderShade(230, 230, 230);
 
-QString q(const std::string& text)
+// Draws lines [first, end) of a paragraph with the top of line first at (x, y).
+void drawLines(QPainter& painter, const Paragraph& paragraph, int first, int end, qreal x, qreal y)
 {
-    return QString::fromStdString(text);
-}
-
-QFont font(qreal points, bool bold = false)
-{
-    QFont f(kFontFamily);
-    f.setStyleHint(QFont::SansSerif);
-    // Ligatures would extract as "ﬁ" and defeat a search for "fi" in the PDF.
-    f.setStyleStrategy(QFont::PreferNoShaping);
-    f.setPointSizeF(points);
-    f.setBold(bold);
-    return f;
-}
-
-QTextCharFormat charFormat(qreal points, bool bold = false)
-{
-    QTextCharFormat format;
-    format.setFont(font(points, bold));
-    return format;
-}
-
-QTextBlockFormat blockFormat(Qt::Alignment alignment, qreal topMargin = 0)
-{
-    QTextBlockFormat format;
-    format.setAlignment(alignment);
-    format.setTopMargin(topMargin);
-    return format;
-}
-
-// Name in bold, then the lines of the address, in the cell under the cursor.
-void writeParty(QTextCursor& cursor, const Party& party, bool showShortName)
-{
-    cursor.insertText(q(party.name), charFormat(kBodyPoints + 1, true));
-    if (showShortName && !party.shortName.empty() && party.shortName != party.name) {
-        cursor.insertText(QStringLiteral(" (%1)").arg(q(party.shortName)), charFormat(kBodyPoints));
+    if (first >= end) {
+        return;
     }
-    for (const auto& line : party.addressLines) {
-        cursor.insertBlock(blockFormat(Qt::AlignLeft), charFormat(kBodyPoints));
-        cursor.insertText(q(line), charFormat(kBodyPoints));
+    const qreal top = paragraph.layout->lineAt(first).y();
+    for (int i = first; i < end; ++i) {
+        paragraph.layout->lineAt(i).draw(&painter, QPointF(x, y - top));
     }
 }
 
-void writeCell(QTextTable* table, int row, int column, const QString& text, const QTextCharFormat& format,
-    Qt::Alignment alignment)
-{
-    QTextCursor cell = table->cellAt(row, column).firstCursorPosition();
-    cell.setBlockFormat(blockFormat(alignment));
-    cell.insertText(text, format);
-}
+class PagePainter {
+public:
+    PagePainter(QPainter& painter, LayoutContext& context, const StatementLayout& layout, const StatementData& data)
+        : m_painter(painter)
+        , m_context(context)
+        , m_layout(layout)
+        , m_data(data)
+    {
+    }
+
+    void draw(std::size_t index)
+    {
+        const StatementPage& page = m_layout.pages[index];
+        const bool first = index == 0;
+        const bool last = index + 1 == m_layout.pages.size();
+        qreal y = 0;
+        if (first) {
+            for (const auto& [at, paragraph] : m_layout.firstHeading) {
+                paragraph.layout->draw(&m_painter, at);
+            }
+            y = m_layout.firstHeadingHeight;
+        } else {
+            m_layout.nextHeading.layout->draw(&m_painter, QPointF(0, 0));
+            y = m_layout.nextHeading.height + LayoutContext::points(6);
+        }
+        y = headerRow(y);
+        if (!first) {
+            y = totalsRow(y, QStringLiteral("Report"), page.broughtForward);
+        }
+        for (const RowPiece& piece : page.rows) {
+            y = row(y, piece);
+        }
+        if (!last) {
+            totalsRow(y, QStringLiteral("À reporter"), page.carriedForward);
+        } else {
+            m_layout.total.layout->draw(&m_painter, QPointF(0, y + LayoutContext::points(10)));
+        }
+        footer(index);
+    }
+
+private:
+    qreal left(std::size_t column) const
+    {
+        qreal x = 0;
+        for (std::size_t c = 0; c < column; ++c) {
+            x += m_layout.columns[c];
+        }
+        return x;
+    }
+
+    void grid(qreal top, qreal height, bool allColumns)
+    {
+        const qreal width = m_layout.page.width();
+        m_painter.drawRect(QRectF(0, top, width, height));
+        for (std::size_t c = 1; c < m_layout.columns.size(); ++c) {
+            if (allColumns || c == m_layout.columns.size() - 1) {
+                const qreal x = left(c);
+                m_painter.drawLine(QPointF(x, top), QPointF(x, top + height));
+            }
+        }
+    }
+
+    qreal headerRow(qreal y)
+    {
+        m_painter.fillRect(QRectF(0, y, m_layout.page.width(), m_layout.headerRowHeight), kHeaderShade);
+        for (std::size_t c = 0; c < m_layout.captions.size(); ++c) {
+            m_layout.captions[c].layout->draw(&m_painter, QPointF(left(c) + m_layout.padding, y + m_layout.padding));
+        }
+        grid(y, m_layout.headerRowHeight, true);
+        return y + m_layout.headerRowHeight;
+    }
+
+    // "Report" or "À reporter": the label on the left, the amount in the amount column.
+    qreal totalsRow(qreal y, const QString& label, std::int64_t cents)
+    {
+        const qreal pad = m_layout.padding;
+        const std::size_t amount = m_layout.columns.size() - 1;
+        const Paragraph text = layoutParagraph(m_context, label, m_context.bold, left(amount) - 2 * pad, Qt::AlignLeft);
+        const Paragraph sum = layoutParagraph(m_context, formatEuros(cents), m_context.bold, m_layout.columns[amount] - 2 * pad, Qt::AlignRight);
+        text.layout->draw(&m_painter, QPointF(pad, y + pad));
+        sum.layout->draw(&m_painter, QPointF(left(amount) + pad, y + pad));
+        grid(y, m_layout.totalsRowHeight, false);
+        return y + m_layout.totalsRowHeight;
+    }
+
+    qreal row(qreal y, const RowPiece& piece)
+    {
+        const qreal pad = m_layout.padding;
+        const auto& cells = m_layout.cells[piece.row];
+        for (std::size_t c = 0; c < cells.size(); ++c) {
+            const bool number = c >= 3;
+            if (number && !piece.withNumbers) {
+                continue;
+            }
+            qreal top = y + pad;
+            if (piece.continued && c == 0) {
+                m_layout.suite.layout->draw(&m_painter, QPointF(left(c) + pad, top));
+            }
+            if (piece.continued) {
+                top += m_layout.suite.height;
+            }
+            drawLines(m_painter, cells[c], piece.lines[c].first, piece.lines[c].second, left(c) + pad, top);
+        }
+        grid(y, piece.height, true);
+        return y + piece.height;
+    }
+
+    void footer(std::size_t index)
+    {
+        const qreal width = m_layout.page.width();
+        const QString leftText = QStringLiteral("DUPLICATA – Facture n° %1").arg(QString::fromStdString(trimmedRight(m_data.invoiceNumber)));
+        const QString rightText = QStringLiteral("Page %1 / %2").arg(index + 1).arg(m_layout.pages.size());
+        const Paragraph l = layoutParagraph(m_context, leftText, m_context.footer, width / 2, Qt::AlignLeft);
+        const Paragraph r = layoutParagraph(m_context, rightText, m_context.footer, width / 2, Qt::AlignRight);
+        const qreal y = m_layout.page.height() - l.height;
+        l.layout->draw(&m_painter, QPointF(0, y));
+        r.layout->draw(&m_painter, QPointF(width / 2, y));
+    }
+
+    QPainter& m_painter;
+    LayoutContext& m_context;
+    const StatementLayout& m_layout;
+    const StatementData& m_data;
+};
 
 } // namespace
 
@@ -87,145 +166,103 @@ void requireGuiApplication()
     }
 }
 
-std::unique_ptr<QTextDocument> buildDocument(const StatementData& data)
+StatementPrinter::StatementPrinter(QPagedPaintDevice& device)
+    : m_device(device)
 {
-    auto document = std::make_unique<QTextDocument>();
-    document->setDefaultFont(font(kBodyPoints));
-    document->setDocumentMargin(0);
-    QTextCursor cursor(document.get());
-
-    // Sender on the left, addressee on the right, as a window envelope expects.
-    QTextTableFormat heading;
-    heading.setBorder(0);
-    heading.setCellPadding(2);
-    heading.setWidth(QTextLength(QTextLength::PercentageLength, 100));
-    heading.setColumnWidthConstraints(
-        {QTextLength(QTextLength::PercentageLength, 50), QTextLength(QTextLength::PercentageLength, 50)});
-    QTextTable* parties = cursor.insertTable(1, 2, heading);
-    QTextCursor left = parties->cellAt(0, 0).firstCursorPosition();
-    writeParty(left, data.entity, false);
-    QTextCursor right = parties->cellAt(0, 1).firstCursorPosition();
-    writeParty(right, data.organisation, true);
-    cursor.movePosition(QTextCursor::End);
-
-    cursor.insertBlock(blockFormat(Qt::AlignHCenter, 18), charFormat(16, true));
-    cursor.insertText(kDuplicata, charFormat(16, true));
-    if (!data.activityLabel.empty()) {
-        cursor.insertBlock(blockFormat(Qt::AlignHCenter, 4), charFormat(kBodyPoints + 2, true));
-        cursor.insertText(QStringLiteral("BORDEREAU %1").arg(q(data.activityLabel)), charFormat(kBodyPoints + 2, true));
-    }
-    cursor.insertBlock(blockFormat(Qt::AlignLeft, 14), charFormat(kBodyPoints));
-    cursor.insertText(QStringLiteral("Période : "), charFormat(kBodyPoints));
-    cursor.insertText(periodInWords(q(data.period)), charFormat(kBodyPoints, true));
-    cursor.insertBlock(blockFormat(Qt::AlignLeft, 2), charFormat(kBodyPoints));
-    cursor.insertText(QStringLiteral("Facture n° "), charFormat(kBodyPoints));
-    cursor.insertText(q(trimmedRight(data.invoiceNumber)), charFormat(kBodyPoints, true));
-    if (!data.invoiceDate.empty()) {
-        cursor.insertText(QStringLiteral(" du "), charFormat(kBodyPoints));
-        cursor.insertText(formatDate(q(data.invoiceDate)), charFormat(kBodyPoints, true));
-    }
-    cursor.insertBlock(blockFormat(Qt::AlignLeft, 10), charFormat(kBodyPoints));
-
-    // The header row repeats on every page the table spills onto.
-    const int rows = static_cast<int>(data.lines.size()) + 1;
-    QTextTableFormat grid;
-    grid.setBorder(0.5);
-    grid.setBorderStyle(QTextFrameFormat::BorderStyle_Solid);
-    // Collapsed borders cost three times the layout time on long statements.
-    grid.setBorderCollapse(false);
-    grid.setCellPadding(3);
-    grid.setCellSpacing(0);
-    grid.setHeaderRowCount(1);
-    grid.setWidth(QTextLength(QTextLength::PercentageLength, 100));
-    grid.setColumnWidthConstraints({QTextLength(QTextLength::PercentageLength, 25),
-        QTextLength(QTextLength::PercentageLength, 12), QTextLength(QTextLength::PercentageLength, 25),
-        QTextLength(QTextLength::PercentageLength, 10), QTextLength(QTextLength::PercentageLength, 14),
-        QTextLength(QTextLength::PercentageLength, 14)});
-    QTextTable* table = cursor.insertTable(rows, 6, grid);
-
-    const QTextCharFormat headerFormat = charFormat(kBodyPoints, true);
-    const QStringList captions = {QStringLiteral("Bénéficiaire"), QStringLiteral("N° dossier"),
-        QStringLiteral("Prestation"), QStringLiteral("Quantité"), QStringLiteral("Prix unitaire"),
-        QStringLiteral("Montant")};
-    for (int column = 0; column < captions.size(); ++column) {
-        QTextTableCell cell = table->cellAt(0, column);
-        QTextCharFormat shaded = cell.format();
-        shaded.setBackground(QColor(230, 230, 230));
-        cell.setFormat(shaded);
-        writeCell(table, 0, column, captions[column], headerFormat, column >= 3 ? Qt::AlignRight : Qt::AlignLeft);
-    }
-    const QTextCharFormat body = charFormat(kBodyPoints);
-    for (int i = 0; i + 1 < rows; ++i) {
-        const StatementLine& line = data.lines[static_cast<std::size_t>(i)];
-        writeCell(table, i + 1, 0, q(line.beneficiary), body, Qt::AlignLeft);
-        writeCell(table, i + 1, 1, q(line.fileNumber), body, Qt::AlignLeft);
-        writeCell(table, i + 1, 2, q(line.service), body, Qt::AlignLeft);
-        writeCell(table, i + 1, 3, formatQuantity(line.quantityHundredths), body, Qt::AlignRight);
-        writeCell(table, i + 1, 4, formatEuros(line.unitPriceCents), body, Qt::AlignRight);
-        writeCell(table, i + 1, 5, formatEuros(line.amountCents), body, Qt::AlignRight);
-    }
-    cursor.movePosition(QTextCursor::End);
-
-    cursor.insertBlock(blockFormat(Qt::AlignRight, 10), charFormat(kBodyPoints + 1, true));
-    cursor.insertText(QStringLiteral("Total : "), charFormat(kBodyPoints + 1, true));
-    cursor.insertText(formatEuros(data.totalCents), charFormat(kBodyPoints + 1, true));
-    return document;
-}
-
-void render(std::span<const StatementData> statements, QPagedPaintDevice& device)
-{
-    if (statements.empty()) {
-        return;
-    }
     requireGuiApplication();
-    QPainter painter;
-    if (!painter.begin(&device)) {
+    if (!m_painter.begin(&device)) {
         throw std::runtime_error("cannot paint on the print device");
     }
-    const QRectF page(0, 0, device.width(), device.height());
-    const QFont footerFont = font(kFooterPoints);
-    const qreal footerHeight = QFontMetricsF(footerFont, &device).height() * 2.5;
-    const qreal bodyHeight = page.height() - footerHeight;
+    // The page size comes from the page layout, in points, never from the device's
+    // pixels: a printer and a PDF writer of one paper size paginate alike.
+    m_page = device.pageLayout().paintRect(QPageLayout::Point).size() * (kLayoutDpi / 72);
+    m_painter.scale(device.logicalDpiX() / kLayoutDpi, device.logicalDpiY() / kLayoutDpi);
+    QPen pen(Qt::black);
+    pen.setWidthF(LayoutContext::points(0.5));
+    m_painter.setPen(pen);
+    m_context = std::make_unique<LayoutContext>();
+}
 
-    bool firstPage = true;
-    for (const StatementData& data : statements) {
-        const auto document = buildDocument(data);
-        // Fonts and lengths resolve against the device, so layout and drawing agree.
-        document->documentLayout()->setPaintDevice(&device);
-        document->setPageSize(QSizeF(page.width(), bodyHeight));
-        const int pages = document->pageCount();
-        const QString footerLeft = QStringLiteral("%1 – Facture n° %2").arg(kDuplicata, q(trimmedRight(data.invoiceNumber)));
-        for (int p = 0; p < pages; ++p) {
-            if (!firstPage && !device.newPage()) {
-                throw std::runtime_error("cannot start a new page on the print device");
-            }
-            firstPage = false;
-            painter.save();
-            painter.translate(0, -p * bodyHeight);
-            document->drawContents(&painter, QRectF(0, p * bodyHeight, page.width(), bodyHeight));
-            painter.restore();
-
-            painter.setFont(footerFont);
-            const QRectF footer(0, page.height() - footerHeight / 2, page.width(), footerHeight / 2);
-            painter.drawText(footer, Qt::AlignLeft | Qt::AlignBottom, footerLeft);
-            painter.drawText(footer, Qt::AlignRight | Qt::AlignBottom, QStringLiteral("Page %1 / %2").arg(p + 1).arg(pages));
-        }
+StatementPrinter::~StatementPrinter()
+{
+    if (m_painter.isActive()) {
+        m_painter.end();
     }
-    if (!painter.end()) {
+}
+
+int StatementPrinter::add(const StatementData& data)
+{
+    const StatementLayout layout = layOut(*m_context, data, m_page);
+    PagePainter pages(m_painter, *m_context, layout, data);
+    for (std::size_t p = 0; p < layout.pages.size(); ++p) {
+        if (!m_firstPage && !m_device.newPage()) {
+            throw std::runtime_error("cannot start a new page on the print device");
+        }
+        m_firstPage = false;
+        pages.draw(p);
+    }
+    return static_cast<int>(layout.pages.size());
+}
+
+void StatementPrinter::finish()
+{
+    if (!m_painter.end()) {
         throw std::runtime_error("the print device could not finish the document");
     }
 }
 
-void renderPdf(std::span<const StatementData> statements, QIODevice& out, const QString& title)
+std::vector<int> render(std::span<const StatementData> statements, QPagedPaintDevice& device)
 {
-    requireGuiApplication();
-    QPdfWriter writer(&out);
-    writer.setTitle(title);
-    writer.setCreator(QStringLiteral("Calvarine"));
-    writer.setResolution(300);
-    writer.setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(15, 15, 15, 12),
+    std::vector<int> pageCounts;
+    if (statements.empty()) {
+        return pageCounts;
+    }
+    StatementPrinter printer(device);
+    for (const StatementData& data : statements) {
+        pageCounts.push_back(printer.add(data));
+    }
+    printer.finish();
+    return pageCounts;
+}
+
+std::unique_ptr<QPdfWriter> archiveWriter(QIODevice& out, const QString& title)
+{
+    auto writer = std::make_unique<QPdfWriter>(&out);
+    writer->setPdfVersion(QPagedPaintDevice::PdfVersion_A1b);
+    writer->setTitle(title);
+    writer->setCreator(QStringLiteral("Calvarine"));
+    writer->setResolution(300);
+    writer->setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(15, 15, 15, 12),
         QPageLayout::Millimeter));
-    render(statements, writer);
+    return writer;
+}
+
+std::vector<int> renderPdf(std::span<const StatementData> statements, QIODevice& out, const QString& title)
+{
+    if (statements.empty()) {
+        return {};
+    }
+    requireGuiApplication();
+    // Drawn in memory, then written once with the document's metadata.
+    QBuffer drawn;
+    drawn.open(QIODevice::WriteOnly);
+    std::vector<int> pageCounts;
+    {
+        const auto writer = archiveWriter(drawn, title);
+        pageCounts = render(statements, *writer);
+    }
+    int pages = 0;
+    for (const int count : pageCounts) {
+        pages += count;
+    }
+    PdfMetadata metadata{title, QString::fromStdString(statements.front().entity.name),
+        QStringLiteral("Duplicata de %1 bordereau(x)").arg(statements.size())};
+    const auto files = splitPdf(drawn.data(), std::span<const int>(&pages, 1), std::span<const PdfMetadata>(&metadata, 1));
+    const std::string& bytes = files.front();
+    if (out.write(bytes.data(), static_cast<qint64>(bytes.size())) != static_cast<qint64>(bytes.size())) {
+        throw std::runtime_error("cannot write the PDF: " + out.errorString().toStdString());
+    }
+    return pageCounts;
 }
 
 void renderPdfFile(std::span<const StatementData> statements, const QString& path)
@@ -234,7 +271,7 @@ void renderPdfFile(std::span<const StatementData> statements, const QString& pat
     if (!file.open(QIODevice::WriteOnly)) {
         throw std::runtime_error("cannot write " + path.toStdString() + ": " + file.errorString().toStdString());
     }
-    renderPdf(statements, file, QStringLiteral("Bordereaux - %1").arg(kDuplicata));
+    renderPdf(statements, file, QStringLiteral("Bordereaux - DUPLICATA"));
     if (!file.commit()) {
         throw std::runtime_error("cannot write " + path.toStdString() + ": " + file.errorString().toStdString());
     }

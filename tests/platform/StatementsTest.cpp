@@ -1,8 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <regex>
+
+#include <QBuffer>
 #include <QFile>
+#include <QPageLayout>
+#include <QPdfWriter>
 
 #include "Format.h"
+#include "PdfArchive.h"
 #include "PlatformTestSupport.h"
 #include "StatementRenderer.h"
 #include "database/Dba.h"
@@ -225,4 +232,222 @@ TEST_F(StatementRendering, UnwritablePathThrows)
 {
     EXPECT_THROW(write({sample(1)}, "no/such/dir.pdf"), std::runtime_error);
     EXPECT_TRUE(std::filesystem::is_empty(testsupport::path(m_dir)));
+}
+
+namespace {
+
+// The text of each page as pdftotext lays it out (pages end with a form feed),
+// blanks made one: a row of the table reads as one line.
+std::vector<std::string> pageTexts(const std::filesystem::path& pdf)
+{
+    QProcess process;
+    process.start(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), QString::fromStdString(pdf.string()), QStringLiteral("-")});
+    process.waitForFinished(30000);
+    std::vector<std::string> pages;
+    for (const auto& page : QString::fromUtf8(process.readAllStandardOutput()).split(QChar(0x0C))) {
+        QString text = page;
+        text.replace(QChar(0x00A0), QLatin1Char(' '));
+        text.replace(QChar(0x202F), QLatin1Char(' '));
+        pages.push_back(text.simplified().toStdString());
+    }
+    if (!pages.empty() && pages.back().empty()) {
+        pages.pop_back();
+    }
+    return pages;
+}
+
+std::int64_t cents(const std::string& amount)
+{
+    std::string digits;
+    for (const char c : amount) {
+        if (c >= '0' && c <= '9') {
+            digits += c;
+        }
+    }
+    return std::stoll(digits);
+}
+
+// Lines of one to six wrapped lines, each row's text bounded by START<n> and END<n>.
+StatementData ragged(int rows)
+{
+    StatementData data = sample(0);
+    for (int i = 0; i < rows; ++i) {
+        std::string beneficiary = "START" + std::to_string(i);
+        for (int w = 0; w < (i * 7) % 23; ++w) {
+            beneficiary += " NOMCOMPOSE";
+        }
+        const std::int64_t amount = 1000 + 37 * i;
+        data.lines.push_back({beneficiary, "D" + std::to_string(i), "SOINS END" + std::to_string(i), 100, amount, amount});
+        data.totalCents += amount;
+    }
+    return data;
+}
+
+bool contains(const std::string& text, const std::string& word)
+{
+    // Whole words: "END1" must not be found inside "END12".
+    for (auto at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+        const auto after = at + word.size();
+        if ((at == 0 || text[at - 1] == ' ') && (after == text.size() || text[after] == ' ')) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+TEST_F(StatementRendering, RowsAreNeverCutAndTotalsAreCarriedFromPageToPage)
+{
+    const int rows = 160;
+    const auto data = ragged(rows);
+    const auto file = write({data});
+    const auto pages = pageTexts(file);
+    ASSERT_GE(pages.size(), 4u);
+    EXPECT_EQ(testsupport::pdfPageCount(file), static_cast<int>(pages.size()));
+    const std::regex carried("À reporter ([0-9 ]+,[0-9]{2}) €");
+    const std::regex brought("Report ([0-9 ]+,[0-9]{2}) €");
+    std::int64_t running = 0;
+    int seen = 0;
+    for (std::size_t p = 0; p < pages.size(); ++p) {
+        const std::string& text = pages[p];
+        SCOPED_TRACE("page " + std::to_string(p + 1));
+        std::smatch match;
+        if (p > 0) {
+            ASSERT_TRUE(std::regex_search(text, match, brought)) << text;
+            EXPECT_EQ(cents(match[1]), running);
+        } else {
+            EXPECT_FALSE(std::regex_search(text, match, brought));
+        }
+        EXPECT_NE(text.find("Bénéficiaire N° dossier Prestation Quantité Prix unitaire Montant"), std::string::npos);
+        EXPECT_NE(text.find("Page " + std::to_string(p + 1) + " / " + std::to_string(pages.size())), std::string::npos);
+        for (int i = 0; i < rows; ++i) {
+            const bool start = contains(text, "START" + std::to_string(i));
+            const bool end = contains(text, "END" + std::to_string(i));
+            const bool number = contains(text, "D" + std::to_string(i));
+            // A row is on a page whole, or not at all.
+            EXPECT_EQ(start, end) << "row " << i;
+            EXPECT_EQ(start, number) << "row " << i;
+            if (start) {
+                running += data.lines[static_cast<std::size_t>(i)].amountCents;
+                ++seen;
+            }
+        }
+        if (p + 1 < pages.size()) {
+            ASSERT_TRUE(std::regex_search(text, match, carried)) << text;
+            EXPECT_EQ(cents(match[1]), running);
+            EXPECT_EQ(text.find("Total :"), std::string::npos);
+        } else {
+            EXPECT_FALSE(std::regex_search(text, match, carried));
+            EXPECT_NE(text.find("Total : " + plain(formatEuros(data.totalCents))), std::string::npos) << text;
+        }
+    }
+    EXPECT_EQ(seen, rows);
+}
+
+TEST_F(StatementRendering, ARowTallerThanAPageGoesOnMarkedSuite)
+{
+    auto data = sample(2);
+    std::string service;
+    for (int w = 0; w < 400; ++w) {
+        service += "MOT" + std::to_string(w) + " ";
+    }
+    data.lines[1].service = service;
+    const auto pages = pageTexts(write({data}));
+    ASSERT_GE(pages.size(), 2u);
+    std::string all;
+    for (const auto& page : pages) {
+        all += page + " ";
+    }
+    // Every word once, in order: nothing hidden, nothing lost.
+    std::size_t from = 0;
+    for (int w = 0; w < 400; ++w) {
+        const std::string word = " MOT" + std::to_string(w) + " ";
+        const auto at = all.find(word, from > 0 ? from - 1 : 0);
+        ASSERT_NE(at, std::string::npos) << word;
+        EXPECT_EQ(all.find(word, at + 1), std::string::npos) << word << " twice";
+        from = at + word.size();
+    }
+    // The row starts on a page of its own, and each page after that says it goes on.
+    std::size_t first = 0;
+    while (first < pages.size() && !contains(pages[first], "MOT0")) {
+        ++first;
+    }
+    ASSERT_LT(first + 1, pages.size());
+    for (std::size_t p = 0; p < pages.size(); ++p) {
+        EXPECT_EQ(pages[p].find("(suite)") != std::string::npos, p > first) << p;
+    }
+}
+
+TEST_F(StatementRendering, PaginationDependsOnThePageNotOnTheResolution)
+{
+    const auto data = ragged(120);
+    const auto pagesOf = [&](int resolution, QPageSize size) {
+        QBuffer buffer;
+        buffer.open(QIODevice::WriteOnly);
+        {
+            QPdfWriter writer(&buffer);
+            writer.setResolution(resolution);
+            writer.setPageLayout(QPageLayout(size, QPageLayout::Portrait, QMarginsF(15, 15, 15, 12), QPageLayout::Millimeter));
+            render({&data, 1}, writer);
+        }
+        const auto file = testsupport::path(m_dir) / ("r" + std::to_string(resolution) + ".pdf");
+        QFile out(QString::fromStdString(file.string()));
+        out.open(QIODevice::WriteOnly);
+        out.write(buffer.data());
+        out.close();
+        return pageTexts(file);
+    };
+    // A printer's 1200 dpi and the PDF's 300 dpi: page n is the same page.
+    EXPECT_EQ(pagesOf(1200, QPageSize(QPageSize::A4)), pagesOf(300, QPageSize(QPageSize::A4)));
+    // Another paper size is paginated for itself, everything still there.
+    const auto small = pagesOf(300, QPageSize(QPageSize::A5));
+    EXPECT_GT(small.size(), pagesOf(300, QPageSize(QPageSize::A4)).size());
+    EXPECT_NE(small.back().find("END119"), std::string::npos);
+}
+
+TEST_F(StatementRendering, ArchiveMetadata)
+{
+    const auto file = write({sample(1)});
+    std::string info;
+    for (const QStringList& arguments : {QStringList(), QStringList{QStringLiteral("-meta")}}) {
+        QProcess process;
+        process.start(QStringLiteral("pdfinfo"), arguments + QStringList{QString::fromStdString(file.string())});
+        ASSERT_TRUE(process.waitForFinished(30000));
+        info += process.readAllStandardOutput().toStdString();
+    }
+    for (const char* expected : {"Title:", "Bordereaux - DUPLICATA", "Author:", "AIDE A DOMICILE DU VAL", "Subject:", "PDF version:     1.4",
+             "<pdfaid:part>1</pdfaid:part>", "<pdfaid:conformance>B</pdfaid:conformance>"}) {
+        EXPECT_NE(info.find(expected), std::string::npos) << expected << " missing from " << info;
+    }
+}
+
+TEST_F(StatementRendering, OneFilePerStatementFromSharedDocuments)
+{
+    // Three statements per drawn document: the cut falls inside and between documents.
+    StatementFiles files(3);
+    std::vector<StatementData> statements;
+    for (int i = 0; i < 7; ++i) {
+        auto data = i == 4 ? ragged(90) : sample(1 + i);
+        data.invoiceNumber = "F" + std::to_string(i);
+        data.organisation.name = "ORGANISME " + std::to_string(i);
+        files.add(data);
+        statements.push_back(data);
+    }
+    const auto pdfs = files.take();
+    ASSERT_EQ(pdfs.size(), 7u);
+    for (std::size_t i = 0; i < pdfs.size(); ++i) {
+        const auto file = testsupport::path(m_dir) / ("s" + std::to_string(i) + ".pdf");
+        std::ofstream(file, std::ios::binary) << pdfs[i];
+        const std::string text = testsupport::pdfText(file);
+        EXPECT_NE(text.find("ORGANISME " + std::to_string(i)), std::string::npos) << i;
+        EXPECT_NE(text.find("Total : " + plain(formatEuros(statements[i].totalCents))), std::string::npos) << i;
+        for (std::size_t other = 0; other < pdfs.size(); ++other) {
+            if (other != i) {
+                EXPECT_EQ(text.find("ORGANISME " + std::to_string(other) + " "), std::string::npos) << i << " holds " << other;
+            }
+        }
+        EXPECT_EQ(testsupport::pdfPageCount(file), i == 4 ? static_cast<int>(pageTexts(file).size()) : 1);
+    }
+    EXPECT_TRUE(files.take().empty());
 }
