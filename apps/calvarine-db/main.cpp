@@ -127,7 +127,7 @@ std::shared_ptr<store::Store> openExisting(const std::string& database)
     } catch (const DbaError& error) {
         std::error_code ignored;
         if (isFile(database) && !std::filesystem::exists(fileOf(database), ignored)) {
-            throw std::runtime_error(std::string(error.what()) + " (calvarine-db create or demo makes one)");
+            throw std::runtime_error(error.context() + ": " + error.detail() + " (calvarine-db create or demo makes one)");
         }
         throw;
     }

@@ -1,7 +1,7 @@
 #include "database/DbaError.h"
 
 DbaError::DbaError(Kind kind, std::string context, std::string detail)
-    : std::runtime_error(context + ": " + detail)
+    : std::runtime_error(context + ": " + detail + " (" + std::string(kindName(kind)) + ")")
     , m_kind(kind)
     , m_context(std::move(context))
     , m_detail(std::move(detail))

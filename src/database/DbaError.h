@@ -11,7 +11,8 @@
 // number that the control's skip-and-continue policy keeps as "the error in force".
 //
 // The message has two parts: the context (which operation, which file or key)
-// and the detail (what went wrong); what() gives "context: detail".
+// and the detail (what went wrong); what() gives "context: detail (kind)", so a
+// logged or shown failure says which of the kinds below it was.
 class DbaError : public std::runtime_error {
 public:
     enum class Kind : std::uint32_t {
@@ -35,7 +36,6 @@ public:
 
     bool isNoRecord() const noexcept { return m_kind == Kind::NoRecord; }
     bool isNoFile() const noexcept { return m_kind == Kind::NoFile; }
-    bool isBadSentence() const noexcept { return m_kind == Kind::BadSentence; }
 
     static std::string_view kindName(Kind kind) noexcept;
 

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <fstream>
 
+#include "ThrowsDbaError.h"
 #include "ArchiveBordCaisseExcel.h"
 #include "PlatformTestSupport.h"
 #include "Store.h"
@@ -158,7 +159,7 @@ TEST_F(ServerCommand, FailureMidwayRemovesWhatWasWritten)
     // and the earlier file of that name is left as it was.
     writeFormer("001P_202611_012_F000000123.pdf");
     request({{"012", "F000000123"}, {"012", "F000000999"}});
-    EXPECT_THROW(run("ARCHIVEBORDCAISSEEXCEL 202611 001 P"), DbaError);
+    EXPECT_THAT([&] { run("ARCHIVEBORDCAISSEEXCEL 202611 001 P"); }, ThrowsDbaError(DbaError::Kind::CommandFailed));
     EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_012_F000000123.pdf"}));
     EXPECT_EQ(contents(fusion() / "001P_202611_012_F000000123.pdf"), "former");
     EXPECT_FALSE(result().has_value());

@@ -5,6 +5,7 @@
 
 #include <map>
 
+#include "ThrowsDbaError.h"
 #include "EventLog.h"
 #include "Lexer.h"
 #include "LoggingDatabase.h"
@@ -179,12 +180,12 @@ TEST_F(LoggingDatabaseTest, LogsEveryOperationWhileOnAndPassesItOn)
     item->DBWrite();
     EXPECT_EQ(inner->records.at("REQ"), "012\xFD" "F1");
     EXPECT_EQ(file->ReadItem("REQ")->text(), "012\xFD" "F1");
-    EXPECT_THROW(file->ReadItem("NONE"), DbaError);
+    EXPECT_THAT([&] { file->ReadItem("NONE"); }, ThrowsDbaError(DbaError::Kind::NoRecord));
     file->DeleteItem("REQ");
     std::int32_t status = 0;
     EXPECT_EQ(db.Select("SSELECT X\xFEX\xFE" "0", "", status).text(), "K1\xFEK2");
     db.Execute("LOGIN", "", status);
-    EXPECT_THROW(db.OpenFile("NONE"), DbaError);
+    EXPECT_THAT([&] { db.OpenFile("NONE"); }, ThrowsDbaError(DbaError::Kind::NoFile));
     EXPECT_EQ(drain(), (std::vector<std::string>{
                            "OPEN TEMPO",
                            "NEWITEM TEMPO \"REQ\"",

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 
+#include "ThrowsDbaError.h"
 #include "database/DbaDynArray.h"
 #include "database/DbaError.h"
 
@@ -58,9 +59,9 @@ TEST(DynArray, ReplacingInTheMiddleKeepsLaterAttributes)
 TEST(DynArray, IndicesBelowOneFailToWrite)
 {
     DbaDynArray array;
-    EXPECT_THROW(array.setAttribute(0, "x"), DbaError);
-    EXPECT_THROW(array.setValue(1, -1, "x"), DbaError);
-    EXPECT_THROW(array.setSubvalue(1, 1, 0, "x"), DbaError);
+    EXPECT_THAT([&] { array.setAttribute(0, "x"); }, ThrowsDbaError(DbaError::Kind::BadIndex));
+    EXPECT_THAT([&] { array.setValue(1, -1, "x"); }, ThrowsDbaError(DbaError::Kind::BadIndex));
+    EXPECT_THAT([&] { array.setSubvalue(1, 1, 0, "x"); }, ThrowsDbaError(DbaError::Kind::BadIndex));
     EXPECT_EQ(array.text(), "");
 }
 

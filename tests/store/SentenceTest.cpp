@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "ThrowsDbaError.h"
 #include "Sentence.h"
 #include "database/DbaError.h"
 
@@ -36,8 +37,8 @@ TEST(Sentence, AttributeListsAndReading)
 {
     EXPECT_EQ(parseAttributeList("0 12"), (std::vector<int>{0, 12}));
     EXPECT_EQ(parseAttributeList(""), (std::vector<int>{0}));
-    EXPECT_THROW(parseAttributeList("0 -1"), DbaError);
-    EXPECT_THROW(parseAttributeList("40000"), DbaError);
+    EXPECT_THAT([&] { parseAttributeList("0 -1"); }, ThrowsDbaError(DbaError::Kind::BadSentence));
+    EXPECT_THAT([&] { parseAttributeList("40000"); }, ThrowsDbaError(DbaError::Kind::BadSentence));
 
     const std::string record = std::string("a\xFE" "b1\xFD" "b2\xFE\xFE" "d");
     EXPECT_EQ(attributeOf(record, 1), "a");

@@ -11,6 +11,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "ThrowsDbaError.h"
 #include "StoreTestSupport.h"
 
 namespace store::testing {
@@ -58,7 +59,7 @@ TEST_P(StoreOnServer, RecordsKeepEveryByteAndTheCacheFollowsOtherConnections)
     EXPECT_EQ(other->read("ORGPRISECHARGE", "012"), "A");
     auto file = other->OpenFile("ORGPRISECHARGE");
     EXPECT_EQ(file->ReadItem("011")->text(), "NOUVELLE");
-    EXPECT_THROW(file->ReadItem("010"), DbaError);
+    EXPECT_THAT([&] { file->ReadItem("010"); }, ThrowsDbaError(DbaError::Kind::NoRecord));
 }
 
 TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)

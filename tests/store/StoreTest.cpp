@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+#include "ThrowsDbaError.h"
 #include "StoreTestSupport.h"
 #include "database/FileNames.h"
 
@@ -108,7 +109,7 @@ TEST_P(Sentences, SelectAndExecuteRequests)
     EXPECT_EQ(marks(db().Select(request, "", status).text()), "001M02|M^001P01|P");
     EXPECT_EQ(status, 0);
     const std::string other = std::string(R"(SSELECT ACTIVITES)") + "\xFE" + "ASSOCIATION";
-    EXPECT_THROW(db().Select(other, "", status), DbaError);
+    EXPECT_THAT([&] { db().Select(other, "", status); }, ThrowsDbaError(DbaError::Kind::BadSentence));
 
     EXPECT_EQ(db().Execute("LOGIN", "", status).text(), "");
     db().setServeOwnCommands(true); // on a server: no worker beside this test
@@ -131,8 +132,8 @@ TEST_P(Sentences, SelectAndExecuteRequests)
         EXPECT_NE(std::string(error.what()).find("disk full"), std::string::npos);
     }
     db().unregisterCommand("ECHO");
-    EXPECT_THROW(db().Execute(std::string("P\xFE") + "ECHO", "", status), DbaError);
-    EXPECT_THROW(db().Execute("DELETE", "", status), DbaError);
+    EXPECT_THAT([&] { db().Execute(std::string("P\xFE") + "ECHO", "", status); }, ThrowsDbaError(DbaError::Kind::CommandFailed));
+    EXPECT_THAT([&] { db().Execute("DELETE", "", status); }, ThrowsDbaError(DbaError::Kind::CommandFailed));
 }
 
 struct BadSentence {
@@ -171,7 +172,7 @@ TEST_P(Sentences, MalformedSentencesNameTheWordAndPosition)
             EXPECT_NE(std::string(error.what()).find(bad.mentions), std::string::npos) << bad.sentence << ": " << error.what();
         }
     }
-    EXPECT_THROW(db().select("SSELECT ACTIVITES", "0 x"), DbaError);
+    EXPECT_THAT([&] { db().select("SSELECT ACTIVITES", "0 x"); }, ThrowsDbaError(DbaError::Kind::BadSentence));
 }
 
 TEST_P(StoreTest, RecordsThroughFiles)
@@ -195,7 +196,7 @@ TEST_P(StoreTest, RecordsThroughFiles)
     EXPECT_EQ(read->DCount(), 2);
     EXPECT_EQ(tempo->DeleteItem("REQUETEBORDEXCEL"), "");
     EXPECT_EQ(tempo->DeleteItem("REQUETEBORDEXCEL"), "");
-    EXPECT_THROW(tempo->ReadItem("REQUETEBORDEXCEL"), DbaError);
+    EXPECT_THAT([&] { tempo->ReadItem("REQUETEBORDEXCEL"); }, ThrowsDbaError(DbaError::Kind::NoRecord));
 
     try {
         db().OpenFile("ABSENT");
@@ -254,7 +255,7 @@ TEST_P(StoreTest, NamesDifferingOnlyInCaseNeverShareStorage)
             EXPECT_NE(std::string(error.what()).find("\"F\""), std::string::npos) << error.what();
         }
         EXPECT_FALSE(db().fileExists("f"));
-        EXPECT_THROW(db().select("SSELECT f"), DbaError);
+        EXPECT_THAT([&] { db().select("SSELECT f"); }, ThrowsDbaError(DbaError::Kind::NoFile));
     }
     EXPECT_EQ(db().read("F", "k"), "upper");
     EXPECT_EQ(keys("SSELECT F"), "k");
@@ -266,8 +267,8 @@ TEST_P(StoreTest, NamesDifferingOnlyInCaseNeverShareStorage)
         db().defineName("G", "NOM", 2);
         EXPECT_EQ(keys(R"(SSELECT G AVEC NOM = "alpha")"), "b");
     } else {
-        EXPECT_THROW(db().defineName("G", "NOM", 2), DbaError);
-        EXPECT_THROW(keys(R"(SSELECT G AVEC NOM = "alpha")"), DbaError);
+        EXPECT_THAT([&] { db().defineName("G", "NOM", 2); }, ThrowsDbaError(DbaError::Kind::BadData));
+        EXPECT_THAT([&] { keys(R"(SSELECT G AVEC NOM = "alpha")"); }, ThrowsDbaError(DbaError::Kind::UnknownName));
         // The same name again is no collision.
         db().defineName("G", "Nom", 1);
     }
@@ -432,7 +433,7 @@ TEST(StoreOnSqlite, CreatingMakesTheFolderAndFusionStaysBeside)
     EXPECT_EQ(Store::withSchema("postgresql://u@h/db", "s1"), "postgresql://u@h/db?options=-csearch_path%3Ds1");
     EXPECT_EQ(Store::withSchema("postgresql://u@h/db?port=5", "s1"), "postgresql://u@h/db?port=5&options=-csearch_path%3Ds1");
     // A schema belongs to a server: appended to a file's name it would name another file.
-    EXPECT_THROW(Store::withSchema("x.db", "s1"), DbaError);
+    EXPECT_THAT([&] { Store::withSchema("x.db", "s1"); }, ThrowsDbaError(DbaError::Kind::NotConnected));
 }
 
 // Opening never creates, and says what is wrong and where.
@@ -459,9 +460,9 @@ TEST(StoreOnSqlite, OpeningRefusesWhatIsNotAnExistingDatabase)
     std::ofstream(dir.path() / "text.db") << std::string(4096, 'x');
     expectRefused(dir.path() / "text.db", "not a database");
     // Neither is a file that is not a database overwritten by creating.
-    EXPECT_THROW(Store::create(dir.path() / "text.db"), DbaError);
+    EXPECT_THAT([&] { Store::create(dir.path() / "text.db"); }, ThrowsDbaError(DbaError::Kind::NotConnected));
     EXPECT_EQ(std::filesystem::file_size(dir.path() / "text.db"), 4096u);
-    EXPECT_THROW(Store::connect(""), DbaError);
+    EXPECT_THAT([&] { Store::connect(""); }, ThrowsDbaError(DbaError::Kind::NotConnected));
 }
 
 TEST(StoreOnSqlite, OpeningAReadOnlyDatabaseSaysSo)
