@@ -1,12 +1,13 @@
 #include "shell/Ctr_Calvarine.h"
 #include "shell/Procedure.h"
+#include "shell/Int16.h"
 
 #include <string>
 #include <unordered_set>
 
 void Ctr_Calvarine::Passage_A_Droite()
 {
-    const std::int16_t last = static_cast<std::int16_t>(Lst_OrgaPos.listCount() - 1);
+    const std::int16_t last = CInt16(Lst_OrgaPos.listCount() - 1);
     for (std::int16_t i = 0; i <= last; ++i) {
         if (Lst_OrgaPos.selected(i) && !Procedure::ExisteDansListe(Lst_OrgaPos.list(i), Lst_OrgaSel)) {
             Lst_OrgaSel.addItem(Lst_OrgaPos.list(i));
@@ -21,7 +22,7 @@ void Ctr_Calvarine::Passage_A_Droite()
 
 void Ctr_Calvarine::Passage_A_Gauche()
 {
-    for (std::int16_t i = static_cast<std::int16_t>(Lst_OrgaSel.listCount() - 1); i >= 0; --i) {
+    for (std::int16_t i = CInt16(Lst_OrgaSel.listCount() - 1); i >= 0; --i) {
         if (Lst_OrgaSel.selected(i)) {
             Lst_OrgaSel.removeItem(i);
             Lst_CodeOrgaSel.removeItem(i);
@@ -42,7 +43,7 @@ void Ctr_Calvarine::Cmd_Tous_Click()
     for (std::int16_t i = 0; i < Lst_OrgaSel.listCount(); ++i) {
         selected.insert(Lst_OrgaSel.list(i));
     }
-    const std::int16_t last = static_cast<std::int16_t>(Lst_OrgaPos.listCount() - 1);
+    const std::int16_t last = CInt16(Lst_OrgaPos.listCount() - 1);
     for (std::int16_t i = 0; i <= last; ++i) {
         if (selected.insert(Lst_OrgaPos.list(i)).second) {
             Lst_OrgaSel.addItem(Lst_OrgaPos.list(i));

@@ -4,6 +4,7 @@
 #include "shell/HostServices.h"
 #include "shell/Text.h"
 #include "shell/Variable.h"
+#include "shell/Int16.h"
 
 void Ctr_Calvarine::Cmd_Imprimer_Click()
 {
@@ -16,7 +17,7 @@ void Ctr_Calvarine::Cmd_Imprimer_Click()
     }
     for (std::int16_t i = 0; i < count; ++i) {
         const std::string& line = Lst_CodeOrgaSel.list(i);
-        const auto row = static_cast<std::int16_t>(i + 1);
+        const auto row = CInt16(i + 1);
         Tab_Selection->setValue(row, 1, Text::Mid(line, 1, 3));
         Tab_Selection->setValue(row, 2, Text::Mid(line, 5, 10));
     }

@@ -3,6 +3,7 @@
 #include "shell/Ctr_Calvarine.h"
 #include "shell/HostServices.h"
 #include "shell/Text.h"
+#include "shell/Int16.h"
 
 namespace {
 
@@ -63,7 +64,7 @@ void Ctr_Calvarine::Cbo_Entite_Click()
     if (Cbo_Entite.text().empty()) {
         return;
     }
-    const std::int16_t row = static_cast<std::int16_t>(Cbo_Entite.listIndex() + 1);
+    const std::int16_t row = CInt16(Cbo_Entite.listIndex() + 1);
     const bool searching = Tab_EntiteRecherche && !Tab_EntiteRecherche->text().empty();
     const auto& table = searching ? Tab_EntiteRecherche : Tab_Entite;
     if (!table) {

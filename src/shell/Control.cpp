@@ -6,6 +6,7 @@
 #include "shell/HostServices.h"
 #include "shell/ScreenModel.h"
 #include "shell/Text.h"
+#include "shell/Int16.h"
 
 namespace {
 
@@ -71,9 +72,9 @@ void Control::setText(std::string_view text)
     m_text = std::string(text);
     if (kind() == ControlKind::ComboBox) {
         const auto it = std::find_if(m_items.begin(), m_items.end(), [&](const Item& item) { return item.text == m_text; });
-        const auto index = it == m_items.end() ? -1 : static_cast<std::int16_t>(it - m_items.begin());
+        const std::int16_t index = it == m_items.end() ? -1 : CInt16(it - m_items.begin());
         if (index != m_listIndex) {
-            m_listIndex = static_cast<std::int16_t>(index);
+            m_listIndex = index;
             changed(Property::ListIndex);
         }
     }
@@ -144,7 +145,7 @@ void Control::addItem(std::string_view text)
     if (m_sorted) {
         at = std::upper_bound(m_items.begin(), m_items.end(), text, [](std::string_view t, const Item& item) { return t < item.text; });
     }
-    const auto index = static_cast<std::int16_t>(at - m_items.begin());
+    const auto index = CInt16(at - m_items.begin());
     for (auto* observer : m_screen.observers()) {
         observer->itemAboutToBeInserted(*this, index);
     }

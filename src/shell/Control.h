@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "shell/ScreenTable.h"
+#include "shell/Int16.h"
 
 class ScreenModel;
 class LateBoundObject;
@@ -66,7 +67,7 @@ public:
     void setValue(bool value);
 
     // ListBox and ComboBox.
-    std::int16_t listCount() const noexcept { return static_cast<std::int16_t>(m_items.size()); }
+    std::int16_t listCount() const { return CInt16(static_cast<long long>(m_items.size())); }
     const std::string& list(std::int16_t index) const;
     std::int16_t listIndex() const noexcept { return m_listIndex; }
     void setListIndex(std::int16_t index);

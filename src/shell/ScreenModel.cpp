@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "shell/HostServices.h"
+#include "shell/Int16.h"
 
 namespace {
 
@@ -269,23 +270,23 @@ bool ScreenModel::listKey(Control& list, Key key, std::int16_t pageSize)
     switch (key) {
     case Key::Up:
     case Key::Left:
-        next = static_cast<std::int16_t>(std::max(0, current - 1));
+        next = CInt16(std::max(0, current - 1));
         break;
     case Key::Down:
     case Key::Right:
-        next = static_cast<std::int16_t>(std::min(count - 1, current + 1));
+        next = CInt16(std::min(count - 1, current + 1));
         break;
     case Key::PageUp:
-        next = static_cast<std::int16_t>(std::max(0, current - std::max<int>(1, pageSize)));
+        next = CInt16(std::max(0, current - std::max<int>(1, pageSize)));
         break;
     case Key::PageDown:
-        next = static_cast<std::int16_t>(std::min(count - 1, current + std::max<int>(1, pageSize)));
+        next = CInt16(std::min(count - 1, current + std::max<int>(1, pageSize)));
         break;
     case Key::Home:
         next = 0;
         break;
     case Key::End:
-        next = static_cast<std::int16_t>(count - 1);
+        next = CInt16(count - 1);
         break;
     case Key::Space:
         // Space marks the current line; with none yet, the first line becomes current.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "shell/Control.h"
+#include "shell/Int16.h"
 
 class HostServices;
 
@@ -39,7 +40,7 @@ public:
     HostServices& host() const noexcept { return m_host; }
 
     // The Controls collection: Count, access by index from 0.
-    std::int16_t count() const noexcept { return static_cast<std::int16_t>(m_controls.size()); }
+    std::int16_t count() const { return CInt16(static_cast<long long>(m_controls.size())); }
     Control& at(std::int16_t index) const { return *m_controls.at(static_cast<std::size_t>(index)); }
     // A control by name, or UserControl; nullptr when there is none.
     Control* find(std::string_view name) const;

@@ -1,4 +1,5 @@
 #include "shell/ScreenTable.h"
+#include "shell/Int16.h"
 
 #include <algorithm>
 
@@ -58,7 +59,7 @@ InitialValues initialValues(const ControlSpec& spec)
         }
         std::int16_t n = 0;
         for (auto i = at + word.size() + 1; i < spec.initial.size() && spec.initial[i] >= '0' && spec.initial[i] <= '9'; ++i) {
-            n = static_cast<std::int16_t>(n * 10 + (spec.initial[i] - '0'));
+            n = CInt16(n * 10 + (spec.initial[i] - '0'));
         }
         return n;
     };
