@@ -1,18 +1,12 @@
 #include "ServerCommands.h"
 
-#ifdef CALVARINE_SCRIPT_HAS_SERVER
-#include CALVARINE_SCRIPT_SERVER_HEADER
-#endif
+#include "server/ArchiveBordCaisseExcel.h"
 
 namespace script {
 
-void registerServerCommands([[maybe_unused]] store::Store& store)
+void registerServerCommands(store::Store& store)
 {
-#ifdef CALVARINE_SCRIPT_HAS_SERVER
     server::registerArchiveBordCaisseExcel(store);
-#endif
-    // HOOK: until platform/server provides calvarine_server, no command is
-    // registered and every Execute "P" fails as under "server none".
 }
 
 } // namespace script

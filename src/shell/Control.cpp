@@ -25,6 +25,7 @@ Control::Control(ScreenModel& screen, const ControlSpec& spec)
     m_value = initial.value;
     m_maxLength = initial.maxLength;
     m_sorted = initial.sorted;
+    m_dropDownList = spec.kind == ControlKind::ComboBox && initial.style == 2;
 }
 
 void Control::changed(Property property)
@@ -59,7 +60,7 @@ void Control::setVisible(bool visible)
 
 void Control::setText(std::string_view text)
 {
-    if (kind() == ControlKind::ComboBox && m_spec->initial.find("Style 2") != std::string_view::npos) {
+    if (m_dropDownList) {
         // A drop-down list shows its entries only: a text is taken as the entry it names.
         const auto it = std::find_if(m_items.begin(), m_items.end(), [&](const Item& item) { return item.text == text; });
         if (it == m_items.end()) {
@@ -283,7 +284,7 @@ void Control::operatorKey(std::int16_t code)
     const bool replace = m_allSelected;
     m_allSelected = false;
     const bool editable = kind() == ControlKind::TextBox
-        || (kind() == ControlKind::ComboBox && m_spec->initial.find("Style 2") == std::string_view::npos);
+        || (kind() == ControlKind::ComboBox && !m_dropDownList);
     if (!editable) {
         return;
     }
@@ -301,7 +302,7 @@ void Control::operatorKey(std::int16_t code)
 void Control::operatorPaste(std::string_view text)
 {
     m_allSelected = false;
-    if (kind() == ControlKind::ComboBox && m_spec->initial.find("Style 2") != std::string_view::npos) {
+    if (m_dropDownList) {
         return; // nothing can be typed or pasted into a drop-down list
     }
     setText(m_maxLength > 0 ? Text::Left(text, m_maxLength) : std::string(text));

@@ -138,6 +138,7 @@ private:
     bool m_value;
     std::int16_t m_maxLength;
     bool m_sorted;
+    bool m_dropDownList; // a combo box of style 2: only its entries, nothing typed
     std::string m_text;
     std::vector<Item> m_items;
     std::vector<std::size_t> m_hashes; // hashes of the entries' texts, in step with m_items

@@ -70,10 +70,8 @@ InitialValues initialValues(const ControlSpec& spec)
     v.sorted = has("Sorted True");
     v.fixedFont = has("Courier New");
     v.hasPicture = has("Picture");
-    v.hasDragIcon = has("DragIcon");
     v.maxLength = number("MaxLength");
     v.style = number("Style");
-    v.multiSelect = number("MultiSelect");
     return v;
 }
 

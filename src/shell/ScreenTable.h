@@ -42,10 +42,8 @@ struct InitialValues {
     std::int16_t maxLength = 0;
     std::int16_t style = 0;       // ComboBox 2: drop-down list; CommandButton 1: graphical
     bool sorted = false;
-    std::int16_t multiSelect = 0;
     bool fixedFont = false;       // Courier New 8.25
     bool hasPicture = false;
-    bool hasDragIcon = false;
 };
 
 InitialValues initialValues(const ControlSpec& spec);
