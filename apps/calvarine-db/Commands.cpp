@@ -119,8 +119,15 @@ int importFiles(store::Store& store, const std::vector<std::string>& files, bool
     });
     std::vector<std::string> reports;
     std::vector<Consistency::Problem> malformed;
+    // The space the load needs is checked first, beside the database.
+    std::uintmax_t bytes = 0;
+    for (const auto& name : files) {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(name, error);
+        bytes += error ? 0 : size;
+    }
     try {
-        store.transaction([&] {
+        store.bulkLoad([&] { store.transaction([&] {
             for (const auto& name : files) {
                 InputFile input(name);
                 ProgressBar bar("import " + std::filesystem::path(name).filename().string());
@@ -169,7 +176,7 @@ int importFiles(store::Store& store, const std::vector<std::string>& files, bool
             if (!malformed.empty() || (!lenient && !consistency.problems().empty())) {
                 throw Refused("import refused");
             }
-        });
+        }); }, bytes);
     } catch (const Refused&) {
         for (const auto& problem : malformed) {
             std::cerr << problem.where << ": " << problem.what << '\n';

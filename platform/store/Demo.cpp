@@ -14,7 +14,7 @@ namespace {
 
 constexpr char AM = DbaDynArray::kAttributeMark;
 constexpr char VM = DbaDynArray::kValueMark;
-constexpr std::size_t kBatch = 10000;
+constexpr std::size_t kBatch = 100000;
 
 const std::array kPlaces = {"DU VAL DE LOIRE", "DE LA VALLÉE DU LOT", "DES COTEAUX DE GASCOGNE", "DU PAYS D'AUGE",
     "DE LA HAUTE-GARONNE", "DU CANTON DE SAINT-GIRONS", "DES MONTS DU LYONNAIS", "DE LA PRESQU'ÎLE GUÉRANDAISE",
@@ -252,27 +252,31 @@ void generateDemo(Store& store, const DemoOptions& options, const DemoProgress& 
         return a.period > b.period; // older periods first: key order
     });
 
-    std::size_t done = 0;
-    while (done < plan.size()) {
-        const std::size_t end = std::min(plan.size(), done + kBatch);
-        store.transaction([&] {
-            for (std::size_t n = done; n < end; ++n) {
-                const auto& planned = plan[n];
-                const auto& scope = scopes[planned.scope];
-                const int period = periodAt(current, planned.period);
-                // Invoice numbers: ten characters, a few shorter ones padded with blanks.
-                std::string invoice = n % 97 == 5 ? "A" + std::to_string(n) : std::to_string(1000000000 + n);
-                invoice.resize(10, ' ');
-                const std::string key = scope.entity + scope.letter + code3(planned.organisation) + std::to_string(period) + invoice;
-                store.write(FileNames::ARCHIVEBORDCAISSE, key,
-                    statementRecord(random, period, sigles[planned.organisation], invoice));
+    // Large batches, without a sync per commit: a crash keeps every batch
+    // committed before it.
+    store.bulkLoad([&] {
+        std::size_t done = 0;
+        while (done < plan.size()) {
+            const std::size_t end = std::min(plan.size(), done + kBatch);
+            store.transaction([&] {
+                for (std::size_t n = done; n < end; ++n) {
+                    const auto& planned = plan[n];
+                    const auto& scope = scopes[planned.scope];
+                    const int period = periodAt(current, planned.period);
+                    // Invoice numbers: ten characters, a few shorter ones padded with blanks.
+                    std::string invoice = n % 97 == 5 ? "A" + std::to_string(n) : std::to_string(1000000000 + n);
+                    invoice.resize(10, ' ');
+                    const std::string key = scope.entity + scope.letter + code3(planned.organisation) + std::to_string(period) + invoice;
+                    store.write(FileNames::ARCHIVEBORDCAISSE, key,
+                        statementRecord(random, period, sigles[planned.organisation], invoice));
+                }
+            });
+            done = end;
+            if (progress) {
+                progress(done, plan.size());
             }
-        });
-        done = end;
-        if (progress) {
-            progress(done, plan.size());
         }
-    }
+    });
 }
 
 } // namespace store

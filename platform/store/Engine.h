@@ -61,6 +61,9 @@ public:
     virtual void forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit) = 0;
 
     virtual void transaction(const std::function<void()>& work) = 0;
+    // False during a bulk load: commits may skip the sync that makes each one
+    // durable, as long as a crash still leaves the database consistent.
+    virtual void setSyncEveryCommit(bool /*sync*/) {}
 
     virtual DbaDynArray select(std::string_view sentenceText, std::string_view attributes) = 0;
 

@@ -209,6 +209,12 @@ void Store::importJsonLines(std::istream& in, std::string_view source)
                     std::string(source) + ":" + std::to_string(number), error.what());
             }
         }
+        // A read error ends getline as the end of the input would: never commit
+        // a part of the input as if it were the whole.
+        if (in.bad()) {
+            throw DbaError(DbaError::Kind::Storage, std::string(source) + ":" + std::to_string(number + 1),
+                "read error: the input could not be read to its end; nothing imported");
+        }
     });
 }
 

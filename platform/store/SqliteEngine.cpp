@@ -266,6 +266,13 @@ sqlite3_stmt* SqliteEngine::prepareSentence(const std::string& sql)
     return m_sentences.emplace(sql, StatementPtr(raw)).first->second.get();
 }
 
+void SqliteEngine::setSyncEveryCommit(bool sync)
+{
+    const auto hold = holding();
+    m_snapshot->end();
+    exec(sync ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
+}
+
 std::unique_lock<std::recursive_mutex> SqliteEngine::reading()
 {
     auto lock = m_snapshot->hold();

@@ -55,6 +55,9 @@ public:
     void forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit) override;
 
     void transaction(const std::function<void()>& work) override;
+    // In WAL mode synchronous=NORMAL stays crash-safe: a crash may lose the last
+    // commits, never consistency.
+    void setSyncEveryCommit(bool sync) override;
 
     // Resolves and compiles a sentence; throws NoFile, UnknownName, BadSentence.
     CompiledQuery compile(const sentence::Parsed& parsed, bool wantRecord);

@@ -388,6 +388,35 @@ void Store::transaction(const std::function<void()>& work)
     m_impl->engine->transaction(work);
 }
 
+void Store::bulkLoad(const std::function<void()>& work, std::uintmax_t bytes)
+{
+    const auto& file = m_impl->engine->path();
+    if (bytes > 0 && !file.empty()) {
+        const auto folder = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+        std::error_code error;
+        const auto space = std::filesystem::space(folder, error);
+        const std::uintmax_t needed = bytes * 2;
+        if (error) {
+            throw DbaError(DbaError::Kind::Storage, "load into " + file.string(), "free space of " + folder.string() + ": " + error.message());
+        }
+        if (space.available < needed) {
+            constexpr std::uintmax_t kMega = 1024 * 1024;
+            throw DbaError(DbaError::Kind::Storage, "load into " + file.string(),
+                "not enough free space in " + folder.string() + ": about " + std::to_string((needed + kMega - 1) / kMega)
+                    + " MB needed, " + std::to_string(space.available / kMega) + " MB free; nothing was loaded");
+        }
+    }
+    auto& engine = *m_impl->engine;
+    engine.setSyncEveryCommit(false);
+    try {
+        work();
+    } catch (...) {
+        engine.setSyncEveryCommit(true);
+        throw;
+    }
+    engine.setSyncEveryCommit(true);
+}
+
 void Store::registerCommand(std::string name, ServerCommand command)
 {
     m_impl->commands[std::move(name)] = std::move(command);

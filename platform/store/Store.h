@@ -109,6 +109,14 @@ public:
 
     // Several writes as one transaction: all or nothing.
     void transaction(const std::function<void()>& work);
+    // Runs work, a large load (demo data, an import) that makes its own
+    // transactions, with the cheapest settings that stay crash-safe (on SQLite:
+    // no sync per commit in WAL mode). When bytes (the size of the data to load)
+    // is given, first checks the free space beside a database file: a load
+    // writes about twice its size (the write-ahead log, then the database);
+    // when short, refuses with DbaError Storage naming the folder, the space
+    // needed and the space free, before anything is written.
+    void bulkLoad(const std::function<void()>& work, std::uintmax_t bytes = 0);
 
     // Fixtures in JSON Lines (see the import/export format of the project's docs).
     // A malformed line throws DbaError BadData naming source and line; nothing of

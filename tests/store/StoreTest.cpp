@@ -521,6 +521,69 @@ TEST(StoreOnSqlite, AReadSnapshotBlocksNoWriterAndEndsBeforeAWrite)
     EXPECT_GT(reads, 0);
 }
 
+// A load checks the free space beside the database before it writes anything.
+TEST(StoreOnSqlite, ALoadTooLargeForTheDiskIsRefusedBeforeItStarts)
+{
+    SmallDisk disk("2m");
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "mounting a tmpfs is not permitted here";
+    }
+    auto store = Store::create(disk.path() / "db.sqlite");
+    store->write("F", "k", "before");
+    std::string lines;
+    for (int i = 0; lines.size() < 1536 * 1024; ++i) {
+        lines += R"({"file": "F", "key": ")" + std::to_string(i) + R"(", "record": [")" + std::string(100, 'x') + "\"]}\n";
+    }
+    bool loaded = false;
+    try {
+        store->bulkLoad([&] {
+            loaded = true;
+            std::istringstream in(lines);
+            store->importJsonLines(in, "big.jsonl");
+        }, lines.size());
+        ADD_FAILURE() << "a 1.5 MB load accepted on a 2 MB disk";
+    } catch (const DbaError& error) {
+        EXPECT_EQ(error.kind(), DbaError::Kind::Storage);
+        EXPECT_NE(error.detail().find("not enough free space in " + disk.path().string()), std::string::npos) << error.what();
+    }
+    EXPECT_FALSE(loaded);
+    EXPECT_EQ(store->select("SSELECT F").text(), "k");
+    // A load that fits goes through, and every commit is durable again after it.
+    store->bulkLoad([&] { store->importJsonLine(R"({"file": "F", "key": "small", "record": ["y"]})"); }, 100);
+    EXPECT_EQ(store->read("F", "small"), "y");
+}
+
+// A read error in the middle of an input is not its end: nothing is imported.
+TEST(StoreOnSqlite, AReadErrorInTheMiddleOfAnImportImportsNothing)
+{
+    class FailingMidway : public std::streambuf {
+    public:
+        explicit FailingMidway(std::string text)
+            : m_text(std::move(text))
+        {
+            setg(m_text.data(), m_text.data(), m_text.data() + m_text.size());
+        }
+
+    protected:
+        int_type underflow() override { throw std::ios_base::failure("input/output error"); }
+
+    private:
+        std::string m_text;
+    };
+    TempDir dir;
+    auto store = Store::create(dir.path() / "db.sqlite");
+    FailingMidway buffer("{\"file\": \"F\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"F\", \"key\": \"2\", \"rec");
+    std::istream in(&buffer);
+    try {
+        store->importJsonLines(in, "cut.jsonl");
+        ADD_FAILURE() << "a read error taken for the end of the input";
+    } catch (const DbaError& error) {
+        EXPECT_EQ(error.context(), "cut.jsonl:2") << error.what();
+        EXPECT_NE(error.detail().find("read error"), std::string::npos) << error.what();
+    }
+    EXPECT_FALSE(store->fileExists("F"));
+}
+
 // Readers never wait for a writer: opening takes no write lock, so a store
 // opens and reads while another connection holds a long write transaction.
 TEST(StoreOnSqlite, OpeningDuringAWriteTransactionNeitherWaitsNorWrites)
