@@ -348,6 +348,32 @@ void BM_QueryAndReads_Postgres(benchmark::State& state)
     queryAndRead(state, *readData(true));
 }
 
+// The statement query alone, the same sentence on the same data on each engine.
+void queryOnly(benchmark::State& state, store::Store& store)
+{
+    std::size_t keys = 0;
+    for (auto _ : state) {
+        keys = store.select(kSentence).attributeCount();
+    }
+    state.counters["keys"] = static_cast<double>(keys);
+}
+
+void BM_StatementQuery_Sqlite(benchmark::State& state)
+{
+    queryOnly(state, *readData(false));
+}
+
+void BM_StatementQuery_Postgres(benchmark::State& state)
+{
+    if (serverConnection().empty()) {
+        state.SkipWithError("set CALVARINE_PG_URL to a PostgreSQL server");
+        return;
+    }
+    queryOnly(state, *readData(true));
+}
+
+BENCHMARK(BM_StatementQuery_Sqlite)->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_StatementQuery_Postgres)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_ReadItems_Sqlite)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_ReadItems_Postgres)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_ReadItems_PostgresUncached)->Unit(benchmark::kMillisecond)->MinTime(1.0);

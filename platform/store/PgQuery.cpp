@@ -49,7 +49,6 @@ std::string rangeTest(const std::string& column, const std::vector<sentence::Alt
 struct Plan {
     CompiledQuery query;
     bool record = false;                 // column 1 is the record
-    std::vector<int> sortColumns;        // column of each sort attribute, -1 for the key
     std::vector<Resolved> sorts;
     std::vector<std::pair<int, const sentence::Condition*>> residual; // attribute, condition
 };
@@ -65,42 +64,53 @@ Plan plan(const sentence::Parsed& parsed, const std::vector<DictName>& names, co
 
     auto& binds = out.query.binds;
     const std::string table = quoteIdent(parsed.file);
+    // An equality on an indexed attribute that drives is a join with its index
+    // table, walked in key order: the (value, key) index gives the rows sorted,
+    // and a range on the key narrows that walk too. One value only, so that no
+    // key comes twice.
+    const bool joined = driver < conditions.size() && !conditions[driver].indexTable.empty()
+        && parsed.conditions[driver].alternatives.size() == 1 && !parsed.conditions[driver].alternatives.front().prefix;
     std::string from = table + " AS t";
+    std::string order = "t.key";
     std::vector<std::string> where;
+    if (joined) {
+        from = quoteIdent(conditions[driver].indexTable) + " AS x JOIN " + table + " AS t ON t.key = x.key";
+        order = "x.key";
+    }
     for (std::size_t i = 0; i < conditions.size(); ++i) {
         const auto& alts = parsed.conditions[i].alternatives;
         if (conditions[i].attribute == 0) {
             where.push_back(rangeTest("t.key", alts, binds));
+            if (joined) {
+                where.push_back(rangeTest("x.key", alts, binds));
+            }
+        } else if (joined && i == driver) {
+            where.push_back(rangeTest("x.value", alts, binds));
         } else if (!conditions[i].indexTable.empty() && (i == driver || allEqual(i))) {
             // The index table answers it: the planner walks its (value, key) range
             // when it drives, or probes it per key otherwise.
-            where.push_back("t.key IN (SELECT x.key FROM " + quoteIdent(conditions[i].indexTable) + " AS x WHERE "
-                + rangeTest("x.value", alts, binds) + ")");
+            where.push_back("t.key IN (SELECT y.key FROM " + quoteIdent(conditions[i].indexTable) + " AS y WHERE "
+                + rangeTest("y.value", alts, binds) + ")");
         } else {
             out.residual.emplace_back(conditions[i].attribute, &parsed.conditions[i]);
         }
     }
 
-    const bool wantRecord = !out.residual.empty() || std::any_of(attributes.begin(), attributes.end(), [](int a) { return a > 0; });
+    // Sorts on attributes are done here, on the record: cheaper than taking the
+    // attributes apart on the server.
+    const bool sortsOnAttributes = std::any_of(out.sorts.begin(), out.sorts.end(), [](const Resolved& sort) { return sort.attribute > 0; });
+    const bool wantRecord = !out.residual.empty() || sortsOnAttributes
+        || std::any_of(attributes.begin(), attributes.end(), [](int a) { return a > 0; });
     std::string columns = "t.key";
     if (wantRecord) {
         columns += ", t.record";
         out.record = true;
     }
-    int column = wantRecord ? 2 : 1;
-    for (const auto& sort : out.sorts) {
-        if (sort.attribute == 0 || wantRecord) {
-            out.sortColumns.push_back(-1);
-            continue;
-        }
-        columns += ", \"calvarine#attr\"(t.record, " + std::to_string(sort.attribute) + ")";
-        out.sortColumns.push_back(column++);
-    }
     out.query.sql = "SELECT " + columns + " FROM " + from;
     for (std::size_t i = 0; i < where.size(); ++i) {
         out.query.sql += (i ? " AND " : " WHERE ") + where[i];
     }
-    out.query.sql += " ORDER BY t.key";
+    out.query.sql += " ORDER BY " + order;
     out.query.readsRecord = wantRecord;
     return out;
 }
@@ -134,33 +144,29 @@ DbaDynArray PgEngine::select(std::string_view sentenceText, std::string_view att
     struct Row {
         std::string_view key;
         std::string_view record;
-        int row = 0;
+        std::size_t sortValues = 0; // where its sort values begin in sortValues
     };
+    // Each row's sort values, taken from its record once rather than per comparison.
+    std::vector<std::string_view> sortValues;
     const int count = PQntuples(result.get());
     std::vector<Row> rows;
     rows.reserve(static_cast<std::size_t>(count));
     for (int row = 0; row < count; ++row) {
-        Row entry{cell(result.get(), row, 0), planned.record ? cell(result.get(), row, 1) : std::string_view(), row};
+        Row entry{cell(result.get(), row, 0), planned.record ? cell(result.get(), row, 1) : std::string_view(), sortValues.size()};
         bool kept = std::all_of(planned.residual.begin(), planned.residual.end(), [&](const auto& test) {
             const auto attribute = sentence::attributeOf(entry.record, test.first);
             return std::any_of(test.second->alternatives.begin(), test.second->alternatives.end(),
                 [&](const sentence::Alternative& a) { return sentence::anyValueMatches(attribute, a.value, a.prefix); });
         });
         if (kept) {
+            for (const auto& sort : planned.sorts) {
+                sortValues.push_back(sort.attribute == 0 ? entry.key : sentence::attributeOf(entry.record, sort.attribute));
+            }
             rows.push_back(entry);
         }
     }
     if (!planned.sorts.empty()) {
-        auto sortValue = [&](const Row& row, std::size_t k) -> std::string_view {
-            const auto& sort = planned.sorts[k];
-            if (sort.attribute == 0) {
-                return row.key;
-            }
-            if (planned.sortColumns[k] < 0) {
-                return sentence::attributeOf(row.record, sort.attribute);
-            }
-            return cell(result.get(), row.row, planned.sortColumns[k]);
-        };
+        auto sortValue = [&](const Row& row, std::size_t k) { return sortValues[row.sortValues + k]; };
         // Rows come in key order and the sort is stable: ties stay in key order.
         std::stable_sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {
             for (std::size_t k = 0; k < planned.sorts.size(); ++k) {

@@ -79,24 +79,6 @@ END $f$)",
         m_db->runCommand(R"(CREATE OR REPLACE TRIGGER "calvarine#changed" AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE
   ON "calvarine#dict" FOR EACH STATEMENT EXECUTE FUNCTION "calvarine#changed"())",
             "schema");
-        // Attribute n of a record, as sentence::attributeOf gives it; sorts use it so
-        // that only the attribute crosses the wire, not the record.
-        m_db->runCommand(R"(CREATE OR REPLACE FUNCTION "calvarine#attr"(r bytea, n integer) RETURNS bytea
-  LANGUAGE plpgsql IMMUTABLE STRICT PARALLEL SAFE AS $f$
-DECLARE
-  rest bytea := r;
-  p integer;
-BEGIN
-  FOR i IN 2..n LOOP
-    p := position('\xfe'::bytea IN rest);
-    IF p = 0 THEN RETURN '\x'::bytea; END IF;
-    rest := substring(rest FROM p + 1);
-  END LOOP;
-  p := position('\xfe'::bytea IN rest);
-  IF p = 0 THEN RETURN rest; END IF;
-  RETURN substring(rest FOR p - 1);
-END $f$)",
-            "schema");
         PgCommandQueue::createTables(*m_db);
     });
 }
