@@ -173,12 +173,18 @@ void BM_ServerCommand(benchmark::State& state)
         store->write(FileNames::ARCHIVEBORDCAISSE, std::string("001P012202611") + invoice, record);
         request += (i ? std::string(1, A) : std::string()) + "012" + V + invoice;
     }
-    store->write(FileNames::TEMPO, Keys::REQUETEBORDEXCEL, request);
+    // Registering the command makes TEMPO private to the session: register
+    // before writing the request, as the screen's host does.
     server::registerArchiveBordCaisseExcel(*store);
+    store->write(FileNames::TEMPO, Keys::REQUETEBORDEXCEL, request);
     const std::string sentence = std::string("P") + A + "ARCHIVEBORDCAISSEEXCEL 202611 001 P";
     for (auto _ : state) {
         std::int32_t status = 0;
         store->Execute(sentence, "", status);
+        if (status != 0 || !store->read(FileNames::TEMPO, Keys::BORDCAISSEEXCEL)) {
+            state.SkipWithError("the command wrote no file");
+            return;
+        }
     }
     perStatement(state, count);
 }
