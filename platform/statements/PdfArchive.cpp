@@ -95,8 +95,11 @@ PdfMetadata metadataFor(const StatementData& data)
         title += QLatin1Char(' ') + QString::fromStdString(data.activityLabel);
     }
     title += QStringLiteral(" n° %1 – %2 (DUPLICATA)").arg(invoice, period);
+    // French elides "de" before a vowel: "d'octobre", "d'avril", "d'août".
+    const bool elide = !period.isEmpty() && QStringLiteral("aeiouyâéèêîôûAEIOUYÂÉÈÊÎÔÛ").contains(period.front());
+    const QString of = elide ? QStringLiteral("d'") : QStringLiteral("de ");
     return {title, QString::fromStdString(data.entity.name),
-        QStringLiteral("Duplicata du bordereau de %1 adressé à %2").arg(period, QString::fromStdString(data.organisation.name))};
+        QStringLiteral("Duplicata du bordereau %1%2 adressé à %3").arg(of, period, QString::fromStdString(data.organisation.name))};
 }
 
 std::vector<std::string> splitPdf(const QByteArray& document, std::span<const int> pageCounts, std::span<const PdfMetadata> metadata)

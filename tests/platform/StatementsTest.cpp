@@ -451,3 +451,12 @@ TEST_F(StatementRendering, OneFilePerStatementFromSharedDocuments)
     }
     EXPECT_TRUE(files.take().empty());
 }
+
+TEST(StatementMetadata, TheSubjectElidesBeforeAVowel)
+{
+    StatementData data = sample(1);
+    data.period = "202610";
+    EXPECT_TRUE(metadataFor(data).subject.startsWith(QStringLiteral("Duplicata du bordereau d'octobre 2026 adressé à ")));
+    data.period = "202611";
+    EXPECT_TRUE(metadataFor(data).subject.startsWith(QStringLiteral("Duplicata du bordereau de novembre 2026 adressé à ")));
+}
