@@ -7,27 +7,12 @@
 #include "PlatformTestSupport.h"
 #include "Store.h"
 #include "shell/Components.h"
-#include "shell/HostServices.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char* kClass = "Belmontis.Ctr_Belmontis";
-
-class RecordingHost : public HostServices {
-public:
-    void msgBox(const std::string&, int, const std::string&) override { }
-    void beep() override { }
-    void doEvents() override { }
-    void popupMenu(Control&) override { }
-    void unloadForm() override { }
-    std::string formatDate(const std::string& text, const std::string&) override { return text; }
-    std::shared_ptr<AideEnLigne> createHelp() override { return nullptr; }
-    void reportFailure(const std::string& where, const std::string& what) override { failures.push_back(where + ": " + what); }
-
-    std::vector<std::string> failures;
-};
 
 class Belmontis : public ::testing::Test {
 protected:
@@ -111,7 +96,7 @@ protected:
     }
 
     QTemporaryDir m_dir;
-    RecordingHost m_host;
+    testsupport::RecordingHost m_host;
     std::shared_ptr<store::Store> m_store;
 };
 

@@ -1,14 +1,18 @@
 #pragma once
 
 // Shared by the platform tests: one offscreen QGuiApplication per process, PDF
-// text extraction through pdftotext, and temporary directories.
+// text extraction through pdftotext, temporary directories, and a host that
+// only records the failures a control reports.
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <QGuiApplication>
 #include <QProcess>
 #include <QTemporaryDir>
+
+#include "shell/HostServices.h"
 
 namespace testsupport {
 
@@ -64,5 +68,21 @@ inline std::filesystem::path path(const QTemporaryDir& dir)
 {
     return std::filesystem::path(dir.path().toStdString());
 }
+
+// Host services for a control run without a screen: dialogs and events are
+// no-ops, dates pass through, and every reported failure is kept.
+class RecordingHost : public HostServices {
+public:
+    void msgBox(const std::string&, int, const std::string&) override { }
+    void beep() override { }
+    void doEvents() override { }
+    void popupMenu(Control&) override { }
+    void unloadForm() override { }
+    std::string formatDate(const std::string& text, const std::string&) override { return text; }
+    std::shared_ptr<AideEnLigne> createHelp() override { return nullptr; }
+    void reportFailure(const std::string& where, const std::string& what) override { failures.push_back(where + ": " + what); }
+
+    std::vector<std::string> failures;
+};
 
 } // namespace testsupport

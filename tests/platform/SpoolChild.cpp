@@ -10,30 +10,9 @@
 #include <QGuiApplication>
 
 #include "ComponentLoader.h"
+#include "PlatformTestSupport.h"
 #include "Store.h"
 #include "shell/Components.h"
-#include "shell/HostServices.h"
-
-namespace {
-
-class CountingHost : public HostServices {
-public:
-    void msgBox(const std::string&, int, const std::string&) override { }
-    void beep() override { }
-    void doEvents() override { }
-    void popupMenu(Control&) override { }
-    void unloadForm() override { }
-    std::string formatDate(const std::string& text, const std::string&) override { return text; }
-    std::shared_ptr<AideEnLigne> createHelp() override { return nullptr; }
-    void reportFailure(const std::string& where, const std::string& what) override
-    {
-        std::cerr << where << ": " << what << '\n';
-        ++failures;
-    }
-    int failures = 0;
-};
-
-} // namespace
 
 int main(int argc, char** argv)
 {
@@ -42,7 +21,7 @@ int main(int argc, char** argv)
         return 2;
     }
     QGuiApplication app(argc, argv);
-    CountingHost host;
+    testsupport::RecordingHost host;
     try {
         auto control = components::ComponentLoader({argv[1]}, {}).createLateBound("Belmontis.Ctr_Belmontis", "libbelmontis.so", &host);
         std::shared_ptr<DbaDatabase> store = store::Store::open(argv[2]);
@@ -65,5 +44,8 @@ int main(int argc, char** argv)
         std::cerr << e.what() << '\n';
         return 1;
     }
-    return host.failures == 0 ? 0 : 1;
+    for (const auto& failure : host.failures) {
+        std::cerr << failure << '\n';
+    }
+    return host.failures.empty() ? 0 : 1;
 }
