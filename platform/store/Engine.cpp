@@ -72,6 +72,19 @@ void Engine::requireFile(std::string_view file, std::string_view context)
     }
 }
 
+std::string quoteIdent(std::string_view name)
+{
+    std::string out = "\"";
+    for (const char c : name) {
+        if (c == '"') {
+            out += '"';
+        }
+        out += c;
+    }
+    out += '"';
+    return out;
+}
+
 bool isEquality(const sentence::Condition& condition)
 {
     const auto& alts = condition.alternatives;

@@ -101,6 +101,9 @@ ResolvedSentence resolveSentence(const sentence::Parsed& parsed, const std::vect
 // Whether every alternative of the condition is an equality (no begins-with).
 bool isEquality(const sentence::Condition& condition);
 
+// "name" quoted as an SQL identifier; both engines' SQL quotes alike.
+std::string quoteIdent(std::string_view name);
+
 // Shared by the engines: names and keys the store accepts.
 namespace names {
 bool hasMark(std::string_view text);

@@ -59,19 +59,6 @@ int rowCount(pg_result* result)
     return PQntuples(result);
 }
 
-std::string quoteIdent(std::string_view name)
-{
-    std::string out = "\"";
-    for (const char c : name) {
-        if (c == '"') {
-            out += '"';
-        }
-        out += c;
-    }
-    out += '"';
-    return out;
-}
-
 namespace {
 
 std::string percentDecoded(std::string_view text)
@@ -149,17 +136,22 @@ Connection::Connection(std::string_view url)
 
 Connection::~Connection() = default;
 
+Connection::Parameters Connection::parameters() const
+{
+    Parameters out;
+    for (std::size_t i = 0; i < m_keywords.size(); ++i) {
+        out.keywords.push_back(m_keywords[i].c_str());
+        out.values.push_back(m_values[i].c_str());
+    }
+    out.keywords.push_back(nullptr);
+    out.values.push_back(nullptr);
+    return out;
+}
+
 Connection::Handle Connection::connect() const
 {
-    std::vector<const char*> keywords;
-    std::vector<const char*> values;
-    for (std::size_t i = 0; i < m_keywords.size(); ++i) {
-        keywords.push_back(m_keywords[i].c_str());
-        values.push_back(m_values[i].c_str());
-    }
-    keywords.push_back(nullptr);
-    values.push_back(nullptr);
-    Handle connection(PQconnectdbParams(keywords.data(), values.data(), 1));
+    const auto params = parameters();
+    Handle connection(PQconnectdbParams(params.keywords.data(), params.values.data(), 1));
     if (PQstatus(connection.get()) != CONNECTION_OK) {
         throw DbaError(DbaError::Kind::Storage, "connect to the PostgreSQL server", redacted(trimmed(PQerrorMessage(connection.get())), m_url));
     }
@@ -171,15 +163,8 @@ Connection::Handle Connection::connect() const
 
 bool Connection::serverAnswers() const
 {
-    std::vector<const char*> keywords;
-    std::vector<const char*> values;
-    for (std::size_t i = 0; i < m_keywords.size(); ++i) {
-        keywords.push_back(m_keywords[i].c_str());
-        values.push_back(m_values[i].c_str());
-    }
-    keywords.push_back(nullptr);
-    values.push_back(nullptr);
-    return PQpingParams(keywords.data(), values.data(), 1) != PQPING_NO_RESPONSE;
+    const auto params = parameters();
+    return PQpingParams(params.keywords.data(), params.values.data(), 1) != PQPING_NO_RESPONSE;
 }
 
 void Connection::ensureConnected(std::string_view context)

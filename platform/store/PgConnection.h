@@ -39,8 +39,6 @@ using Result = std::unique_ptr<pg_result, ClearResult>;
 // A cell of a result as bytes; empty for NULL.
 std::string_view cell(pg_result* result, int row, int column);
 int rowCount(pg_result* result);
-// "name" quoted as an SQL identifier.
-std::string quoteIdent(std::string_view name);
 // text with the password of url (and url itself) masked, for messages.
 std::string redacted(std::string text, std::string_view url);
 
@@ -85,6 +83,13 @@ private:
     };
     using Handle = std::unique_ptr<pg_conn, FinishConnection>;
 
+    // m_keywords and m_values as the null-terminated arrays libpq takes; they
+    // point into the members, so they live no longer than this connection.
+    struct Parameters {
+        std::vector<const char*> keywords;
+        std::vector<const char*> values;
+    };
+    Parameters parameters() const;
     Handle connect() const;
     // Makes the connection again if it was lost (outside a transaction only).
     void ensureConnected(std::string_view context);

@@ -10,7 +10,6 @@
 namespace store {
 
 using pg::cell;
-using pg::quoteIdent;
 
 namespace {
 

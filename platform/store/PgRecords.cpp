@@ -10,7 +10,6 @@
 namespace store {
 
 using pg::cell;
-using pg::quoteIdent;
 using names::checkKey;
 
 void PgEngine::forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit)

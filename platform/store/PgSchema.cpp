@@ -11,7 +11,6 @@
 namespace store {
 
 using pg::cell;
-using pg::quoteIdent;
 using names::isPlainName;
 using namespace pg; // the engine's table names
 

@@ -4,6 +4,8 @@
 // dictionaries it has read, and the index tables it keeps in step with every
 // write. Internal to the store; files opened from a Store share its engine, so
 // they stay usable while any of them lives.
+// SqliteOpen.cpp opens or creates the file, SqliteQuery.cpp compiles and runs
+// sentences, SqliteEngine.cpp holds records, dictionaries and transactions.
 //
 // Schema (one database file):
 //   "calvarine#dict"(file, name, attr, justify)   the dictionaries

@@ -141,7 +141,7 @@ void Store::dropSchema(std::string_view url, std::string_view schema)
 {
     pg::Connection connection(url);
     connection.runCommand("SET client_min_messages = warning", "drop schema " + std::string(schema));
-    connection.runCommand("DROP SCHEMA IF EXISTS " + pg::quoteIdent(schema) + " CASCADE", "drop schema " + std::string(schema));
+    connection.runCommand("DROP SCHEMA IF EXISTS " + quoteIdent(schema) + " CASCADE", "drop schema " + std::string(schema));
 }
 
 std::shared_ptr<DbaFile> Store::OpenFile(std::string_view name)

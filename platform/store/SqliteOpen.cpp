@@ -1,0 +1,156 @@
+#include "SqliteEngine.h"
+
+// Opening (and, when asked, creating) the database file: the checks that tell a
+// missing file, a folder, a read-only file or another program's database apart,
+// the functions and collation the compiled sentences call, the schema of a new
+// database. A failed opening leaves nothing behind.
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+#include "SqliteStatement.h"
+#include "database/DbaError.h"
+
+namespace store {
+
+using sqlite::Use;
+
+namespace {
+
+std::string_view valueText(sqlite3_value* value)
+{
+    const auto* data = static_cast<const char*>(sqlite3_value_blob(value));
+    const int size = sqlite3_value_bytes(value);
+    return data ? std::string_view(data, static_cast<std::size_t>(size)) : std::string_view();
+}
+
+// calv_attr(record, n): attribute n of a record, as text (compared byte by byte).
+void attrFunction(sqlite3_context* context, int, sqlite3_value** argv)
+{
+    const auto attribute = sentence::attributeOf(valueText(argv[0]), sqlite3_value_int(argv[1]));
+    sqlite3_result_text(context, attribute.data() ? attribute.data() : "", static_cast<int>(attribute.size()), SQLITE_TRANSIENT);
+}
+
+// calv_has(record, n, value, prefix): some value of attribute n matches.
+void hasFunction(sqlite3_context* context, int, sqlite3_value** argv)
+{
+    const auto attribute = sentence::attributeOf(valueText(argv[0]), sqlite3_value_int(argv[1]));
+    sqlite3_result_int(context, sentence::anyValueMatches(attribute, valueText(argv[2]), sqlite3_value_int(argv[3]) != 0));
+}
+
+int rightCollation(void*, int sizeA, const void* a, int sizeB, const void* b)
+{
+    return sentence::compareRight(std::string_view(static_cast<const char*>(a), static_cast<std::size_t>(sizeA)),
+        std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(sizeB)));
+}
+
+} // namespace
+
+SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
+    : m_path(file)
+{
+    const auto refuse = [&](const std::string& cause) {
+        throw DbaError(DbaError::Kind::NotConnected, "open " + file.string(), cause);
+    };
+    std::error_code error;
+    const auto status = std::filesystem::status(file, error);
+    const bool missing = status.type() == std::filesystem::file_type::not_found;
+    if (missing && mode == OpenMode::Existing) {
+        const auto folder = file.parent_path();
+        if (!folder.empty() && !std::filesystem::is_directory(folder, error)) {
+            refuse("no such folder " + folder.string());
+        }
+        refuse("no such database file");
+    }
+    if (!missing && error) {
+        refuse(error.message());
+    }
+    if (status.type() == std::filesystem::file_type::directory) {
+        refuse("a folder, not a database file");
+    }
+    if (missing && file.has_parent_path()) {
+        std::filesystem::create_directories(file.parent_path(), error);
+        if (error) {
+            refuse("cannot create the folder " + file.parent_path().string() + ": " + error.message());
+        }
+    }
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (missing ? SQLITE_OPEN_CREATE : 0);
+    const int rc = sqlite3_open_v2(file.c_str(), &m_db, flags, nullptr);
+    try {
+        if (rc != SQLITE_OK) {
+            refuse(m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(rc));
+        }
+        // Idle and age bounds: far above the gaps between the reads of one
+        // operation (microseconds), far below an operator's pause.
+        m_snapshot = std::make_unique<ReadSnapshot>(m_db, std::chrono::milliseconds(20), std::chrono::milliseconds(200));
+        // SQLite quietly opens a write-protected file for reading only; the
+        // screen writes its working records, so say so now rather than later.
+        if (sqlite3_db_readonly(m_db, "main") == 1) {
+            refuse(std::string("read-only: ") + (access(file.c_str(), W_OK) != 0 ? std::strerror(errno) : "cannot be written"));
+        }
+        sqlite3_busy_timeout(m_db, 10000);
+        sqlite3_extended_result_codes(m_db, 1);
+        // One read (a shared lock, never the write lock) tells a database of the
+        // store from an empty file, another program's database or no database.
+        int tables = 0;
+        bool ours = false;
+        {
+            sqlite3_stmt* statement = prepareOrNull("SELECT name = 'calvarine#dict' FROM sqlite_schema WHERE type = 'table'");
+            if (!statement) {
+                refuse(sqlite3_errmsg(m_db));
+            }
+            Use use(statement);
+            int step;
+            while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
+                ++tables;
+                ours = ours || sqlite3_column_int(statement, 0) != 0;
+            }
+            if (step != SQLITE_DONE) {
+                refuse(sqlite3_errmsg(m_db));
+            }
+        }
+        if (!ours && (mode == OpenMode::Existing || tables > 0)) {
+            refuse(tables > 0 ? "not a database of this application (no dictionary table)" : "an empty file, not a database");
+        }
+        constexpr int functionFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
+        sqlite3_create_function_v2(m_db, "calv_attr", 2, functionFlags, nullptr, attrFunction, nullptr, nullptr, nullptr);
+        sqlite3_create_function_v2(m_db, "calv_has", 4, functionFlags, nullptr, hasFunction, nullptr, nullptr, nullptr);
+        sqlite3_create_collation_v2(m_db, "calv_right", SQLITE_UTF8, nullptr, rightCollation, nullptr);
+        // DBWrite promises durability: every commit reaches the disk.
+        exec("PRAGMA synchronous=FULL");
+        // Index tables take inserts all over their range; a larger cache keeps
+        // big imports from re-reading pages.
+        exec("PRAGMA cache_size=-65536");
+        if (!ours) {
+            // Readers then never wait for a writer, nor a writer for readers.
+            exec("PRAGMA journal_mode=WAL");
+            transaction([this] {
+                exec("CREATE TABLE IF NOT EXISTS \"calvarine#dict\"(file TEXT NOT NULL, name TEXT NOT NULL, "
+                     "attr INTEGER NOT NULL, justify TEXT NOT NULL DEFAULT 'L', PRIMARY KEY(file, name)) WITHOUT ROWID");
+            });
+        }
+    } catch (...) {
+        m_snapshot.reset();
+        m_statements.clear();
+        sqlite3_close_v2(m_db);
+        m_db = nullptr;
+        if (missing) {
+            // Nothing is left of a database that could not be made.
+            for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+                std::filesystem::remove(file.string() + suffix, error);
+            }
+        }
+        throw;
+    }
+}
+
+SqliteEngine::~SqliteEngine()
+{
+    m_snapshot.reset();
+    m_statements.clear();
+    m_sentences.clear();
+    sqlite3_close_v2(m_db);
+}
+
+} // namespace store
