@@ -5,7 +5,6 @@
 
 #include <QApplication>
 #include <QComboBox>
-#include <QDrag>
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
@@ -21,30 +20,6 @@
 #include "shell/ScreenModel.h"
 
 namespace {
-
-// Drops a drag on the list named in dropOn (or nowhere), through the same
-// drag and drop events a real drag delivers.
-struct Dropper {
-    const ScreenView* view = nullptr;
-    std::string dropOn;
-    int drags = 0;
-
-    void operator()(QDrag& drag)
-    {
-        ++drags;
-        if (dropOn.empty()) {
-            return;
-        }
-        QWidget* target = static_cast<QListView*>(view->widget(dropOn))->viewport();
-        const QPointF at(target->width() / 2.0, target->height() / 2.0);
-        QDragEnterEvent enter(at.toPoint(), Qt::MoveAction, drag.mimeData(), Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(target, &enter);
-        if (enter.isAccepted()) {
-            QDropEvent drop(at, Qt::MoveAction, drag.mimeData(), Qt::LeftButton, Qt::NoModifier);
-            QApplication::sendEvent(target, &drop);
-        }
-    }
-};
 
 // A bare screen model whose handlers record what they are raised with.
 class ScreenViewTest : public ::testing::Test {
@@ -82,8 +57,6 @@ protected:
         for (const char* name : {"Opt_Prest", "Opt_Mandat", "Opt_Inter"}) {
             screen.get(name).handle(Event::Click, "Click", [this, name](EventArgs&) { log(std::string(name) + " Click"); });
         }
-        dropper.view = &view;
-        view.setDragRunner([this](QDrag& drag) { dropper(drag); });
         view.show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&view));
     }
@@ -104,11 +77,6 @@ protected:
         QMouseEvent event(QEvent::MouseButtonPress, at, target->mapToGlobal(at), button, button, Qt::NoModifier);
         QApplication::sendEvent(target, &event);
     }
-    void move(QWidget* target, QPoint at)
-    {
-        QMouseEvent event(QEvent::MouseMove, at, target->mapToGlobal(at), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(target, &event);
-    }
     void release(QWidget* target, QPoint at)
     {
         QMouseEvent event(QEvent::MouseButtonRelease, at, target->mapToGlobal(at), Qt::LeftButton, Qt::NoButton, Qt::NoModifier);
@@ -118,7 +86,6 @@ protected:
     TestHost host;
     ScreenModel screen{host};
     ScreenView view{screen};
-    Dropper dropper;
     std::vector<std::string> events;
 };
 
@@ -166,26 +133,6 @@ TEST_F(ScreenViewTest, AHiddenListGetsItsItemModelOnceItShows)
     EXPECT_EQ(widget<QListView>("Lst_CodeOrgaPos")->currentIndex().row(), 1);
 }
 
-TEST_F(ScreenViewTest, KeysGoThroughTheModelWhichMayDropThem)
-{
-    auto* code = widget<QLineEdit>("Txt_Entite");
-    code->setFocus();
-    QTest::keyClicks(code, "0x12");
-    // x dropped by its KeyPress; the fourth character passes MaxLength 3.
-    EXPECT_EQ(screen.get("Txt_Entite").text(), "012");
-    EXPECT_EQ(code->text(), QStringLiteral("012"));
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Txt_Entite KeyPress 48", "Txt_Entite Change", "Txt_Entite KeyPress 120",
-                                "Txt_Entite KeyPress 49", "Txt_Entite Change", "Txt_Entite KeyPress 50", "Txt_Entite Change"}));
-    QTest::keyClick(code, Qt::Key_Backspace);
-    QTest::keyClick(code, Qt::Key_Return);
-    EXPECT_EQ(code->text(), QStringLiteral("01"));
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Txt_Entite KeyPress 8", "Txt_Entite Change", "Txt_Entite KeyPress 13"}));
-    // A whole selection is replaced by the next key.
-    code->selectAll();
-    QTest::keyClicks(code, "9");
-    EXPECT_EQ(screen.get("Txt_Entite").text(), "9");
-}
-
 TEST_F(ScreenViewTest, ChangesMadeByProgramDoNotComeBackAsInput)
 {
     screen.get("Txt_Entite").setText("001");
@@ -203,97 +150,6 @@ TEST_F(ScreenViewTest, ChangesMadeByProgramDoNotComeBackAsInput)
     screen.get("Lst_OrgaPos").setListIndex(2);
     EXPECT_EQ(widget<QListView>("Lst_OrgaPos")->currentIndex().row(), 2);
     EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos Click"})); // the model's own event, once
-}
-
-TEST_F(ScreenViewTest, AnOptionClickedByTheOperatorClearsTheOthersOfItsFrame)
-{
-    widget<QRadioButton>("Opt_Prest")->click();
-    widget<QRadioButton>("Opt_Inter")->click();
-    widget<QRadioButton>("Opt_Inter")->click(); // already set: no Click
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Opt_Prest Click", "Opt_Inter Click"}));
-    EXPECT_FALSE(screen.get("Opt_Prest").value());
-    EXPECT_FALSE(widget<QRadioButton>("Opt_Prest")->isChecked());
-    EXPECT_TRUE(widget<QRadioButton>("Opt_Inter")->isChecked());
-    // Other frames keep theirs.
-    EXPECT_TRUE(widget<QRadioButton>("Opt_Papier")->isChecked());
-}
-
-TEST_F(ScreenViewTest, LeavingABoxRaisesItsLostFocus)
-{
-    widget<QLineEdit>("Txt_Entite")->setFocus();
-    EXPECT_EQ(screen.focus(), &screen.get("Txt_Entite"));
-    widget<QComboBox>("Cbo_Entite")->setFocus();
-    EXPECT_EQ(screen.focus(), &screen.get("Cbo_Entite"));
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Txt_Entite LostFocus"}));
-    // SetFocus by program moves the widget's focus, without LostFocus.
-    screen.get("Txt_Entite").setFocus();
-    EXPECT_TRUE(widget<QLineEdit>("Txt_Entite")->hasFocus());
-    EXPECT_TRUE(takeEvents().empty());
-}
-
-TEST_F(ScreenViewTest, APlainClickTogglesTheLineAndNeverDrops)
-{
-    const QPoint at = rowCentre("Lst_OrgaPos", 1);
-    press(viewport("Lst_OrgaPos"), at);
-    move(viewport("Lst_OrgaPos"), at + QPoint(1, 0)); // within the drag distance
-    release(viewport("Lst_OrgaPos"), at + QPoint(1, 0));
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1", "Lst_OrgaPos Click"}));
-    EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(1));
-    EXPECT_EQ(screen.get("Lst_OrgaPos").listIndex(), 1);
-    EXPECT_EQ(screen.dragSource(), nullptr);
-    EXPECT_EQ(dropper.drags, 0);
-    // A second click on the same line takes its selection away.
-    press(viewport("Lst_OrgaPos"), at);
-    release(viewport("Lst_OrgaPos"), at);
-    EXPECT_FALSE(screen.get("Lst_OrgaPos").selected(1));
-}
-
-TEST_F(ScreenViewTest, ADragPastTheDistanceDropsOnTheListUnderTheRelease)
-{
-    dropper.dropOn = "Lst_OrgaSel";
-    const QPoint at = rowCentre("Lst_OrgaPos", 0);
-    press(viewport("Lst_OrgaPos"), at);
-    move(viewport("Lst_OrgaPos"), at + QPoint(0, QApplication::startDragDistance() + 2));
-    EXPECT_EQ(dropper.drags, 1);
-    // The pressed line was not marked: it is marked as it leaves, so it travels.
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1", "Lst_OrgaPos Click", "Lst_OrgaSel DragDrop"}));
-    EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(0));
-    EXPECT_EQ(screen.dragSource(), nullptr);
-    // From a marked line the marks stay as they are. Given up over nothing: no
-    // drop, and nothing stays armed.
-    dropper.dropOn.clear();
-    press(viewport("Lst_OrgaPos"), rowCentre("Lst_OrgaPos", 0));
-    move(viewport("Lst_OrgaPos"), rowCentre("Lst_OrgaPos", 0) + QPoint(30, 0));
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"Lst_OrgaPos MouseDown 1"}));
-    EXPECT_EQ(screen.get("Lst_OrgaPos").listIndex(), 0);
-    EXPECT_TRUE(screen.get("Lst_OrgaPos").selected(0));
-    EXPECT_EQ(screen.dragSource(), nullptr);
-}
-
-TEST_F(ScreenViewTest, ADoubleClickSelectsTheLineThenRaisesDblClick)
-{
-    QTest::mouseDClick(viewport("Lst_OrgaSel"), Qt::LeftButton, Qt::NoModifier, rowCentre("Lst_OrgaSel", 2));
-    const auto seen = takeEvents();
-    ASSERT_FALSE(seen.empty());
-    EXPECT_EQ(seen.back(), "Lst_OrgaSel DblClick");
-    EXPECT_TRUE(screen.get("Lst_OrgaSel").selected(2));
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), "Lst_OrgaSel DragDrop"), 0);
-}
-
-TEST_F(ScreenViewTest, TheRightButtonReachesTheBackgroundAndTheActivityFrame)
-{
-    press(&view, QPoint(300, 540), Qt::RightButton);
-    press(view.widget("Cdr_Activite"), QPoint(200, 40), Qt::RightButton);
-    // A right press on a button gives no menu of its own and reaches nothing.
-    press(view.widget("Cmd_Sortir"), QPoint(5, 5), Qt::RightButton);
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"UserControl MouseDown 2", "Cdr_Activite MouseDown 2"}));
-    // A frame that cannot take the press leaves it to the control behind.
-    screen.get("Cdr_Activite").setEnabled(false);
-    press(view.widget("Cdr_Activite"), QPoint(200, 40), Qt::RightButton);
-    press(view.widget("Etq_Periode"), QPoint(2, 2), Qt::RightButton);
-    screen.get("Etq_Periode").setEnabled(false);
-    press(view.widget("Etq_Periode"), QPoint(2, 2), Qt::RightButton);
-    EXPECT_EQ(takeEvents(), (std::vector<std::string>{"UserControl MouseDown 2", "UserControl MouseDown 2"}));
 }
 
 TEST_F(ScreenViewTest, TheWaitStateDisablesTheScreenAndShowsTheWaitCursor)
