@@ -176,29 +176,6 @@ TEST_F(StatementRendering, OnePageCarriesEverything)
     EXPECT_NE(text.find("Facture n° F000123 du 15/12/2026"), std::string::npos) << text;
 }
 
-TEST_F(StatementRendering, LongStatementGoesOnNumberedPages)
-{
-    auto data = sample(150);
-    data.lines[149].beneficiary = "DERNIER BÉNÉFICIAIRE";
-    data.totalCents = 12345678;
-    const auto file = write({data});
-    const int pages = testsupport::pdfPageCount(file);
-    ASSERT_GE(pages, 3);
-    const std::string text = testsupport::pdfText(file);
-    for (int p = 1; p <= pages; ++p) {
-        const std::string mark = "Page " + std::to_string(p) + " / " + std::to_string(pages);
-        EXPECT_NE(text.find(mark), std::string::npos) << mark;
-    }
-    EXPECT_NE(text.find("DERNIER BÉNÉFICIAIRE"), std::string::npos);
-    EXPECT_NE(text.find("Total : 123 456,78 €"), std::string::npos);
-    // The table header is repeated on each page.
-    std::size_t headers = 0;
-    for (auto at = text.find("Prix unitaire"); at != std::string::npos; at = text.find("Prix unitaire", at + 1)) {
-        ++headers;
-    }
-    EXPECT_EQ(headers, static_cast<std::size_t>(pages));
-}
-
 TEST_F(StatementRendering, SeveralStatementsStartOnTheirOwnPages)
 {
     auto second = sample(1);
