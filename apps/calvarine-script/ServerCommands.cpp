@@ -1,6 +1,6 @@
 #include "ServerCommands.h"
 
-#include "server/ArchiveBordCaisseExcel.h"
+#include "ArchiveBordCaisseExcel.h"
 
 namespace script {
 

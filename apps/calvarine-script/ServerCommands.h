@@ -1,6 +1,6 @@
 #pragma once
 
-#include "store/Store.h"
+#include "Store.h"
 
 namespace script {
 

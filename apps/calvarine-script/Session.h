@@ -14,7 +14,7 @@
 #include "Lexer.h"
 #include "LoggingDatabase.h"
 #include "ScriptHost.h"
-#include "store/Store.h"
+#include "Store.h"
 #include "shell/Ctr_Calvarine.h"
 
 namespace script {
