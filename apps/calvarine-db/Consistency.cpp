@@ -1,18 +1,14 @@
 #include "Consistency.h"
 
+#include "archive/Archive.h"
+#include "shell/Text.h"
+
 namespace {
 
 constexpr const char* kStatements = "ARCHIVEBORDCAISSE";
 constexpr const char* kOrganisations = "ORGPRISECHARGE";
 constexpr const char* kEntities = "ASSOCIATION";
 constexpr const char* kActivities = "ACTIVITES";
-constexpr std::size_t kKeyLength = 23;
-
-std::string withoutTrailingBlanks(std::string_view text)
-{
-    const auto end = text.find_last_not_of(' ');
-    return std::string(end == std::string_view::npos ? std::string_view() : text.substr(0, end + 1));
-}
 
 std::string quoted(std::string_view text)
 {
@@ -42,24 +38,25 @@ void Consistency::record(
     } else if (file == kActivities && key.size() >= 3) {
         refer(kEntities, key.substr(0, 3), "entity " + key.substr(0, 3) + " of activity " + quoted(key), where);
     } else if (file == kStatements) {
-        if (key.size() != kKeyLength) {
+        if (!archive::hasKeyLength(key)) {
             m_problems.push_back({where,
-                "statement key " + quoted(key) + " is not entity (3), letter (1), organisation (3), period (6), invoice (10): "
-                    + std::to_string(key.size()) + " characters"});
+                "statement key " + quoted(key) + " is not " + archive::kKeyLayout + ": "
+                    + std::to_string(Text::Len(key)) + " characters"});
             return;
         }
-        const std::string period = key.substr(7, 6);
-        const std::string invoice = withoutTrailingBlanks(key.substr(13));
+        const archive::Key fields = archive::parseKey(key);
+        const std::string& period = fields.period;
+        const std::string invoice = archive::trimmedRight(fields.invoice);
         if (attribute(1) != period) {
             m_problems.push_back({where, "statement " + quoted(key) + ": its key names period " + period
                     + " but attribute 1 (PeriodeArchive) holds " + quoted(attribute(1))});
         }
-        if (withoutTrailingBlanks(attribute(3)) != invoice) {
+        if (archive::trimmedRight(attribute(3)) != invoice) {
             m_problems.push_back({where, "statement " + quoted(key) + ": its key names invoice " + quoted(invoice)
                     + " but attribute 3 (NumFactArchive) holds " + quoted(attribute(3))});
         }
-        refer(kEntities, key.substr(0, 3), "entity " + key.substr(0, 3) + " of statement " + quoted(key), where);
-        refer(kOrganisations, key.substr(4, 3), "organisation " + key.substr(4, 3) + " of statement " + quoted(key), where);
+        refer(kEntities, fields.entity, "entity " + fields.entity + " of statement " + quoted(key), where);
+        refer(kOrganisations, fields.organisation, "organisation " + fields.organisation + " of statement " + quoted(key), where);
     }
 }
 

@@ -11,6 +11,7 @@
 #include "PdfArchive.h"
 #include "StatementData.h"
 #include "StatementRenderer.h"
+#include "archive/Archive.h"
 #include "database/FileNames.h"
 #include "Store.h"
 
@@ -56,7 +57,7 @@ void checkSentence(const std::vector<std::string>& arguments)
     if (entity.empty() || entity.find_first_of("\"/") != std::string::npos) {
         throw std::invalid_argument(std::string(kArchiveBordCaisseExcel) + ": \"" + entity + "\" is not an entity code");
     }
-    if (statements::activityLabel(arguments[2]).empty()) {
+    if (archive::activityLabel(arguments[2]).empty()) {
         throw std::invalid_argument(std::string(kArchiveBordCaisseExcel) + ": \"" + arguments[2] + "\" is not an activity letter (P, M or I)");
     }
 }
@@ -65,9 +66,7 @@ void checkSentence(const std::vector<std::string>& arguments)
 // one statement there; the control only offers what it found that way.
 void checkPeriodKnown(store::Store& store, const std::string& period, const std::string& entity, const std::string& letter)
 {
-    const std::string sentence = std::string("SSELECT ") + FileNames::ARCHIVEBORDCAISSE + " AVEC 0 = \"" + entity + letter
-        + "]\" AND AVEC PeriodeArchive = \"" + period + "\"";
-    if (store.select(sentence).attribute(1).empty()) {
+    if (store.select(archive::scopeSentence(period, entity, letter, archive::Order::None)).attribute(1).empty()) {
         throw std::invalid_argument(std::string(kArchiveBordCaisseExcel) + ": nothing archived for period " + period + ", entity "
             + entity + ", activity " + letter);
     }
@@ -94,7 +93,7 @@ std::string fusionFileName(std::string_view entity, std::string_view letter, std
 {
     std::string name;
     name.append(entity).append(letter).append("_").append(period).append("_").append(organisation).append("_");
-    name += statements::trimmedRight(invoice);
+    name += archive::trimmedRight(invoice);
     for (char& c : name) {
         if (c == '/' || c == '\0') {
             c = '_';

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "archive/Archive.h"
 #include "database/Dba.h"
 #include "database/FileNames.h"
 
@@ -83,42 +84,18 @@ Party readParty(DbaDatabase& db, const char* file, std::string code, int firstAd
     return party;
 }
 
-std::string substring(std::string_view text, std::size_t pos, std::size_t count)
-{
-    return pos < text.size() ? std::string(text.substr(pos, count)) : std::string();
-}
-
 } // namespace
-
-std::string trimmedRight(std::string_view text)
-{
-    const auto end = text.find_last_not_of(' ');
-    return end == std::string_view::npos ? std::string() : std::string(text.substr(0, end + 1));
-}
-
-std::string activityLabel(std::string_view letter)
-{
-    if (letter == "P") {
-        return "PRESTATAIRE";
-    }
-    if (letter == "M") {
-        return "MANDATAIRE";
-    }
-    if (letter == "I") {
-        return "INTERMEDIAIRE";
-    }
-    return {};
-}
 
 StatementData parseArchiveRecord(std::string_view key, const DbaDynArray& record)
 {
     StatementData data;
     data.key = std::string(key);
-    data.entity.code = substring(key, 0, 3);
+    auto fields = archive::parseKey(key);
+    data.entity.code = std::move(fields.entity);
     data.entity.name = data.entity.code;
-    data.activity = substring(key, 3, 1);
+    data.activity = std::move(fields.letter);
     data.activityLabel = activityLabel(data.activity);
-    data.organisation.code = substring(key, 4, 3);
+    data.organisation.code = std::move(fields.organisation);
     data.organisation.name = data.organisation.code;
     data.period = record.attribute(1);
     data.organisation.shortName = record.attribute(2);
@@ -148,42 +125,15 @@ StatementData parseArchiveRecord(std::string_view key, const DbaDynArray& record
     return data;
 }
 
-std::optional<std::string> findSentence(std::string_view period, std::string_view entity, std::string_view letter,
-    std::string_view organisation, std::string_view invoice)
-{
-    for (const auto value : {period, entity, letter, organisation, invoice}) {
-        if (value.find('"') != std::string_view::npos) {
-            return std::nullopt;
-        }
-    }
-    std::string sentence = "SSELECT ";
-    sentence += FileNames::ARCHIVEBORDCAISSE;
-    sentence += " AVEC 0 = \"";
-    sentence.append(entity).append(letter).append(organisation);
-    sentence += "]\" AND AVEC PeriodeArchive = \"";
-    sentence.append(period);
-    sentence += "\" AND AVEC NumFactArchive = \"";
-    sentence.append(invoice);
-    sentence += '"';
-    if (const auto trimmed = trimmedRight(invoice); trimmed.size() != invoice.size()) {
-        sentence += " OR = \"" + trimmed + '"';
-    }
-    return sentence;
-}
-
 std::optional<std::string> findStatementKey(DbaDatabase& db, std::string_view period, std::string_view entity,
     std::string_view letter, std::string_view organisation, std::string_view invoice)
 {
-    const auto sentence = findSentence(period, entity, letter, organisation, invoice);
+    const auto sentence = archive::statementSentence(period, entity, letter, organisation, invoice);
     if (!sentence) {
         return std::nullopt;
     }
-    DbaDynArray request;
-    request.setAttribute(1, *sentence);
-    request.setAttribute(2, FileNames::ARCHIVEBORDCAISSE);
-    request.setAttribute(3, "0");
     std::int32_t status = 0;
-    const DbaDynArray keys = db.Select(request.text(), "", status);
+    const DbaDynArray keys = db.Select(archive::keyRequest(*sentence).text(), "", status);
     auto first = keys.attribute(1);
     if (first.empty()) {
         return std::nullopt;

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "archive/Archive.h"
+
 class DbaDatabase;
 class DbaDynArray;
 
@@ -46,8 +48,10 @@ struct StatementData {
     std::int64_t totalCents = 0;
 };
 
-// "PRESTATAIRE", "MANDATAIRE", "INTERMEDIAIRE" for "P", "M", "I"; "" otherwise.
-std::string activityLabel(std::string_view letter);
+// The activity's label and the invoice number without trailing blanks, as the
+// archive's rules give them.
+using archive::activityLabel;
+using archive::trimmedRight;
 
 // Builds the data from a key and its record (layout: 1 period, 2 sigle, 3 invoice
 // number, 4 invoice date, 5 to 10 one value per line: beneficiary, file number,
@@ -57,15 +61,8 @@ std::string activityLabel(std::string_view letter);
 // Throws DbaError BadData when a number is not a whole number.
 StatementData parseArchiveRecord(std::string_view key, const DbaDynArray& record);
 
-// The query sentence that finds one statement: key beginning with entity, letter
-// and organisation, period and invoice number equal. An invoice number with
-// trailing blanks (as a key holds it) also matches its trimmed form.
-// Gives nullopt when a value holds a double quote, which a sentence cannot carry.
-std::optional<std::string> findSentence(std::string_view period, std::string_view entity, std::string_view letter,
-    std::string_view organisation, std::string_view invoice);
-
-// The key of the first statement that the sentence above selects; nullopt when
-// none. Throws DbaError when the query fails.
+// The key of the first statement that archive::statementSentence selects;
+// nullopt when none. Throws DbaError when the query fails.
 std::optional<std::string> findStatementKey(DbaDatabase& db, std::string_view period, std::string_view entity,
     std::string_view letter, std::string_view organisation, std::string_view invoice);
 
@@ -74,8 +71,5 @@ std::optional<std::string> findStatementKey(DbaDatabase& db, std::string_view pe
 // the party with its code as name and no address: the statement can still be
 // re-issued. Throws DbaError (NoRecord for a missing statement).
 StatementData loadStatement(DbaDatabase& db, std::string_view key);
-
-// The invoice number without trailing blanks.
-std::string trimmedRight(std::string_view text);
 
 } // namespace statements

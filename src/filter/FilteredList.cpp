@@ -1,3 +1,4 @@
+#include "archive/Archive.h"
 #include "shell/Ctr_Calvarine.h"
 #include "shell/ErrorTrap.h"
 
@@ -8,13 +9,8 @@ void Ctr_Calvarine::Remplir_Liste_Filtre()
     Lst_CodeOrgaPos.clear();
     std::string sentence;
     trap.step([&] {
-        sentence = "SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = \"" + period("yyyymm") + "\" AND AVEC 0 = \"" + Txt_Entite.text();
-        if (Opt_Org.value()) {
-            sentence += activityLetter() + Txt_Tri.text() + "]\"";
-        } else {
-            sentence += activityLetter() + "]\" AND AVEC NumFactArchive = \"" + Cbo_Tri.text() + "\"";
-        }
-        sentence += " PAR NumFactArchive";
+        sentence = Opt_Org.value() ? archive::organisationSentence(period("yyyymm"), Txt_Entite.text(), activityLetter(), Txt_Tri.text())
+                                   : archive::invoiceSentence(period("yyyymm"), Txt_Entite.text(), activityLetter(), Cbo_Tri.text());
     });
     selectArchive(sentence);
     fillPossiblePair();

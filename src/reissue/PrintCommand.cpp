@@ -1,8 +1,8 @@
 #include <stdexcept>
 
+#include "archive/Archive.h"
 #include "shell/Ctr_Calvarine.h"
 #include "shell/HostServices.h"
-#include "shell/Text.h"
 #include "shell/Variable.h"
 #include "shell/Int16.h"
 
@@ -16,10 +16,10 @@ void Ctr_Calvarine::Cmd_Imprimer_Click()
         return;
     }
     for (std::int16_t i = 0; i < count; ++i) {
-        const std::string& line = Lst_CodeOrgaSel.list(i);
+        const auto code = archive::parseCodeLine(Lst_CodeOrgaSel.list(i));
         const auto row = CInt16(i + 1);
-        Tab_Selection->setValue(row, 1, Text::Mid(line, 1, 3));
-        Tab_Selection->setValue(row, 2, Text::Mid(line, 5, 10));
+        Tab_Selection->setValue(row, 1, code.organisation);
+        Tab_Selection->setValue(row, 2, code.invoice);
     }
 
     if (Opt_Papier.value()) {
@@ -39,10 +39,9 @@ void Ctr_Calvarine::Cmd_Imprimer_Click()
         Variant entite = Txt_Entite.text();
         belmontis->setProperty("W_Entite", entite);
         const std::string letter = activityLetter();
-        const char* label = letter == "P" ? "PRESTATAIRE" : letter == "M" ? "MANDATAIRE" : "INTERMEDIAIRE";
         Variant activite = letter;
         belmontis->setProperty("W_Activite", activite);
-        Variant libelle = std::string(label);
+        Variant libelle = archive::activityLabel(letter);
         belmontis->setProperty("W_LibelleActivite", libelle);
         belmontis->setProperty("W_DrapeauVrai", drapeauVrai);
         Variant drapeauFaux = Variable::B_Edition;

@@ -152,16 +152,6 @@ TEST(ArchiveRecord, RaggedAttributesAndBadNumbers)
     }
 }
 
-TEST(ArchiveRecord, FindSentence)
-{
-    EXPECT_EQ(findSentence("202611", "001", "P", "012", "F000123").value(),
-        "SSELECT ARCHIVEBORDCAISSE AVEC 0 = \"001P012]\" AND AVEC PeriodeArchive = \"202611\" AND AVEC NumFactArchive = \"F000123\"");
-    // Padded as positions 14 to 23 of a key hold it: the trimmed number matches too.
-    EXPECT_EQ(findSentence("202611", "001", "P", "012", "F12  ").value(),
-        "SSELECT ARCHIVEBORDCAISSE AVEC 0 = \"001P012]\" AND AVEC PeriodeArchive = \"202611\" AND AVEC NumFactArchive = \"F12  \" OR = \"F12\"");
-    EXPECT_FALSE(findSentence("202611", "001", "P", "012", "F\"1").has_value());
-}
-
 TEST_F(StatementRendering, OnePageCarriesEverything)
 {
     const auto file = write({sample(2)});

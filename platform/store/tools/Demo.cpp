@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "archive/Archive.h"
 #include "database/DbaDynArray.h"
 #include "database/FileNames.h"
 
@@ -264,11 +265,10 @@ void generateDemo(Store& store, const DemoOptions& options, const DemoProgress& 
                     const auto& scope = scopes[planned.scope];
                     const int period = periodAt(current, planned.period);
                     // Invoice numbers: ten characters, a few shorter ones padded with blanks.
-                    std::string invoice = n % 97 == 5 ? "A" + std::to_string(n) : std::to_string(1000000000 + n);
-                    invoice.resize(10, ' ');
-                    const std::string key = scope.entity + scope.letter + code3(planned.organisation) + std::to_string(period) + invoice;
+                    const std::string key = archive::makeKey({scope.entity, std::string(1, scope.letter), code3(planned.organisation),
+                        std::to_string(period), n % 97 == 5 ? "A" + std::to_string(n) : std::to_string(1000000000 + n)});
                     store.write(FileNames::ARCHIVEBORDCAISSE, key,
-                        statementRecord(random, period, sigles[planned.organisation], invoice));
+                        statementRecord(random, period, sigles[planned.organisation], archive::invoiceOf(key)));
                 }
             });
             done = end;

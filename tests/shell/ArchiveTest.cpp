@@ -1,0 +1,118 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "archive/Archive.h"
+#include "database/DbaDynArray.h"
+
+namespace {
+
+std::string blanks(std::size_t n)
+{
+    return std::string(n, ' ');
+}
+
+} // namespace
+
+TEST(ArchiveKey, MakeParseAndRoundTrip)
+{
+    struct Case {
+        archive::Key fields;
+        std::string key;
+    };
+    const Case cases[] = {
+        {{"001", "P", "012", "202611", "F000000123"}, "001P012202611F000000123"},
+        {{"001", "M", "000", "202601", "F12"}, "001M000202601F12" + blanks(7)},
+        {{"ABC", "I", "999", "199912", ""}, "ABCI999199912" + blanks(10)},
+        // Positions count characters: an accented invoice number keeps its place.
+        {{"001", "P", "012", "202611", "N\xC2\xB0" "12"}, "001P012202611N\xC2\xB0" "12" + blanks(6)},
+    };
+    for (const auto& c : cases) {
+        const std::string key = archive::makeKey(c.fields);
+        EXPECT_EQ(key, c.key);
+        EXPECT_TRUE(archive::hasKeyLength(key)) << key;
+        const archive::Key back = archive::parseKey(key);
+        EXPECT_EQ(back.entity, c.fields.entity);
+        EXPECT_EQ(back.letter, c.fields.letter);
+        EXPECT_EQ(back.organisation, c.fields.organisation);
+        EXPECT_EQ(back.period, c.fields.period);
+        EXPECT_EQ(archive::trimmedRight(back.invoice), c.fields.invoice);
+        EXPECT_EQ(archive::makeKey(back), key) << "round trip";
+    }
+
+    // A short key gives what it has of each field, and nothing beyond its end.
+    const archive::Key partial = archive::parseKey("001P01");
+    EXPECT_EQ(partial.organisation, "01");
+    EXPECT_EQ(partial.period, "");
+    EXPECT_EQ(archive::invoiceOf("001P012202611F1"), "F1");
+    EXPECT_FALSE(archive::hasKeyLength("001P012202611F1"));
+    EXPECT_FALSE(archive::hasKeyLength("001P012202611F0000000001"));
+
+    // A field of the wrong width would shift every field after it.
+    for (const archive::Key& bad : {archive::Key{"01", "P", "012", "202611", "F1"}, archive::Key{"001", "", "012", "202611", "F1"},
+             archive::Key{"001", "P", "12", "202611", "F1"}, archive::Key{"001", "P", "012", "2026", "F1"},
+             archive::Key{"001", "P", "012", "202611", "F0000000001"}}) {
+        EXPECT_THROW(archive::makeKey(bad), std::invalid_argument) << bad.entity << bad.letter << bad.organisation;
+    }
+}
+
+TEST(ArchiveLines, StatementLineColumns)
+{
+    struct Case {
+        std::string name;
+        std::string invoice;
+        std::string line;
+    };
+    const std::string forty(40, 'N');
+    const Case cases[] = {
+        {"CPAM", "F1", "CPAM" + blanks(51) + "F1"},
+        {"", "F1", blanks(55) + "F1"},
+        {forty, "F1", forty + blanks(15) + "F1"},
+        {forty + "XYZ", "F1", forty + blanks(15) + "F1"},
+        {std::string(39, 'N'), "F1" + blanks(8), std::string(39, 'N') + blanks(16) + "F1" + blanks(8)},
+        // Columns count characters, so an accented name is filled as far as a plain one.
+        {"MUTUELLE G\xC3\x89N\xC3\x89RALE", "F1", "MUTUELLE G\xC3\x89N\xC3\x89RALE" + blanks(38) + "F1"},
+        {"\xC3\x89" + std::string(40, 'N'), "F1", "\xC3\x89" + std::string(39, 'N') + blanks(15) + "F1"},
+        // No record: the text and 40 blanks, the same 55 columns.
+        {archive::kNoOrganisation, "F1", "TAUX PRESTATION" + blanks(40) + "F1"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(archive::statementLine(c.name, c.invoice), c.line) << c.name;
+    }
+}
+
+TEST(ArchiveLines, CodeLineCutsBackToTheKeysFields)
+{
+    for (const std::string& key : {std::string("001P012202611F000000123"), "001P012202611F12" + blanks(7), std::string("001P012")}) {
+        const std::string line = archive::codeLine(key);
+        EXPECT_EQ(line, archive::organisationOf(key) + " " + archive::invoiceOf(key));
+        const auto code = archive::parseCodeLine(line);
+        EXPECT_EQ(code.organisation, archive::organisationOf(key)) << key;
+        EXPECT_EQ(code.invoice, archive::invoiceOf(key)) << key << ": the blanks of the key are kept";
+    }
+}
+
+TEST(ArchiveSentences, EachSentenceWhole)
+{
+    using archive::Order;
+    const std::string scope = R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202611" AND AVEC 0 = "001P]")";
+    const std::pair<std::string, std::string> cases[] = {
+        {archive::scopeSentence("202611", "001", "P", Order::ByOrganisationThenInvoice), scope + " PAR SigleOrgaArchive PAR NumFactArchive"},
+        {archive::scopeSentence("202611", "001", "P", Order::ByInvoice), scope + " PAR NumFactArchive"},
+        {archive::scopeSentence("202611", "001", "P", Order::None), scope},
+        {archive::organisationSentence("202611", "001", "M", "01"),
+            R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202611" AND AVEC 0 = "001M01]" PAR NumFactArchive)"},
+        {archive::invoiceSentence("202611", "001", "P", "F12  "),
+            scope + R"( AND AVEC NumFactArchive = "F12  " PAR NumFactArchive)"},
+        {archive::statementSentence("202611", "001", "P", "012", "F000123").value(),
+            R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202611" AND AVEC 0 = "001P012]" AND AVEC NumFactArchive = "F000123")"},
+        // Padded as a key holds it: the trimmed number matches too.
+        {archive::statementSentence("202611", "001", "P", "012", "F12  ").value(),
+            R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202611" AND AVEC 0 = "001P012]" AND AVEC NumFactArchive = "F12  " OR = "F12")"},
+    };
+    for (const auto& [made, expected] : cases) {
+        EXPECT_EQ(made, expected);
+    }
+    EXPECT_FALSE(archive::statementSentence("202611", "001", "P", "012", "F\"1").has_value());
+    EXPECT_EQ(archive::keyRequest("S").text(), "S\xFE" "ARCHIVEBORDCAISSE\xFE" "0");
+}
