@@ -65,7 +65,9 @@ public:
     // durable, as long as a crash still leaves the database consistent.
     virtual void setSyncEveryCommit(bool /*sync*/) {}
 
-    virtual DbaDynArray select(std::string_view sentenceText, std::string_view attributes) = 0;
+    // The keys, or the attributes asked (0: the key), of the records a parsed
+    // sentence selects: the Store parses each sentence once and hands it here.
+    virtual DbaDynArray select(const sentence::Parsed& parsed, const std::vector<int>& attributes) = 0;
 
     // The workstation session whose working records this connection sees; an
     // engine of one user ignores it.

@@ -61,7 +61,7 @@ public:
 
     void transaction(const std::function<void()>& work) override;
 
-    DbaDynArray select(std::string_view sentenceText, std::string_view attributes) override;
+    DbaDynArray select(const sentence::Parsed& parsed, const std::vector<int>& attributes) override;
     // The SQL of a sentence (tests and benchmark).
     CompiledQuery compile(const sentence::Parsed& parsed, const std::vector<int>& attributes);
 

@@ -122,10 +122,8 @@ CompiledQuery PgEngine::compile(const sentence::Parsed& parsed, const std::vecto
     return plan(parsed, dictionaryOf(parsed.file), attributes).query;
 }
 
-DbaDynArray PgEngine::select(std::string_view sentenceText, std::string_view attributeList)
+DbaDynArray PgEngine::select(const sentence::Parsed& parsed, const std::vector<int>& attributes)
 {
-    const auto parsed = sentence::parse(sentenceText);
-    const auto attributes = sentence::parseAttributeList(attributeList);
     if (!fileExists(parsed.file)) {
         throw DbaError(DbaError::Kind::NoFile, "SSELECT " + parsed.file,
             "no file \"" + parsed.file + "\" at word " + std::to_string(parsed.fileWord.number) + " (column "

@@ -63,7 +63,7 @@ public:
 
     // Resolves and compiles a sentence; throws NoFile, UnknownName, BadSentence.
     CompiledQuery compile(const sentence::Parsed& parsed, bool wantRecord);
-    DbaDynArray select(std::string_view sentenceText, std::string_view attributes) override;
+    DbaDynArray select(const sentence::Parsed& parsed, const std::vector<int>& attributes) override;
 
     static void checkFileName(std::string_view file);
 

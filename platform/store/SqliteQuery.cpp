@@ -178,10 +178,8 @@ CompiledQuery SqliteEngine::compile(const sentence::Parsed& parsed, bool wantRec
     return query;
 }
 
-DbaDynArray SqliteEngine::select(std::string_view sentenceText, std::string_view attributeList)
+DbaDynArray SqliteEngine::select(const sentence::Parsed& parsed, const std::vector<int>& attributes)
 {
-    const auto parsed = sentence::parse(sentenceText);
-    const auto attributes = sentence::parseAttributeList(attributeList);
     const bool wantRecord = std::any_of(attributes.begin(), attributes.end(), [](int a) { return a > 0; });
     const auto hold = reading();
     const auto query = compile(parsed, wantRecord);

@@ -159,25 +159,23 @@ DbaDynArray Store::Select(std::string_view request, std::string_view, std::int32
     const auto sentenceText = parts.attribute(1);
     const auto file = parts.attribute(2);
     // The sentence names the file; a request that names another is a mistake.
-    const auto parsedFile = sentence::parse(sentenceText).file;
-    if (!file.empty() && file != parsedFile) {
+    const auto parsed = sentence::parse(sentenceText);
+    if (!file.empty() && file != parsed.file) {
         throw DbaError(DbaError::Kind::BadSentence, "Select",
-            "the request names file " + file + " but the sentence selects " + parsedFile);
+            "the request names file " + file + " but the sentence selects " + parsed.file);
     }
-    return m_impl->select(sentenceText, parts.attribute(3));
+    return m_impl->select(parsed, parts.attribute(3));
 }
 
-DbaDynArray Store::Impl::select(std::string_view sentenceText, std::string_view attributes)
+DbaDynArray Store::Impl::select(const sentence::Parsed& parsed, std::string_view attributes)
 {
-    if (!sessionKeys->isPrivate(sentence::parse(sentenceText).file)) {
-        return engine->select(sentenceText, attributes);
+    auto asked = sentence::parseAttributeList(attributes);
+    if (!sessionKeys->isPrivate(parsed.file)) {
+        return engine->select(parsed, asked);
     }
-    const auto asked = sentence::parseAttributeList(attributes);
-    std::string withKey = "0";
-    for (const int attribute : asked) {
-        withKey += " " + std::to_string(attribute);
-    }
-    return sessionKeys->ownRows(engine->select(sentenceText, withKey));
+    // The stored key first, to tell this session's records from the others'.
+    asked.insert(asked.begin(), 0);
+    return sessionKeys->ownRows(engine->select(parsed, asked));
 }
 
 DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int32_t& status)
@@ -334,9 +332,9 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
     return true;
 }
 
-DbaDynArray Store::select(std::string_view sentence, std::string_view attributes)
+DbaDynArray Store::select(std::string_view sentenceText, std::string_view attributes)
 {
-    return m_impl->select(sentence, attributes);
+    return m_impl->select(sentence::parse(sentenceText), attributes);
 }
 
 bool Store::fileExists(std::string_view file)

@@ -28,7 +28,7 @@ public:
         engine->setSession(sessionKeys->session());
     }
     // A sentence's selection; on a session-private file, only this session's records.
-    DbaDynArray select(std::string_view sentenceText, std::string_view attributes);
+    DbaDynArray select(const sentence::Parsed& parsed, std::string_view attributes);
 };
 
 } // namespace store
