@@ -91,7 +91,6 @@ private:
     std::string m_session;
     std::string m_defaultSession; // this connection's own, when the host sets none
 
-    std::size_t m_sentenceStatements = 0;
     std::set<std::string, std::less<>> m_knownFiles;
     std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
 
