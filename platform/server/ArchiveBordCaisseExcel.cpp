@@ -168,9 +168,6 @@ void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserve
 
 void registerArchiveBordCaisseExcel(store::Store& store)
 {
-    // The request and the result are one workstation's: two re-issuing at once
-    // must never read or delete each other's.
-    store.setSessionPrivate(FileNames::TEMPO);
     store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); });
 }
 

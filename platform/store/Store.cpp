@@ -7,6 +7,7 @@
 #include "PgEngine.h"
 #include "SqliteEngine.h"
 #include "StoreImpl.h"
+#include "database/FileNames.h"
 
 namespace store {
 
@@ -83,6 +84,11 @@ std::vector<std::string> commandWords(std::string_view text)
 Store::Store(std::unique_ptr<Impl> impl)
     : m_impl(std::move(impl))
 {
+    // TEMPO holds the working records a screen hands to the server command and
+    // gets back: one workstation's request must never be read or deleted by
+    // another's. Every opening of the application's database keeps them apart,
+    // whatever the host registers (a window, a worker, a tool, a script).
+    m_impl->sessionKeys->declare(FileNames::TEMPO);
 }
 
 Store::~Store() = default;

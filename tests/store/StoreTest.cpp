@@ -275,12 +275,12 @@ TEST_P(StoreTest, NamesDifferingOnlyInCaseNeverShareStorage)
     EXPECT_EQ(keys(R"(SSELECT G AVEC Nom = "alpha")"), "a");
 }
 
-// The working records of a file declared session-private are each session's own.
+// TEMPO's working records are each session's own from the opening of the
+// store: a host that declares nothing and registers no command keeps them apart.
 TEST_P(StoreTest, SessionPrivateRecordsAreEachSessionsOwn)
 {
     const auto workstation = [&](const std::string& session) {
         auto store = m_database.connect();
-        store->setSessionPrivate("TEMPO");
         store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
         return store;
     };

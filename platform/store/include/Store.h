@@ -98,6 +98,7 @@ public:
     void write(std::string_view file, std::string_view key, std::string_view record); // creates the file if needed
     bool remove(std::string_view file, std::string_view key);
 
+    // TEMPO is so from the opening of every Store, on every engine.
     // Declares a file whose records belong to the workstation session that
     // writes them (the working records a screen hands to a server command): each
     // session reads, writes, removes and selects only its own, through the files
