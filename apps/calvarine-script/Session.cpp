@@ -8,6 +8,7 @@
 #include <iostream>
 #include <system_error>
 
+#include "PaperSibling.h"
 #include "Rights.h"
 #include "ServerCommands.h"
 #include "Text.h"
@@ -132,23 +133,31 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
     , m_host(m_events)
 {
     resetModuleVariable();
-    if (options.fusion) {
-        m_fusion = *options.fusion;
-        claimFusion(m_fusion);
-        m_claimedFusion = true;
+    if (options.db) {
+        // A workstation on a shared database: its own session (TEMPO's records are
+        // this process's alone), the database's FUSION, which other processes
+        // write too, so nothing in it is ever removed here.
+        m_store = store::Store::connect(*options.db);
+        m_fusion = m_store->fusionDirectory();
     } else {
-        m_ownFusion.emplace();
-        m_fusion = m_ownFusion->path();
+        if (options.fusion) {
+            m_fusion = *options.fusion;
+            claimFusion(m_fusion);
+            m_claimedFusion = true;
+        } else {
+            m_ownFusion.emplace();
+            m_fusion = m_ownFusion->path();
+        }
+        if (options.dbUrl) {
+            m_schema.emplace(*options.dbUrl);
+            m_store = store::Store::connect(m_schema->connection());
+            // No worker runs beside the host: Execute serves the queue itself.
+            m_store->setServeOwnCommands(true);
+        } else {
+            m_store = store::Store::create(m_dir.path() / "db.sqlite");
+        }
+        m_store->setFusionDirectory(m_fusion);
     }
-    if (options.dbUrl) {
-        m_schema.emplace(*options.dbUrl);
-        m_store = store::Store::connect(m_schema->connection());
-        // No worker runs beside the host: Execute serves the queue itself.
-        m_store->setServeOwnCommands(true);
-    } else {
-        m_store = store::Store::create(m_dir.path() / "db.sqlite");
-    }
-    m_store->setFusionDirectory(m_fusion);
     registerServerCommands(*m_store);
     m_client = std::make_shared<DbaClient>("OPERATEUR");
     m_store->setClient(m_client);
@@ -157,7 +166,11 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
     m_database = std::make_shared<LoggingDatabase>(m_store, m_events);
 
     m_control = std::make_unique<Ctr_Calvarine>(m_host);
-    m_control->Controls().get("Ctr_Belmontis1").setObject(std::make_shared<BelmontisRecorder>(m_events));
+    if (options.printTo) {
+        m_control->Controls().get("Ctr_Belmontis1").setObject(makeSpoolingSibling(m_host, *options.printTo));
+    } else {
+        m_control->Controls().get("Ctr_Belmontis1").setObject(std::make_shared<BelmontisRecorder>(m_events));
+    }
     if (options.widgets) {
         m_gestures = makeWidgetGestures(m_control->Controls(), m_host);
     } else {

@@ -24,6 +24,12 @@ struct Options {
     std::optional<std::filesystem::path> fusion;
     // A PostgreSQL server to play against instead of SQLite: a fresh schema per file.
     std::optional<std::string> dbUrl;
+    // An existing database (file or URI) that every file plays on as a workstation
+    // would: nothing is created or cleared, FUSION is the database's own, and on a
+    // server the workers (calvarine-server) run the commands.
+    std::optional<std::string> db;
+    // Paper runs go through the real printing control, as PDF files in this folder.
+    std::optional<std::filesystem::path> printTo;
     // Play the operator through the widgets of the real window (--view qt).
     bool widgets = false;
 };

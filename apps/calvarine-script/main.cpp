@@ -1,9 +1,11 @@
-// calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] FILE...
+// calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] [--print-to DIR] FILE...
+// calvarine-script --db PATH|URL [--view model|qt] [--print-to DIR] FILE...
 //
 // Plays scenario files against the control and prints one line per failed
 // expectation, then "N passed, N failed". Exit status: 0 all passed, 1 some
 // failed, 2 a file could not be read or held a bad command.
-// --view qt plays the operator through the widgets of the real window.
+// --view qt plays the operator through the widgets of the real window. --db
+// plays every file on one existing database as a workstation would (soak runs).
 
 #include <filesystem>
 #include <iostream>
@@ -17,10 +19,16 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] FILE...\n"
-    "  --view qt    play the operator through the widgets of the real window\n"
-    "  --fusion DIR the FUSION folder: made if missing; refused if it holds files\n"
-    "               that calvarine-script did not write (it removes only its own)\n";
+    "usage: calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] [--print-to DIR] FILE...\n"
+    "       calvarine-script --db PATH|URL [--view model|qt] [--print-to DIR] FILE...\n"
+    "  --view qt     play the operator through the widgets of the real window\n"
+    "  --fusion DIR  the FUSION folder: made if missing; refused if it holds files\n"
+    "                that calvarine-script did not write (it removes only its own)\n"
+    "  --db-url URL  a PostgreSQL server: each file plays on a fresh schema of its own\n"
+    "  --db PATH|URL play every file on this existing database, as one more workstation:\n"
+    "                nothing is created or cleared, graphic files go to the database's\n"
+    "                FUSION (a server's go where its calvarine-server workers put them)\n"
+    "  --print-to DIR paper runs go through the real printing control, as PDF files in DIR\n";
 
 // The offscreen platform says of each window what it cannot do (raise it,
 // grab the keyboard); that is no news for a scenario.
@@ -51,6 +59,10 @@ int main(int argc, char** argv)
                           << "\"; without it every file plays on a fresh SQLite database\n";
                 return 2;
             }
+        } else if (arg == "--db" && i + 1 < argc) {
+            options.db = argv[++i];
+        } else if (arg == "--print-to" && i + 1 < argc) {
+            options.printTo = argv[++i];
         } else if (arg == "--view" && i + 1 < argc && (std::string(argv[i + 1]) == "qt" || std::string(argv[i + 1]) == "model")) {
             options.widgets = std::string(argv[++i]) == "qt";
         } else if (arg.starts_with("--")) {
@@ -60,7 +72,7 @@ int main(int argc, char** argv)
             files.emplace_back(arg);
         }
     }
-    if (files.empty()) {
+    if (files.empty() || (options.db && (options.fusion || options.dbUrl))) {
         std::cerr << kUsage;
         return 2;
     }

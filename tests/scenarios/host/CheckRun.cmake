@@ -1,9 +1,10 @@
 # Runs calvarine-script and compares its exit status and its standard output
 # with what is expected.
 #   cmake -DSCRIPT=exe -DARGS="a;b" -DSTATUS=n -DEXPECTED=file [-DCLEAN=dir] [-DPREPARE=file]
-#         [-DKEPT=file] [-DFILTER=text] -P CheckRun.cmake
+#         [-DKEPT=file] [-DABSENT=file] [-DFILTER=text] -P CheckRun.cmake
 # CLEAN is removed first; PREPARE is written before the run; KEPT must still be
-# there after it; FILTER is replaced by DIR in the output before comparing.
+# there after it, ABSENT must not; FILTER is replaced by DIR in the output
+# before comparing.
 if(CLEAN)
   file(REMOVE_RECURSE ${CLEAN})
 endif()
@@ -19,6 +20,9 @@ if(FILTER)
 endif()
 if(KEPT AND NOT EXISTS ${KEPT})
   message(FATAL_ERROR "${KEPT} was removed")
+endif()
+if(ABSENT AND EXISTS ${ABSENT})
+  message(FATAL_ERROR "${ABSENT} was made")
 endif()
 if(NOT status STREQUAL STATUS)
   message(FATAL_ERROR "exit status ${status}, expected ${STATUS}\n${output}")
