@@ -235,89 +235,89 @@ void Session::menu(LineReader& r)
 
 // ---- On the model ---------------------------------------------------------------
 
-bool ModelGestures::popupOpen() const
+bool Gestures::popupOpen() const
 {
     return m_host.popupOpen();
 }
 
-void ModelGestures::closePopup()
+void Gestures::closePopup()
 {
     m_host.closePopup();
 }
 
-void ModelGestures::takeFocus(Control& control)
+void Gestures::takeFocus(Control& control)
 {
     if (takesFocus(control)) {
         m_screen.moveFocus(&control);
     }
 }
 
-void ModelGestures::focus(Control* control)
+void Gestures::focus(Control* control)
 {
     m_screen.moveFocus(control);
 }
 
-void ModelGestures::type(Control& control, char32_t code)
+void Gestures::type(Control& control, char32_t code)
 {
     takeFocus(control);
     control.operatorKey(static_cast<std::int16_t>(code));
 }
 
-void ModelGestures::key(Control& control, std::int16_t code)
+void Gestures::key(Control& control, std::int16_t code)
 {
     takeFocus(control);
     control.operatorKey(code);
 }
 
-void ModelGestures::selectAll(Control& control)
+void Gestures::selectAll(Control& control)
 {
     takeFocus(control);
     control.operatorSelectAll();
 }
 
-void ModelGestures::paste(Control& control, const std::string& text)
+void Gestures::paste(Control& control, const std::string& text)
 {
     takeFocus(control);
     control.operatorPaste(text);
 }
 
-void ModelGestures::pick(Control& combo, std::int16_t index)
+void Gestures::pick(Control& combo, std::int16_t index)
 {
     takeFocus(combo);
     m_screen.operatorPick(combo, index);
 }
 
-void ModelGestures::click(Control& control)
+void Gestures::click(Control& control)
 {
     takeFocus(control);
     m_screen.operatorClick(control);
 }
 
-void ModelGestures::clickList(Control& list, std::int16_t index)
+void Gestures::clickList(Control& list, std::int16_t index)
 {
     takeFocus(list);
     m_screen.operatorClickList(list, index);
 }
 
-void ModelGestures::dblClickList(Control& list, std::int16_t index)
+void Gestures::dblClickList(Control& list, std::int16_t index)
 {
     takeFocus(list);
     m_screen.operatorDblClickList(list, index);
 }
 
-void ModelGestures::drag(Control& source, std::int16_t row, Control& target)
+void Gestures::drag(Control& source, std::int16_t row, Control& target)
 {
     takeFocus(source);
     m_screen.operatorDrag(source, row, target);
 }
 
-void ModelGestures::mouseDown(Control& control, std::int16_t button)
+void Gestures::mouseDown(Control& control, std::int16_t button)
 {
     takeFocus(control);
     m_screen.operatorMouseDown(control, button);
 }
 
-void ModelGestures::menu(Control& entry)
+void Gestures::menu(Control& entry)
 {
     m_host.closePopup();
     m_screen.operatorClick(entry);

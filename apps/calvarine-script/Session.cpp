@@ -174,7 +174,7 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
     if (options.widgets) {
         m_gestures = makeWidgetGestures(m_control->Controls(), m_host);
     } else {
-        m_gestures = std::make_unique<ModelGestures>(m_control->Controls(), m_host);
+        m_gestures = std::make_unique<Gestures>(m_control->Controls(), m_host);
     }
 }
 

@@ -42,8 +42,7 @@ Qt::MouseButton qtButton(std::int16_t button)
 } // namespace
 
 WidgetGestures::WidgetGestures(ScreenModel& screen, ScriptHost& host)
-    : Gestures(screen)
-    , m_host(host)
+    : Gestures(screen, host)
     , m_window(std::make_unique<QWidget>())
 {
     m_window->setWindowTitle(QStringLiteral("Calvarine"));

@@ -74,7 +74,6 @@ private:
     void deliverDrop(QDrag& drag);
     void settle();
 
-    ScriptHost& m_host;
     std::unique_ptr<QWidget> m_window;
     ScreenView* m_view = nullptr;
     QLineEdit* m_hostField = nullptr; // a control of the host's form, outside the screen
