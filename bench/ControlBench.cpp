@@ -14,6 +14,7 @@
 #include "FrenchDates.h"
 #include "Rights.h"
 #include "Store.h"
+#include "archive/Archive.h"
 #include "shell/Ctr_Calvarine.h"
 #include "shell/HostServices.h"
 
@@ -69,14 +70,14 @@ std::shared_ptr<store::Store> benchStore()
         for (int o = 1; o <= kOrganisations; ++o) {
             db.write("ORGPRISECHARGE", code3(o), "CAISSE DE PRISE EN CHARGE " + std::to_string(o) + "\xFE" "S" + code3(o));
         }
-        db.defineName("ARCHIVEBORDCAISSE", "PeriodeArchive", 1);
-        db.defineName("ARCHIVEBORDCAISSE", "SigleOrgaArchive", 2);
-        db.defineName("ARCHIVEBORDCAISSE", "NumFactArchive", 3);
+        for (const auto& [name, attribute] : archive::kDictionary) {
+            db.defineName("ARCHIVEBORDCAISSE", name, attribute);
+        }
         for (int i = 0; i < kScopeStatements; ++i) {
             const std::string org = code3(i % kOrganisations + 1);
             std::string invoice = std::to_string(i);
             invoice = "F" + std::string(9 - invoice.size(), '0') + invoice;
-            db.write("ARCHIVEBORDCAISSE", "001P" + org + "202610" + invoice,
+            db.write("ARCHIVEBORDCAISSE", archive::makeKey({"001", "P", org, "202610", invoice}),
                 std::string("202610\xFE") + "S" + org + "\xFE" + invoice);
         }
     });
@@ -135,7 +136,7 @@ void BM_RequeteListe_StoreOnly(benchmark::State& state)
         const DbaDynArray result = db->Select(request, "", status);
         keys = result.attributeCount();
         for (std::size_t i = 1; i <= keys; ++i) {
-            auto item = organisations->ReadItem(result.attribute(static_cast<std::int16_t>(i)).substr(4, 3));
+            auto item = organisations->ReadItem(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))));
             benchmark::DoNotOptimize(item);
         }
     }

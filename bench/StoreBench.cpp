@@ -22,14 +22,14 @@
 #include "SqliteEngine.h"
 #include "Sentence.h"
 #include "Store.h"
+#include "archive/Archive.h"
 #include "database/FileNames.h"
 
 namespace {
 
 constexpr std::size_t kScope = 32767;
 constexpr const char* kPeriod = "202610";
-const std::string kSentence = std::string("SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = \"") + kPeriod
-    + "\" AND AVEC 0 = \"" + store::kBigScopeEntity + "P]\" PAR SigleOrgaArchive PAR NumFactArchive";
+const std::string kSentence = archive::scopeSentence(kPeriod, store::kBigScopeEntity, "P", archive::Order::ByOrganisationThenInvoice);
 
 std::size_t statements()
 {
@@ -96,7 +96,7 @@ void BM_StoreQuery(benchmark::State& state)
         for (std::size_t i = 1; i <= keys; ++i) {
             const auto key = result.attribute(static_cast<std::int16_t>(i));
             try {
-                named += organisations->ReadItem(key.substr(4, 3))->attribute(1).size();
+                named += organisations->ReadItem(archive::organisationOf(key))->attribute(1).size();
             } catch (const DbaError& error) {
                 if (!error.isNoRecord()) {
                     throw;
@@ -246,7 +246,7 @@ const std::vector<std::string>& readKeys()
         const auto result = readData(false)->select(kSentence);
         std::vector<std::string> out;
         for (int i = 1; i <= result.DCount(); ++i) {
-            out.push_back(result.attribute(static_cast<std::int16_t>(i)).substr(4, 3));
+            out.push_back(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))));
         }
         return out;
     }();
@@ -322,7 +322,7 @@ void queryAndRead(benchmark::State& state, store::Store& store)
         std::size_t named = 0;
         for (std::size_t i = 1; i <= keys; ++i) {
             try {
-                named += organisations->ReadItem(result.attribute(static_cast<std::int16_t>(i)).substr(4, 3))->attribute(1).size();
+                named += organisations->ReadItem(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))))->attribute(1).size();
             } catch (const DbaError& error) {
                 if (!error.isNoRecord()) {
                     throw;

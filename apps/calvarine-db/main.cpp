@@ -151,19 +151,6 @@ std::shared_ptr<store::Store> createNew(const std::string& database)
     return store;
 }
 
-void createSchema(store::Store& store)
-{
-    store.transaction([&] {
-        for (const char* file : {FileNames::ACTIVITES, FileNames::ASSOCIATION, FileNames::FACTURORG, FileNames::ORGPRISECHARGE,
-                 FileNames::PERIODESPAIE, FileNames::TEMPO, FileNames::DROITS, FileNames::ARCHIVEBORDCAISSE}) {
-            store.createFile(file);
-        }
-        store.defineName(FileNames::ARCHIVEBORDCAISSE, "PeriodeArchive", 1);
-        store.defineName(FileNames::ARCHIVEBORDCAISSE, "SigleOrgaArchive", 2);
-        store.defineName(FileNames::ARCHIVEBORDCAISSE, "NumFactArchive", 3);
-    });
-}
-
 std::size_t number(const std::string& option, const std::string& text, std::size_t largest)
 {
     const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
@@ -298,7 +285,7 @@ int run(std::vector<std::string> args)
             throw UsageError("create takes no argument, not \"" + args[0] + "\"");
         }
         auto store = createNew(database);
-        createSchema(*store);
+        store->transaction([&] { store::createSchema(*store); });
         std::cerr << "empty database made at " << shown(database) << '\n';
         return 0;
     }

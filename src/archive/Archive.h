@@ -108,6 +108,14 @@ CodeLine parseCodeLine(std::string_view line);
 
 // ---- Query sentences --------------------------------------------------------
 
+// The dictionary of ARCHIVEBORDCAISSE: the names the sentences use for its
+// attributes.
+struct DictionaryName {
+    const char* name;
+    std::int16_t attribute;
+};
+inline constexpr DictionaryName kDictionary[] = {{"PeriodeArchive", 1}, {"SigleOrgaArchive", 2}, {"NumFactArchive", 3}};
+
 // The order of a scope's keys.
 enum class Order {
     None,

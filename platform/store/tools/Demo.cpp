@@ -163,6 +163,17 @@ std::string statementRecord(std::mt19937_64& random, int period, const std::stri
 
 } // namespace
 
+void createSchema(Store& store)
+{
+    for (const char* file : {FileNames::ACTIVITES, FileNames::ASSOCIATION, FileNames::FACTURORG, FileNames::ORGPRISECHARGE,
+             FileNames::PERIODESPAIE, FileNames::TEMPO, FileNames::DROITS, FileNames::ARCHIVEBORDCAISSE}) {
+        store.createFile(file);
+    }
+    for (const auto& [name, attribute] : archive::kDictionary) {
+        store.defineName(FileNames::ARCHIVEBORDCAISSE, name, attribute);
+    }
+}
+
 void generateDemo(Store& store, const DemoOptions& options, const DemoProgress& progress)
 {
     std::mt19937_64 random(options.seed);
@@ -176,13 +187,7 @@ void generateDemo(Store& store, const DemoOptions& options, const DemoProgress& 
     std::vector<Scope> scopes;
     std::vector<std::string> sigles(kOrganisations + 1);
     store.transaction([&] {
-        for (const char* file : {FileNames::FACTURORG, FileNames::TEMPO, FileNames::ACTIVITES, FileNames::ASSOCIATION,
-                 FileNames::ORGPRISECHARGE, FileNames::PERIODESPAIE, FileNames::DROITS, FileNames::ARCHIVEBORDCAISSE}) {
-            store.createFile(file);
-        }
-        store.defineName(FileNames::ARCHIVEBORDCAISSE, "PeriodeArchive", 1);
-        store.defineName(FileNames::ARCHIVEBORDCAISSE, "SigleOrgaArchive", 2);
-        store.defineName(FileNames::ARCHIVEBORDCAISSE, "NumFactArchive", 3);
+        createSchema(store);
 
         for (int i = 0; i < kEntities; ++i) {
             const auto code = entityCode(i);

@@ -37,6 +37,10 @@ struct DemoOptions {
 // The entity that holds the big scope.
 inline constexpr const char* kBigScopeEntity = "001";
 
+// Creates the system's files, and the dictionary of ARCHIVEBORDCAISSE, where
+// they are missing. Call it inside a transaction to make it one commit.
+void createSchema(Store& store);
+
 // Called now and then with the statements written so far and the total.
 using DemoProgress = std::function<void(std::size_t done, std::size_t total)>;
 
