@@ -20,7 +20,10 @@ public:
         : m_path(path)
     {
         // RTLD_LOCAL keeps the entry points of one library from answering for another's.
-        m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        // RTLD_NODELETE keeps its code mapped once closed: the libraries it brought in
+        // keep per-thread state whose clean-up runs at thread exit (libcups), and
+        // that code must still be there then.
+        m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
         if (!m_handle) {
             const char* why = dlerror();
             throw ComponentError("cannot load " + path.string() + ": " + (why ? why : "unknown error"));

@@ -9,7 +9,8 @@
 // installed library is used instead. The library is opened on first use and
 // stays loaded as long as any object made from it lives (each object holds
 // it); when the last one goes and the library's DllCanUnloadNow agrees, it is
-// closed.
+// closed, its code staying mapped (what it started may still run it at thread
+// or process exit) so that opening it again gives the same library.
 //
 // Not thread-safe: one loader per thread. Objects may outlive the loader.
 
