@@ -445,6 +445,11 @@ bool ScreenView::buttonKey(Entry& entry, QKeyEvent& event)
     if (!key || !m_screen.canReach(*entry.control)) {
         return false;
     }
+    if (event.isAutoRepeat() && (*key == ScreenModel::Key::Enter || *key == ScreenModel::Key::Space)) {
+        // One press, one click: an Enter still held after it closed a message
+        // box must not go on to press the button that then has the focus.
+        return true;
+    }
     const bool taken = m_screen.operatorKeyDown(*entry.control, *key);
     resyncButtons(*entry.control);
     return taken;

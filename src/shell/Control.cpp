@@ -47,6 +47,7 @@ void Control::setEnabled(bool enabled)
     if (m_enabled != enabled) {
         m_enabled = enabled;
         changed(Property::Enabled);
+        m_screen.passFocusIfLost();
     }
 }
 
@@ -55,6 +56,7 @@ void Control::setVisible(bool visible)
     if (m_visible != visible) {
         m_visible = visible;
         changed(Property::Visible);
+        m_screen.passFocusIfLost();
     }
 }
 

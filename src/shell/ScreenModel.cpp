@@ -102,6 +102,64 @@ bool ScreenModel::canReach(const Control& control) const
     return true;
 }
 
+namespace {
+
+// Enabled and Visible, with every frame around it; UserControl aside.
+bool standsOpen(const Control& control)
+{
+    for (const Control* c = &control; c; c = c->container()) {
+        if (!c->enabled() || !c->visible()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool ScreenModel::isTabStop(const Control& control) const
+{
+    switch (control.kind()) {
+    case ControlKind::TextBox:
+    case ControlKind::ComboBox:
+    case ControlKind::ListBox:
+    case ControlKind::CommandButton:
+        return standsOpen(control);
+    case ControlKind::OptionButton:
+        // A group is entered at its set option, or at any when none is set.
+        return standsOpen(control)
+            && (control.value() || std::none_of(m_controls.begin(), m_controls.end(), [&](const auto& other) {
+                   return other->kind() == ControlKind::OptionButton && other->container() == control.container() && other->value();
+               }));
+    default:
+        return false;
+    }
+}
+
+void ScreenModel::passFocusIfLost()
+{
+    if (!m_focus || m_focus == m_userControl.get() || standsOpen(*m_focus)) {
+        return;
+    }
+    const auto at = std::find_if(m_controls.begin(), m_controls.end(), [&](const auto& c) { return c.get() == m_focus; });
+    if (at == m_controls.end()) {
+        return;
+    }
+    const auto from = static_cast<std::size_t>(at - m_controls.begin());
+    Control* next = nullptr;
+    for (std::size_t step = 1; step < m_controls.size() && !next; ++step) {
+        Control& candidate = *m_controls[(from + step) % m_controls.size()];
+        if (isTabStop(candidate)) {
+            next = &candidate;
+        }
+    }
+    m_focus = next;
+    ++m_focusMoves;
+    for (auto* observer : m_observers) {
+        observer->focusChanged(next);
+    }
+}
+
 void ScreenModel::drop(Control& target)
 {
     if (!m_dragSource) {

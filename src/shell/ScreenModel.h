@@ -125,6 +125,14 @@ private:
     Press m_press;
     std::vector<ScreenObserver*> m_observers;
 
+    // The toolkit's rule for a control that has the focus and can no longer hold
+    // it (it or a frame around it was disabled or hidden): the focus passes to
+    // the next control in TabIndex order that Tab would stop at, round to the
+    // start, as SetFocus moves it (no LostFocus). A re-issue's reset thus
+    // leaves it on the entity, never on "Sortir". The wait state is no such
+    // case: the focus stays and comes back with the control.
+    void passFocusIfLost();
+    bool isTabStop(const Control& control) const;
     bool listKey(Control& list, Key key, std::int16_t pageSize);
     bool optionKey(Control& option, Key key);
 };

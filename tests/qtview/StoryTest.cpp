@@ -155,6 +155,35 @@ TEST_F(StoryTest, AnOperatorReissuesStatementsAsFilesAndOnPaper)
     EXPECT_EQ(spool.front().rfind("Bordereaux_001P_", 0), 0u) << spool.front();
 }
 
+TEST_F(StoryTest, AnEnterTooManyAfterAReissueNeverClosesTheWindow)
+{
+    ASSERT_TRUE(window->start());
+    host->closeByEnter = true;
+    chooseEntityAndActivity();
+    QTest::mouseClick(widget<QPushButton>("Cmd_Tous"), Qt::LeftButton);
+    QTest::mouseClick(widget<QRadioButton>("Opt_Fichier"), Qt::LeftButton);
+    // From the keyboard: Enter on "Imprimer", Enter on the list of files.
+    widget<QPushButton>("Cmd_Imprimer")->setFocus(Qt::TabFocusReason);
+    QTest::keyClick(widget<QPushButton>("Cmd_Imprimer"), Qt::Key_Return);
+    ASSERT_EQ(host->boxes.size(), 1u);
+    EXPECT_EQ(control("Txt_Entite").text(), "");
+
+    // The focus went round to the entity, in the widgets as in the model.
+    QWidget* entity = widget<QWidget>("Cbo_Entite");
+    EXPECT_EQ(window->control().Controls().focus(), &control("Cbo_Entite"));
+    ASSERT_NE(window->focusWidget(), nullptr);
+    EXPECT_EQ(window->view().controlOf(window->focusWidget()), &control("Cbo_Entite"));
+    // The Enter still held, then one more: a search, nothing closes.
+    QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, QStringLiteral("\r"), true);
+    QApplication::sendEvent(window->focusWidget(), &held);
+    QTest::keyClick(entity, Qt::Key_Return);
+    // A held Enter reaching "Sortir" presses nothing either.
+    QApplication::sendEvent(widget<QPushButton>("Cmd_Sortir"), &held);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_FALSE(window->control().W_Sortir);
+}
+
 TEST_F(StoryTest, TheRightButtonOpensTheHelpAndSortirClosesTheForm)
 {
     ASSERT_TRUE(window->start());

@@ -8,6 +8,9 @@
 #include <QAction>
 #include <QMenu>
 #include <QMessageBox>
+#include <QApplication>
+#include <QKeyEvent>
+#include <QTimer>
 
 #include "LongMessageBox.h"
 #include "QtHostServices.h"
@@ -30,6 +33,7 @@ public:
     };
     std::vector<Box> boxes;
     std::function<void(QDialog&)> inspect; // called with each box, shown
+    bool closeByEnter = false;             // boxes run for real, each closed by the Enter key
     std::vector<std::vector<std::string>> menus; // the captions of each menu shown
     std::deque<std::string> menuChoices;         // entry names to choose, in turn
 
@@ -55,16 +59,27 @@ protected:
     void execMessageBox(QMessageBox& box) override
     {
         boxes.push_back({box.icon(), box.windowTitle().toStdString(), box.text().toStdString()});
-        look(box);
+        closeByEnter ? pressEnterIn(box) : look(box);
     }
 
     void execLongMessageBox(LongMessageBox& box) override
     {
         boxes.push_back({box.icon(), box.windowTitle().toStdString(), box.text().toStdString(), true});
-        look(box);
+        closeByEnter ? pressEnterIn(box) : look(box);
     }
 
 private:
+    static void pressEnterIn(QDialog& box)
+    {
+        QTimer::singleShot(0, &box, [&box] {
+            for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease}) {
+                QKeyEvent key(type, Qt::Key_Return, Qt::NoModifier, QStringLiteral("\r"));
+                QApplication::sendEvent(&box, &key);
+            }
+        });
+        box.exec();
+    }
+
     void look(QDialog& box)
     {
         if (inspect) {
