@@ -7,6 +7,7 @@
 #include <streambuf>
 
 #include "Consistency.h"
+#include "Fixtures.h"
 #include "Store.h"
 #include "Terminal.h"
 
@@ -145,7 +146,7 @@ int importFiles(store::Store& store, const std::vector<std::string>& files, bool
                     }
                     const std::string where = name + ":" + std::to_string(number);
                     try {
-                        store.importJsonLine(line, where);
+                        store::importJsonLine(store, line, where);
                     } catch (const DbaError& error) {
                         if (error.kind() != DbaError::Kind::BadData) {
                             throw;
@@ -227,7 +228,7 @@ int checkDatabase(store::Store& store)
         }
     });
     std::ostream out(&sink);
-    store.exportJsonLines(out, files);
+    store::exportJsonLines(store, out, files);
     consistency.finish();
     for (const auto& problem : consistency.problems()) {
         std::cout << problem.where << ": " << problem.what << '\n';

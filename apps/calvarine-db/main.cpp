@@ -13,6 +13,7 @@
 
 #include "Commands.h"
 #include "Demo.h"
+#include "Fixtures.h"
 #include "Store.h"
 #include "Terminal.h"
 #include "database/FileNames.h"
@@ -314,7 +315,7 @@ int run(std::vector<std::string> args)
             }
         }
         auto store = openExisting(database);
-        store->exportJsonLines(std::cout, args);
+        store::exportJsonLines(*store, std::cout, args);
         return std::cout.good() ? 0 : 1;
     }
     if (command == "select") {

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <system_error>
 
+#include "Fixtures.h"
 #include "PaperSibling.h"
 #include "Rights.h"
 #include "ServerCommands.h"
@@ -280,7 +281,7 @@ void Session::fixture(LineReader& r)
     if (!in) {
         throw std::runtime_error("cannot read the fixture " + path.string());
     }
-    m_store->importJsonLines(in, path.string());
+    store::importJsonLines(*m_store, in, path.string());
 }
 
 void Session::load(LineReader& r)
@@ -290,7 +291,7 @@ void Session::load(LineReader& r)
         throw BadCommand("load needs a fixture line");
     }
     try {
-        m_store->importJsonLine(json, m_file.string() + ":" + std::to_string(m_lineNumber));
+        store::importJsonLine(*m_store, json, m_file.string() + ":" + std::to_string(m_lineNumber));
     } catch (const DbaError& e) {
         throw BadCommand(e.what());
     }

@@ -363,6 +363,21 @@ void Store::defineName(std::string_view file, std::string_view name, int attribu
     m_impl->engine->defineName(file, name, attribute, justify);
 }
 
+std::vector<DictionaryName> Store::dictionary(std::string_view file)
+{
+    m_impl->engine->requireFile(file, "dictionary of " + std::string(file));
+    std::vector<DictionaryName> out;
+    for (auto& name : m_impl->engine->dictionary(file)) {
+        out.push_back({std::move(name.name), name.attribute, name.justify});
+    }
+    return out;
+}
+
+void Store::forEachStored(std::string_view file, const std::function<void(std::string_view key, std::string_view record)>& visit)
+{
+    m_impl->engine->forEach(file, visit);
+}
+
 std::optional<std::string> Store::read(std::string_view file, std::string_view key)
 {
     if (!m_impl->engine->fileExists(file)) {

@@ -5,6 +5,7 @@
 
 #include "ComponentLoader.h"
 #include "PlatformTestSupport.h"
+#include "Fixtures.h"
 #include "Store.h"
 #include "shell/Components.h"
 
@@ -24,7 +25,7 @@ protected:
 
         m_store = store::Store::create(root() / "db" / "calvarine.db");
         std::ifstream fixture(CALVARINE_PLATFORM_TEST_DATA "/reissue.jsonl");
-        m_store->importJsonLines(fixture, "reissue.jsonl");
+        store::importJsonLines(*m_store, fixture, "reissue.jsonl");
     }
 
     void TearDown() override { unsetenv("XDG_DATA_HOME"); }

@@ -8,6 +8,7 @@
 #include "ThrowsDbaError.h"
 #include "ArchiveBordCaisseExcel.h"
 #include "PlatformTestSupport.h"
+#include "Fixtures.h"
 #include "Store.h"
 #include "database/FileNames.h"
 
@@ -27,7 +28,7 @@ protected:
         m_store = store::Store::create(testsupport::path(m_dir) / "db" / "calvarine.db");
         std::ifstream fixture(CALVARINE_PLATFORM_TEST_DATA "/reissue.jsonl");
         ASSERT_TRUE(fixture) << "fixture missing";
-        m_store->importJsonLines(fixture, "reissue.jsonl");
+        store::importJsonLines(*m_store, fixture, "reissue.jsonl");
         server::registerArchiveBordCaisseExcel(*m_store);
         fs::create_directories(fusion());
     }

@@ -15,6 +15,7 @@
 #include "HostWindow.h"
 #include "Launcher.h"
 #include "Rights.h"
+#include "Fixtures.h"
 #include "Store.h"
 #include "TestHost.h"
 #include "shell/Ctr_Calvarine.h"
@@ -58,7 +59,7 @@ protected:
         const fs::path file = root() / name;
         auto store = store::Store::create(file);
         std::ifstream fixture(CALVARINE_TEST_FIXTURES "/statements.jsonl");
-        store->importJsonLines(fixture, "statements.jsonl");
+        store::importJsonLines(*store, fixture, "statements.jsonl");
         store->write("DROITS", DatabaseRights::key("operateur", "CALVARINE"), "2");
         if (!withPeriod) {
             store->remove("PERIODESPAIE", "1");

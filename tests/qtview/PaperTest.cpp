@@ -27,6 +27,7 @@
 #include "PrintingMenu.h"
 #include "Rights.h"
 #include "ScreenView.h"
+#include "Fixtures.h"
 #include "Store.h"
 #include "TestHost.h"
 #include "shell/Ctr_Calvarine.h"
@@ -116,7 +117,7 @@ protected:
 
         store = store::Store::create(root() / "calvarine.db");
         std::ifstream fixture(CALVARINE_TEST_FIXTURES "/statements.jsonl");
-        store->importJsonLines(fixture, "statements.jsonl");
+        store::importJsonLines(*store, fixture, "statements.jsonl");
         store->write("DROITS", DatabaseRights::key("operateur", "CALVARINE"), "2");
         window = std::make_unique<HostWindow>(store, HostWindow::Options{"operateur", std::nullopt, "calvarine.db"},
             [this](QtHostServices::Setup setup) {

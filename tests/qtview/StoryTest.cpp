@@ -18,6 +18,7 @@
 #include "HostWindow.h"
 #include "Rights.h"
 #include "ScreenView.h"
+#include "Fixtures.h"
 #include "Store.h"
 #include "TestHost.h"
 #include "shell/Ctr_Calvarine.h"
@@ -48,7 +49,7 @@ protected:
         qputenv("XDG_DATA_HOME", QFile::encodeName(dir.path()));
         store = store::Store::create(root() / "calvarine.db");
         std::ifstream fixture(CALVARINE_TEST_FIXTURES "/statements.jsonl");
-        store->importJsonLines(fixture, "statements.jsonl");
+        store::importJsonLines(*store, fixture, "statements.jsonl");
         store->write("DROITS", DatabaseRights::key("operateur", "CALVARINE"), "2");
         window = std::make_unique<HostWindow>(store, HostWindow::Options{"operateur", root() / "spool", "calvarine.db"},
             [this](QtHostServices::Setup setup) {

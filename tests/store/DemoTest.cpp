@@ -2,6 +2,7 @@
 #include <sstream>
 
 #include "Demo.h"
+#include "Fixtures.h"
 #include "StoreTestSupport.h"
 
 namespace store::testing {
@@ -38,12 +39,12 @@ TEST_P(StoreTest, DemoDataIsCompleteAndReproducible)
     EXPECT_EQ(all.DCount(), entities.DCount() + 1);
 
     std::ostringstream first;
-    db().exportJsonLines(first);
+    store::exportJsonLines(db(), first);
     TestDatabase other(GetParam());
     auto again = other.connect();
     generateDemo(*again, options);
     std::ostringstream second;
-    again->exportJsonLines(second);
+    store::exportJsonLines(*again, second);
     EXPECT_EQ(first.str(), second.str());
 }
 

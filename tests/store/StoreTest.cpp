@@ -365,14 +365,14 @@ TEST_P(StoreTest, ImportExportRoundTrip)
     load(kFixture);
     load(R"({"file": "ASSOCIATION", "key": "001", "record": ["AIDE A DOMICILE DU VAL", ["a", ["b1", "b2"], ""], "", "É ^|~ fin"]})");
     std::ostringstream first;
-    db().exportJsonLines(first);
+    store::exportJsonLines(db(), first);
 
     TestDatabase other(GetParam());
     auto copy = other.connect();
     std::istringstream in(first.str());
-    copy->importJsonLines(in, "export");
+    store::importJsonLines(*copy, in, "export");
     std::ostringstream second;
-    copy->exportJsonLines(second);
+    store::exportJsonLines(*copy, second);
     EXPECT_EQ(first.str(), second.str());
     EXPECT_EQ(marks(*copy->read("ASSOCIATION", "001")), "AIDE A DOMICILE DU VAL^a|b1~b2|^^É ^|~ fin");
     EXPECT_EQ(copy->files(), db().files());
@@ -381,7 +381,7 @@ TEST_P(StoreTest, ImportExportRoundTrip)
         "-3^200^1500");
 
     std::ostringstream one;
-    db().exportJsonLines(one, {"ORGPRISECHARGE"});
+    store::exportJsonLines(db(), one, {"ORGPRISECHARGE"});
     EXPECT_EQ(one.str(), "{\"file\":\"ORGPRISECHARGE\"}\n{\"file\":\"ORGPRISECHARGE\",\"key\":\"010\",\"record\":[\"CAISSE PRIMAIRE\",\"CPAM\"]}\n");
 }
 
@@ -401,7 +401,7 @@ TEST_P(StoreTest, MalformedFixtureImportsNothingAndNamesTheLine)
     for (const auto* text : broken) {
         std::istringstream in(text);
         try {
-            db().importJsonLines(in, "broken.jsonl");
+            store::importJsonLines(db(), in, "broken.jsonl");
             ADD_FAILURE() << "accepted: " << text;
         } catch (const DbaError& error) {
             EXPECT_EQ(error.kind(), DbaError::Kind::BadData) << error.what();
@@ -539,7 +539,7 @@ TEST(StoreOnSqlite, ALoadTooLargeForTheDiskIsRefusedBeforeItStarts)
         store->bulkLoad([&] {
             loaded = true;
             std::istringstream in(lines);
-            store->importJsonLines(in, "big.jsonl");
+            store::importJsonLines(*store, in, "big.jsonl");
         }, lines.size());
         ADD_FAILURE() << "a 1.5 MB load accepted on a 2 MB disk";
     } catch (const DbaError& error) {
@@ -549,7 +549,7 @@ TEST(StoreOnSqlite, ALoadTooLargeForTheDiskIsRefusedBeforeItStarts)
     EXPECT_FALSE(loaded);
     EXPECT_EQ(store->select("SSELECT F").text(), "k");
     // A load that fits goes through, and every commit is durable again after it.
-    store->bulkLoad([&] { store->importJsonLine(R"({"file": "F", "key": "small", "record": ["y"]})"); }, 100);
+    store->bulkLoad([&] { store::importJsonLine(*store, R"({"file": "F", "key": "small", "record": ["y"]})"); }, 100);
     EXPECT_EQ(store->read("F", "small"), "y");
 }
 
@@ -575,7 +575,7 @@ TEST(StoreOnSqlite, AReadErrorInTheMiddleOfAnImportImportsNothing)
     FailingMidway buffer("{\"file\": \"F\", \"key\": \"1\", \"record\": [\"x\"]}\n{\"file\": \"F\", \"key\": \"2\", \"rec");
     std::istream in(&buffer);
     try {
-        store->importJsonLines(in, "cut.jsonl");
+        store::importJsonLines(*store, in, "cut.jsonl");
         ADD_FAILURE() << "a read error taken for the end of the input";
     } catch (const DbaError& error) {
         EXPECT_EQ(error.context(), "cut.jsonl:2") << error.what();

@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "Fixtures.h"
 #include "Store.h"
 
 namespace store::testing {
@@ -169,7 +170,7 @@ protected:
 
     Store& db() { return *m_store; }
     bool onServer() const { return m_database.kind() == EngineKind::Postgres; }
-    void load(const std::string& lines) { m_store->importJsonLine(lines, "test"); }
+    void load(const std::string& lines) { store::importJsonLine(*m_store, lines, "test"); }
 
     // Marks written as in scenario files: ^ attribute, | value, ~ subvalue.
     static std::string marks(std::string text)

@@ -13,7 +13,6 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,6 +42,13 @@ struct CommandContext {
 using ServerCommand = std::function<void(CommandContext&)>;
 
 enum class Justify { Left, Right };
+
+// A name of a file's dictionary: a word for attribute number attribute (0: the key).
+struct DictionaryName {
+    std::string name;
+    int attribute = 0;
+    Justify justify = Justify::Left;
+};
 
 // Whether opening a database may create it.
 enum class OpenMode {
@@ -92,11 +98,17 @@ public:
     void createFile(std::string_view file);                 // no-op when it exists
     std::vector<std::string> files();
     void defineName(std::string_view file, std::string_view name, int attribute, Justify justify = Justify::Left);
+    // The names of a file's dictionary. Throws DbaError NoFile for a missing file.
+    std::vector<DictionaryName> dictionary(std::string_view file);
 
     // Records, outside any DbaFile (tools, tests, commands).
     std::optional<std::string> read(std::string_view file, std::string_view key);
     void write(std::string_view file, std::string_view key, std::string_view record); // creates the file if needed
     bool remove(std::string_view file, std::string_view key);
+    // Calls visit(key, record) for every record of the file in key order, every
+    // session's alike, with the keys as stored (for an export or a check of the
+    // whole database). Throws DbaError NoFile for a missing file.
+    void forEachStored(std::string_view file, const std::function<void(std::string_view key, std::string_view record)>& visit);
 
     // TEMPO is so from the opening of every Store, on every engine.
     // Declares a file whose records belong to the workstation session that
@@ -118,14 +130,6 @@ public:
     // when short, refuses with DbaError Storage naming the folder, the space
     // needed and the space free, before anything is written.
     void bulkLoad(const std::function<void()>& work, std::uintmax_t bytes = 0);
-
-    // Fixtures in JSON Lines (see the import/export format of the project's docs).
-    // A malformed line throws DbaError BadData naming source and line; nothing of
-    // that input is then imported.
-    void importJsonLines(std::istream& in, std::string_view source);
-    void importJsonLine(std::string_view line, std::string_view source = "line");
-    // Writes the named files (all when empty), dictionaries first.
-    void exportJsonLines(std::ostream& out, const std::vector<std::string>& files = {});
 
     // Server commands, run by Execute "P": in this process on SQLite; on a server
     // Execute queues the command and waits for a worker to run it.

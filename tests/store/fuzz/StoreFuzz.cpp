@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Sentence.h"
+#include "Fixtures.h"
 #include "Store.h"
 
 namespace {
@@ -17,7 +18,7 @@ namespace {
 std::shared_ptr<store::Store> freshStore()
 {
     auto opened = store::Store::create(":memory:");
-    opened->importJsonLine(R"({"dict": "F", "name": "N", "attr": 1}
+    store::importJsonLine(*opened, R"({"dict": "F", "name": "N", "attr": 1}
 {"dict": "F", "name": "R", "attr": 2, "justify": "R"}
 {"dict": "F", "name": "K", "attr": 0}
 {"file": "F", "key": "a1", "record": ["x", ["1", "10"]]}
@@ -41,9 +42,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             (void)store::sentence::parse(text);
             (void)store.select(text, data[0] % 4 == 0 ? "0" : "0 1 2");
         } else {
-            store.importJsonLine(text, "fuzz");
+            store::importJsonLine(store, text, "fuzz");
             std::ostringstream out;
-            store.exportJsonLines(out);
+            store::exportJsonLines(store, out);
         }
     } catch (const DbaError&) {
     }
