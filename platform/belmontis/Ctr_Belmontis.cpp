@@ -8,6 +8,7 @@
 #include "PaperLayout.h"
 #include "Spool.h"
 #include "StatementRenderer.h"
+#include "archive/Archive.h"
 #include "shell/HostServices.h"
 
 namespace belmontis {
@@ -141,9 +142,7 @@ void Ctr_Belmontis::Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& select
     std::vector<statements::StatementData> found;
     const std::size_t count = selection ? selection->attributeCount() : 0;
     for (std::size_t i = 1; i <= count && i <= INT16_MAX; ++i) {
-        const auto attribute = static_cast<std::int16_t>(i);
-        const std::string organisation = selection->value(attribute, 1);
-        const std::string invoice = selection->value(attribute, 2);
+        const auto [organisation, invoice] = archive::selectionEntry(*selection, static_cast<std::int16_t>(i));
         try {
             const auto key = statements::findStatementKey(*m_base, m_periode, m_entite, m_activite, organisation, invoice);
             if (!key) {

@@ -82,8 +82,8 @@ std::vector<RequestEntry> requestEntries(store::Store& store)
     std::vector<RequestEntry> entries;
     entries.reserve(count);
     for (std::size_t i = 1; i <= count; ++i) {
-        const auto attribute = static_cast<std::int16_t>(i);
-        entries.push_back({request.value(attribute, 1), request.value(attribute, 2)});
+        auto [organisation, invoice] = archive::selectionEntry(request, static_cast<std::int16_t>(i));
+        entries.push_back({std::move(organisation), std::move(invoice)});
     }
     return entries;
 }

@@ -124,6 +124,17 @@ CodeLine parseCodeLine(std::string_view line)
     return {Text::Mid(line, 1, kOrganisation.width), Text::Mid(line, kOrganisation.width + 2, kInvoice.width)};
 }
 
+void setSelectionEntry(DbaDynArray& selection, std::int16_t attribute, const CodeLine& entry)
+{
+    selection.setValue(attribute, 1, entry.organisation);
+    selection.setValue(attribute, 2, entry.invoice);
+}
+
+CodeLine selectionEntry(const DbaDynArray& selection, std::int16_t attribute)
+{
+    return {selection.value(attribute, 1), selection.value(attribute, 2)};
+}
+
 std::string scopeSentence(std::string_view period, std::string_view entity, std::string_view letter, Order order)
 {
     return sentenceBeginning(period, std::string(entity) + std::string(letter)) + std::string(orderText(order));

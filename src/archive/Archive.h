@@ -106,6 +106,13 @@ struct CodeLine {
 };
 CodeLine parseCodeLine(std::string_view line);
 
+// The selection handed on to a re-issue (the paper run's argument, the request
+// record of the server command): one attribute per statement, value 1 the
+// organisation code and value 2 the invoice number of its code line.
+// Reading beyond the selection gives empty fields.
+void setSelectionEntry(DbaDynArray& selection, std::int16_t attribute, const CodeLine& entry);
+CodeLine selectionEntry(const DbaDynArray& selection, std::int16_t attribute);
+
 // ---- Query sentences --------------------------------------------------------
 
 // The dictionary of ARCHIVEBORDCAISSE: the names the sentences use for its

@@ -16,10 +16,7 @@ void Ctr_Calvarine::Cmd_Imprimer_Click()
         return;
     }
     for (std::int16_t i = 0; i < count; ++i) {
-        const auto code = archive::parseCodeLine(Lst_CodeOrgaSel.list(i));
-        const auto row = CInt16(i + 1);
-        Tab_Selection->setValue(row, 1, code.organisation);
-        Tab_Selection->setValue(row, 2, code.invoice);
+        archive::setSelectionEntry(*Tab_Selection, CInt16(i + 1), archive::parseCodeLine(Lst_CodeOrgaSel.list(i)));
     }
 
     if (Opt_Papier.value()) {

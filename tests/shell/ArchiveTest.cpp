@@ -89,6 +89,13 @@ TEST(ArchiveLines, CodeLineCutsBackToTheKeysFields)
         const auto code = archive::parseCodeLine(line);
         EXPECT_EQ(code.organisation, archive::organisationOf(key)) << key;
         EXPECT_EQ(code.invoice, archive::invoiceOf(key)) << key << ": the blanks of the key are kept";
+
+        // Handed on in a selection, the fields come back as they went.
+        DbaDynArray selection;
+        archive::setSelectionEntry(selection, 2, code);
+        EXPECT_EQ(archive::selectionEntry(selection, 2).invoice, code.invoice);
+        EXPECT_EQ(archive::selectionEntry(selection, 2).organisation, code.organisation);
+        EXPECT_EQ(archive::selectionEntry(selection, 3).organisation, "");
     }
 }
 
