@@ -3,6 +3,8 @@
 // painter drawing a page of the same text in one shared document (the limit of
 // Qt's PDF engine on this machine). BM_OneWriterPerStatement is the way the
 // files were made before: one PDF document, and its set-up, per statement.
+// Statements are drawn on the render threads (one per core, or
+// CALVARINE_RENDER_THREADS): every figure is wall-clock time.
 //
 //   build/bin/statements_bench --benchmark_counters_tabular=true
 
@@ -17,6 +19,7 @@
 
 #include "ArchiveBordCaisseExcel.h"
 #include "PdfArchive.h"
+#include "StatementFiles.h"
 #include "StatementRenderer.h"
 #include "Store.h"
 #include "database/FileNames.h"
@@ -55,12 +58,13 @@ void perStatement(benchmark::State& state, int count)
     state.SetItemsProcessed(state.iterations() * count);
 }
 
-// Files of one statement each, the documents shared (what the command does).
+// Files of one statement each, the documents shared (what the command does),
+// drawn on 1 or 2 threads.
 void BM_RendererAlone(benchmark::State& state)
 {
     const auto all = statementsOf(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
     for (auto _ : state) {
-        statements::StatementFiles files;
+        statements::StatementFiles files(64, static_cast<unsigned>(state.range(2)));
         for (const auto& data : all) {
             files.add(data);
         }
@@ -68,7 +72,7 @@ void BM_RendererAlone(benchmark::State& state)
     }
     perStatement(state, static_cast<int>(all.size()));
 }
-BENCHMARK(BM_RendererAlone)->Args({200, 10})->Args({200, 40})->Args({200, 100})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RendererAlone)->ArgsProduct({{200}, {10, 40, 100}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The former way: one PDF writer per statement.
 void BM_OneWriterPerStatement(benchmark::State& state)
@@ -83,7 +87,7 @@ void BM_OneWriterPerStatement(benchmark::State& state)
     }
     perStatement(state, static_cast<int>(all.size()));
 }
-BENCHMARK(BM_OneWriterPerStatement)->Args({50, 10})->Args({50, 40})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OneWriterPerStatement)->Args({50, 10})->Args({50, 40})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The paper spool: the whole run as one PDF (goal: 1,500 statements under 3 s).
 void BM_PaperSpool(benchmark::State& state)
@@ -99,7 +103,7 @@ void BM_PaperSpool(benchmark::State& state)
     perStatement(state, static_cast<int>(all.size()));
     state.counters["pdf_MB"] = static_cast<double>(bytes) / 1e6;
 }
-BENCHMARK(BM_PaperSpool)->Args({1500, 10})->Args({1500, 40})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PaperSpool)->Args({1500, 10})->Args({1500, 40})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // A bare painter drawing the text of a one-page statement, one page per
 // statement, in one shared document: what Qt's PDF engine can do at best.
@@ -143,7 +147,7 @@ void BM_BarePainter(benchmark::State& state)
     }
     perStatement(state, count);
 }
-BENCHMARK(BM_BarePainter)->Arg(200)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BarePainter)->Arg(200)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The command as Execute runs it: lookups, loads, rendering, one sync, renames.
 void BM_ServerCommand(benchmark::State& state)
@@ -188,7 +192,7 @@ void BM_ServerCommand(benchmark::State& state)
     }
     perStatement(state, count);
 }
-BENCHMARK(BM_ServerCommand)->Args({20, 10})->Args({1500, 10})->Args({300, 40})->Args({300, 100})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ServerCommand)->Args({20, 10})->Args({1500, 10})->Args({300, 40})->Args({300, 100})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace
 

@@ -8,7 +8,7 @@
 
 #include "FusionBatch.h"
 
-#include "PdfArchive.h"
+#include "StatementFiles.h"
 #include "StatementData.h"
 #include "StatementRenderer.h"
 #include "archive/Archive.h"
@@ -108,11 +108,22 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
     const std::string& period = arguments[0];
     const std::string& entity = arguments[1];
     const std::string& letter = arguments[2];
-    // Drawn many to a document (its set-up paid once), cut into one file each.
+    // Loaded here, on the thread that holds the store, while the render threads
+    // draw the statements many to a document and cut them into one file each.
     statements::StatementFiles pdfs;
     std::vector<std::string> names;
+    std::vector<std::size_t> entriesUpTo; // per statement: the entries looked at when it was found
     std::set<std::string> seen;
-    for (const RequestEntry& entry : entries) {
+    std::size_t reported = 0;
+    const auto report = [&](std::size_t drawn) {
+        // An entry counts as done once its statement is drawn, or the one found before it.
+        const std::size_t done = drawn > 0 ? entriesUpTo[drawn - 1] : 0;
+        for (; advanced && reported < done; ++reported) {
+            advanced();
+        }
+    };
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const RequestEntry& entry = entries[i];
         if (!entry.organisation.empty() || !entry.invoice.empty()) {
             const auto key = statements::findStatementKey(store, period, entity, letter, entry.organisation, entry.invoice);
             std::string name = fusionFileName(entity, letter, period, entry.organisation, entry.invoice);
@@ -120,13 +131,15 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
             if (key && seen.insert(name).second) {
                 pdfs.add(statements::loadStatement(store, *key));
                 names.push_back(std::move(name));
+                entriesUpTo.push_back(i + 1);
             }
         }
-        if (advanced) {
-            advanced();
-        }
+        report(pdfs.drawn());
     }
-    auto bytes = pdfs.take();
+    auto bytes = pdfs.take(report);
+    for (; advanced && reported < entries.size(); ++reported) {
+        advanced();
+    }
     std::vector<RenderedFile> files;
     files.reserve(names.size());
     for (std::size_t i = 0; i < names.size(); ++i) {

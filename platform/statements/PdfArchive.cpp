@@ -1,6 +1,7 @@
 #include "PdfArchive.h"
 
 #include <algorithm>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -102,21 +103,74 @@ PdfMetadata metadataFor(const StatementData& data)
         QStringLiteral("Duplicata du bordereau %1%2 adressé à %3").arg(of, period, QString::fromStdString(data.organisation.name))};
 }
 
+namespace {
+
+// The dates of the files of one run, in the forms of the document information and of XMP.
+struct Dates {
+    QString info;
+    QString xmp;
+};
+
+Dates now()
+{
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    return {now.toString(QStringLiteral("'D:'yyyyMMddHHmmss'Z'")), now.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss'Z'"))};
+}
+
+// Gives out, whose pages are already in, its output intents, metadata and
+// document information, and writes it as PDF/A-1b.
+std::string archived(QPDF& out, QPDFObjectHandle intents, const PdfMetadata& metadata, const Dates& dates)
+{
+    QPDFObjectHandle root = out.getRoot();
+    if (intents.isInitialized() && !intents.isNull()) {
+        root.replaceKey("/OutputIntents", copyForeign(out, intents));
+    }
+    QPDFObjectHandle xmp = out.newStream(xmpPacket(metadata, dates.xmp));
+    xmp.getDict().replaceKey("/Type", QPDFObjectHandle::newName("/Metadata"));
+    xmp.getDict().replaceKey("/Subtype", QPDFObjectHandle::newName("/XML"));
+    root.replaceKey("/Metadata", xmp);
+    QPDFObjectHandle info = out.makeIndirectObject(QPDFObjectHandle::newDictionary());
+    info.replaceKey("/Title", text(metadata.title));
+    info.replaceKey("/Author", text(metadata.author));
+    info.replaceKey("/Subject", text(metadata.subject));
+    info.replaceKey("/Creator", text(kCreator));
+    info.replaceKey("/Producer", text(kProducer));
+    info.replaceKey("/CreationDate", text(dates.info));
+    out.getTrailer().replaceKey("/Info", info);
+
+    QPDFWriter writer(out);
+    writer.setOutputMemory();
+    // PDF/A-1 is PDF 1.4: no object streams; the drawn streams are kept as
+    // Qt compressed them, and the metadata stays uncompressed as required.
+    writer.setObjectStreamMode(qpdf_o_disable);
+    writer.setStreamDataMode(qpdf_s_preserve);
+    writer.setMinimumPDFVersion("1.4");
+    writer.write();
+    const auto buffer = writer.getBufferSharedPointer();
+    return {reinterpret_cast<const char*>(buffer->getBuffer()), buffer->getSize()};
+}
+
+std::unique_ptr<QPDF> opened(const QByteArray& document)
+{
+    auto source = std::make_unique<QPDF>();
+    source->setSuppressWarnings(true);
+    source->processMemoryFile("statements", document.constData(), static_cast<std::size_t>(document.size()));
+    return source;
+}
+
+} // namespace
+
 std::vector<std::string> splitPdf(const QByteArray& document, std::span<const int> pageCounts, std::span<const PdfMetadata> metadata)
 {
     if (pageCounts.size() != metadata.size()) {
         throw std::invalid_argument("splitPdf: one metadata per range");
     }
-    const QDateTime now = QDateTime::currentDateTimeUtc();
-    const QString infoDate = now.toString(QStringLiteral("'D:'yyyyMMddHHmmss'Z'"));
-    const QString xmpDate = now.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss'Z'"));
+    const Dates dates = now();
     std::vector<std::string> files;
     try {
-        QPDF source;
-        source.setSuppressWarnings(true);
-        source.processMemoryFile("statements", document.constData(), static_cast<std::size_t>(document.size()));
-        const auto pages = QPDFPageDocumentHelper(source).getAllPages();
-        QPDFObjectHandle intents = source.getRoot().getKey("/OutputIntents");
+        const auto source = opened(document);
+        const auto pages = QPDFPageDocumentHelper(*source).getAllPages();
+        const QPDFObjectHandle intents = source->getRoot().getKey("/OutputIntents");
         std::size_t next = 0;
         for (std::size_t i = 0; i < pageCounts.size(); ++i) {
             const auto count = static_cast<std::size_t>(pageCounts[i]);
@@ -130,33 +184,7 @@ std::vector<std::string> splitPdf(const QByteArray& document, std::span<const in
                 outPages.addPage(pages[p], false);
             }
             next += count;
-            QPDFObjectHandle root = out.getRoot();
-            if (!intents.isNull()) {
-                root.replaceKey("/OutputIntents", copyForeign(out, intents));
-            }
-            QPDFObjectHandle xmp = out.newStream(xmpPacket(metadata[i], xmpDate));
-            xmp.getDict().replaceKey("/Type", QPDFObjectHandle::newName("/Metadata"));
-            xmp.getDict().replaceKey("/Subtype", QPDFObjectHandle::newName("/XML"));
-            root.replaceKey("/Metadata", xmp);
-            QPDFObjectHandle info = out.makeIndirectObject(QPDFObjectHandle::newDictionary());
-            info.replaceKey("/Title", text(metadata[i].title));
-            info.replaceKey("/Author", text(metadata[i].author));
-            info.replaceKey("/Subject", text(metadata[i].subject));
-            info.replaceKey("/Creator", text(kCreator));
-            info.replaceKey("/Producer", text(kProducer));
-            info.replaceKey("/CreationDate", text(infoDate));
-            out.getTrailer().replaceKey("/Info", info);
-
-            QPDFWriter writer(out);
-            writer.setOutputMemory();
-            // PDF/A-1 is PDF 1.4: no object streams; the drawn streams are kept as
-            // Qt compressed them, and the metadata stays uncompressed as required.
-            writer.setObjectStreamMode(qpdf_o_disable);
-            writer.setStreamDataMode(qpdf_s_preserve);
-            writer.setMinimumPDFVersion("1.4");
-            writer.write();
-            const auto buffer = writer.getBufferSharedPointer();
-            files.emplace_back(reinterpret_cast<const char*>(buffer->getBuffer()), buffer->getSize());
+            files.push_back(archived(out, intents, metadata[i], dates));
         }
     } catch (const std::exception& e) {
         throw std::runtime_error(std::string("cannot cut the statements' PDF: ") + e.what());
@@ -164,49 +192,28 @@ std::vector<std::string> splitPdf(const QByteArray& document, std::span<const in
     return files;
 }
 
-StatementFiles::StatementFiles(std::size_t perDocument)
-    : m_perDocument(std::max<std::size_t>(perDocument, 1))
+std::string joinPdf(std::span<const QByteArray> documents, const PdfMetadata& metadata)
 {
-}
-
-StatementFiles::~StatementFiles() = default;
-
-void StatementFiles::add(const StatementData& data)
-{
-    if (!m_printer) {
-        m_buffer.setData(QByteArray());
-        m_buffer.open(QIODevice::WriteOnly);
-        m_writer = archiveWriter(m_buffer, QStringLiteral("Bordereaux"));
-        m_printer = std::make_unique<StatementPrinter>(*m_writer);
+    try {
+        // The sources live until the file is written: qpdf copies their streams then.
+        std::vector<std::unique_ptr<QPDF>> sources;
+        QPDF out;
+        out.emptyPDF();
+        QPDFPageDocumentHelper outPages(out);
+        QPDFObjectHandle intents;
+        for (const QByteArray& document : documents) {
+            sources.push_back(opened(document));
+            if (!intents.isInitialized() || intents.isNull()) {
+                intents = sources.back()->getRoot().getKey("/OutputIntents");
+            }
+            for (auto& page : QPDFPageDocumentHelper(*sources.back()).getAllPages()) {
+                outPages.addPage(page, false);
+            }
+        }
+        return archived(out, intents, metadata, now());
+    } catch (const std::exception& e) {
+        throw std::runtime_error(std::string("cannot join the statements' PDF: ") + e.what());
     }
-    m_pageCounts.push_back(m_printer->add(data));
-    m_metadata.push_back(metadataFor(data));
-    if (m_pageCounts.size() >= m_perDocument) {
-        finishDocument();
-    }
-}
-
-void StatementFiles::finishDocument()
-{
-    if (!m_printer) {
-        return;
-    }
-    m_printer->finish();
-    m_printer.reset();
-    m_writer.reset();
-    m_buffer.close();
-    auto files = splitPdf(m_buffer.data(), m_pageCounts, m_metadata);
-    m_pageCounts.clear();
-    m_metadata.clear();
-    for (auto& file : files) {
-        m_files.push_back(std::move(file));
-    }
-}
-
-std::vector<std::string> StatementFiles::take()
-{
-    finishDocument();
-    return std::exchange(m_files, {});
 }
 
 } // namespace statements

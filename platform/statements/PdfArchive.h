@@ -10,22 +10,16 @@
 // intent, no object or cross-reference streams, an XMP packet that agrees with
 // the document information (title, author, subject, creator, producer, date).
 
-#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
-#include <QBuffer>
 #include <QByteArray>
 #include <QString>
 
 #include "StatementData.h"
 
-class QPdfWriter;
-
 namespace statements {
-
-class StatementPrinter;
 
 struct PdfMetadata {
     QString title;
@@ -42,30 +36,8 @@ PdfMetadata metadataFor(const StatementData& data);
 // cannot be read or the counts exceed its pages.
 std::vector<std::string> splitPdf(const QByteArray& document, std::span<const int> pageCounts, std::span<const PdfMetadata> metadata);
 
-// One PDF file per statement, the statements drawn many to a document.
-class StatementFiles {
-public:
-    // perDocument: how many statements share one drawn document (and its set-up).
-    explicit StatementFiles(std::size_t perDocument = 128);
-    StatementFiles(const StatementFiles&) = delete;
-    StatementFiles& operator=(const StatementFiles&) = delete;
-    ~StatementFiles();
-
-    // Draws one statement. Throws std::runtime_error.
-    void add(const StatementData& data);
-    // The files of the statements added since the last call, in order.
-    std::vector<std::string> take();
-
-private:
-    void finishDocument();
-
-    std::size_t m_perDocument;
-    QBuffer m_buffer;
-    std::unique_ptr<QPdfWriter> m_writer;
-    std::unique_ptr<StatementPrinter> m_printer;
-    std::vector<int> m_pageCounts;
-    std::vector<PdfMetadata> m_metadata;
-    std::vector<std::string> m_files;
-};
+// The documents one after the other as one PDF with metadata. Throws
+// std::runtime_error when a document cannot be read.
+std::string joinPdf(std::span<const QByteArray> documents, const PdfMetadata& metadata);
 
 } // namespace statements

@@ -12,6 +12,7 @@
 
 #include "Format.h"
 #include "PdfArchive.h"
+#include "StatementFiles.h"
 #include "StatementLayout.h"
 
 namespace statements {
@@ -242,27 +243,15 @@ std::vector<int> renderPdf(std::span<const StatementData> statements, QIODevice&
     if (statements.empty()) {
         return {};
     }
-    requireGuiApplication();
-    // Drawn in memory, then written once with the document's metadata.
-    QBuffer drawn;
-    drawn.open(QIODevice::WriteOnly);
-    std::vector<int> pageCounts;
-    {
-        const auto writer = archiveWriter(drawn, title);
-        pageCounts = render(statements, *writer);
-    }
-    int pages = 0;
-    for (const int count : pageCounts) {
-        pages += count;
-    }
+    // Drawn in parts on the threads, then joined and written once with the document's metadata.
+    const DrawnDocuments drawn = drawDocuments(statements);
     PdfMetadata metadata{title, QString::fromStdString(statements.front().entity.name),
         QStringLiteral("Duplicata de %1 bordereau(x)").arg(statements.size())};
-    const auto files = splitPdf(drawn.data(), std::span<const int>(&pages, 1), std::span<const PdfMetadata>(&metadata, 1));
-    const std::string& bytes = files.front();
+    const std::string bytes = joinPdf(drawn.documents, metadata);
     if (out.write(bytes.data(), static_cast<qint64>(bytes.size())) != static_cast<qint64>(bytes.size())) {
         throw std::runtime_error("cannot write the PDF: " + out.errorString().toStdString());
     }
-    return pageCounts;
+    return drawn.pageCounts;
 }
 
 void renderPdfFile(std::span<const StatementData> statements, const QString& path)

@@ -7,7 +7,9 @@
 // repeated, the running total is carried from page to page, the total ends it.
 //
 // Rendering needs a QGuiApplication (fonts come from the platform); headless
-// hosts run with QT_QPA_PLATFORM=offscreen. Use from the GUI thread only.
+// hosts run with QT_QPA_PLATFORM=offscreen. A StatementPrinter on a PDF writer
+// may work on any thread (one printer per thread; see StatementFiles.h); on a
+// QPrinter, from the GUI thread only.
 
 #include <memory>
 #include <span>
@@ -62,7 +64,7 @@ std::unique_ptr<QPdfWriter> archiveWriter(QIODevice& out, const QString& title);
 std::vector<int> render(std::span<const StatementData> statements, QPagedPaintDevice& device);
 
 // Writes the statements as one archive-grade PDF (PDF/A-1b, A4, title, author
-// and subject) to out, already open for writing; gives the number of pages of
+// and subject), drawn in parts on the render threads, to out, already open for writing; gives the number of pages of
 // each statement.
 std::vector<int> renderPdf(std::span<const StatementData> statements, QIODevice& out, const QString& title);
 

@@ -10,6 +10,7 @@
 
 #include "Format.h"
 #include "PdfArchive.h"
+#include "StatementFiles.h"
 #include "PlatformTestSupport.h"
 #include "StatementRenderer.h"
 #include "database/Dba.h"
@@ -391,8 +392,9 @@ TEST_F(StatementRendering, ArchiveMetadata)
 
 TEST_F(StatementRendering, OneFilePerStatementFromSharedDocuments)
 {
-    // Three statements per drawn document: the cut falls inside and between documents.
-    StatementFiles files(3);
+    // Three statements per drawn document: the cut falls inside and between
+    // documents, drawn on two threads that may finish out of order.
+    StatementFiles files(3, 2);
     std::vector<StatementData> statements;
     for (int i = 0; i < 7; ++i) {
         auto data = i == 4 ? ragged(90) : sample(1 + i);
