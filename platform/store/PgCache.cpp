@@ -40,6 +40,7 @@ void PgEngine::forget(std::string_view file)
 std::optional<std::string> PgEngine::read(std::string_view file, std::string_view key)
 {
     requireFile(file, "read " + std::string(file));
+    flush(file);
     const std::string stored(key);
     // The cache holds committed records only: inside a transaction read the server.
     if (!m_db->inTransaction() && m_cacheLimit > 0 && file != "TEMPO" && !m_largeFiles.contains(file)) {

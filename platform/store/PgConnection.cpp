@@ -204,24 +204,30 @@ void Connection::ensureConnected(std::string_view context)
     }
 }
 
+bool Connection::awaitInput(std::string_view context)
+{
+    pollfd socket{PQsocket(m_conn.get()), POLLIN, 0};
+    const int ready = ::poll(&socket, 1, static_cast<int>(std::chrono::milliseconds(m_silence).count()));
+    if (ready < 0 && errno == EINTR) {
+        return true;
+    }
+    if (ready == 0 && !serverAnswers()) {
+        // Frozen: nothing will come. Cut the connection so nothing else waits on it.
+        ::shutdown(PQsocket(m_conn.get()), SHUT_RDWR);
+        PQconsumeInput(m_conn.get());
+        throw DbaError(DbaError::Kind::Storage, std::string(context),
+            "the PostgreSQL server did not answer within " + std::to_string(m_silence.count() * 2)
+                + " s (a new connection was not accepted either); the connection was closed");
+    }
+    return ready <= 0 || PQconsumeInput(m_conn.get());
+}
+
 Result Connection::answer(std::string_view context)
 {
+    ++m_answers;
     // Waits for the whole answer, probing a server that stays silent.
     while (PQisBusy(m_conn.get())) {
-        pollfd socket{PQsocket(m_conn.get()), POLLIN, 0};
-        const int ready = ::poll(&socket, 1, static_cast<int>(std::chrono::milliseconds(m_silence).count()));
-        if (ready < 0 && errno == EINTR) {
-            continue;
-        }
-        if (ready == 0 && !serverAnswers()) {
-            // Frozen: nothing will come. Cut the connection so nothing else waits on it.
-            ::shutdown(PQsocket(m_conn.get()), SHUT_RDWR);
-            PQconsumeInput(m_conn.get());
-            throw DbaError(DbaError::Kind::Storage, std::string(context),
-                "the PostgreSQL server did not answer within " + std::to_string(m_silence.count() * 2)
-                    + " s (a new connection was not accepted either); the connection was closed");
-        }
-        if (ready > 0 && !PQconsumeInput(m_conn.get())) {
+        if (!awaitInput(context)) {
             break; // lost: PQgetResult reports it
         }
     }
@@ -265,6 +271,10 @@ void Connection::fail(std::string_view context, pg_result* result) const
     detail = trimmed(std::move(detail));
     if (PQstatus(m_conn.get()) != CONNECTION_OK) {
         detail = "connection to the server lost: " + detail;
+    }
+    const char* state = result ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
+    if (state && std::string_view(state) == "23505") {
+        throw DuplicateKey(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url));
     }
     throw DbaError(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url));
 }

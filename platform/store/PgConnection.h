@@ -16,12 +16,15 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "database/DbaError.h"
 
 struct pg_conn;
 struct pg_result;
@@ -35,6 +38,27 @@ struct ClearResult {
     void operator()(pg_result* result) const;
 };
 using Result = std::unique_ptr<pg_result, ClearResult>;
+
+// A unique key already held (SQLSTATE 23505): what a load tries first and then
+// does otherwise.
+struct DuplicateKey : DbaError {
+    using DbaError::DbaError;
+};
+
+// Rows for COPY ... FROM STDIN in the binary format, every field as bytes.
+class BinaryRows {
+public:
+    BinaryRows();
+    void add(std::initializer_list<std::string_view> fields);
+    std::size_t size() const { return m_rows; }
+    // The whole stream, its end mark added.
+    const std::string& finished();
+
+private:
+    std::string m_data;
+    std::size_t m_rows = 0;
+    bool m_finished = false;
+};
 
 // A cell of a result as bytes; empty for NULL.
 std::string_view cell(pg_result* result, int row, int column);
@@ -58,6 +82,13 @@ public:
     Result runPrepared(const std::string& sql, const Params& params, std::string_view context);
     void runCommand(const std::string& sql, std::string_view context);
     bool isPrepared(const std::string& sql) const { return m_prepared.contains(sql); }
+    // COPY (...) TO STDOUT (FORMAT binary): hands each row's fields (bytes,
+    // empty for NULL) to visit as they arrive, so the whole answer never sits in
+    // memory at once. What visit throws is rethrown once the answer is read.
+    using RowVisitor = std::function<void(const std::vector<std::string_view>& fields)>;
+    void copyOut(const std::string& sql, std::string_view context, const RowVisitor& visit);
+    // COPY ... FROM STDIN (FORMAT binary) of rows.
+    void copyIn(const std::string& sql, std::string_view context, BinaryRows& rows);
     // Drops every prepared statement (sentences of many shapes fill the server's memory).
     void deallocateAll(std::string_view context);
 
@@ -65,6 +96,8 @@ public:
     // it back and is rethrown. onRollback runs after an outer rollback.
     void transaction(const std::function<void()>& work);
     bool inTransaction() const { return m_depth > 0; }
+    // How many statements have been answered on this connection.
+    std::size_t answers() const { return m_answers; }
     void setRollbackHandler(std::function<void()> handler) { m_onRollback = std::move(handler); }
 
     // LISTENs to channel (once) and hands its notifications to handler.
@@ -96,6 +129,11 @@ private:
     // The answer to what was just sent: the first error, else the last result.
     Result answer(std::string_view context);
     Result exec(const std::string& sql, std::string_view context);
+    // Waits once for the server (probing it when silent) and reads what came;
+    // false when the connection is lost.
+    bool awaitInput(std::string_view context);
+    // Sends a COPY and reads up to the server's go-ahead (status expected).
+    Result startCopy(const std::string& sql, std::string_view context, int expected);
     Result checked(Result result, std::string_view context) const;
     void rollBack(const char* sql) noexcept;
     bool serverAnswers() const;
@@ -108,6 +146,7 @@ private:
     Handle m_conn;
     std::function<void()> m_onReconnect;
     int m_depth = 0;
+    std::size_t m_answers = 0;
     std::function<void()> m_onRollback;
     std::unordered_map<std::string, std::string> m_prepared; // SQL to statement name
     std::map<std::string, NotificationHandler, std::less<>> m_listeners;

@@ -43,9 +43,4 @@ CommandQueue* PgEngine::commandQueue()
     return m_queue.get();
 }
 
-void PgEngine::transaction(const std::function<void()>& work)
-{
-    m_db->transaction(work);
-}
-
 } // namespace store

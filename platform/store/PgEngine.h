@@ -22,6 +22,7 @@
 // Keys are stored as given: a session's private keys are the Store's policy
 // (Store::setSessionPrivate).
 
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -39,7 +40,8 @@ class PgCommandQueue;
 // The engine's parts live in files of their own: PgEngine.cpp (connection,
 // transactions, sessions), PgSchema.cpp (schema, files, dictionaries),
 // PgCache.cpp (notifications and the small-file cache), PgRecords.cpp (records
-// and index tables), PgQuery.cpp (sentences to SQL), PgQueue.cpp (the queue).
+// and index tables), PgBulk.cpp (bulk loads through COPY), PgQuery.cpp
+// (sentences to SQL), PgQueue.cpp (the queue); PgCopy.cpp streams COPY.
 class PgEngine final : public Engine {
 public:
     explicit PgEngine(std::string_view url);
@@ -60,6 +62,8 @@ public:
     void forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit) override;
 
     void transaction(const std::function<void()>& work) override;
+    // Off: a bulk load, whose writes go through COPY (PgBulk.cpp).
+    void setSyncEveryCommit(bool sync) override;
 
     DbaDynArray select(const sentence::Parsed& parsed, const std::vector<int>& attributes) override;
     // The SQL of a sentence (tests and benchmark).
@@ -84,6 +88,18 @@ private:
     const std::string& session() const { return m_session.empty() ? m_defaultSession : m_session; }
     void forget(std::string_view file);
 
+    // Bulk loads (PgBulk.cpp).
+    struct PendingWrite {
+        std::string file, key, record;
+    };
+    // Keeps the write for COPY when a load is under way; false otherwise.
+    bool keepForLoad(std::string_view file, std::string_view key, std::string_view record);
+    // Sends what is kept for file, or for every file.
+    void flush(std::string_view file);
+    void flushAll();
+    void dropPendingFrom(std::size_t mark);
+    void copyRecords(const std::string& file, const std::vector<PendingWrite>& writes);
+
     std::filesystem::path m_path;
     std::unique_ptr<pg::Connection> m_db;
     std::unique_ptr<PgCommandQueue> m_queue;
@@ -102,6 +118,12 @@ private:
     std::unordered_map<std::string, CachedFile> m_cache;
     std::set<std::string, std::less<>> m_largeFiles;
     std::size_t m_cacheLimit = 4096;
+
+    bool m_bulk = false;
+    std::vector<PendingWrite> m_pending;                      // in the order written
+    std::map<std::string, std::size_t, std::less<>> m_pendingFiles; // how many of m_pending each file has
+    std::size_t m_pendingBytes = 0;
+    bool m_spoilt = false; // a nested transaction failed after it had sent something
 };
 
 } // namespace store

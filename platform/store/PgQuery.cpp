@@ -1,7 +1,6 @@
 #include "PgEngine.h"
 
 #include <algorithm>
-#include <libpq-fe.h>
 
 #include "PgSchema.h"
 #include "database/DbaDynArray.h"
@@ -9,14 +8,21 @@
 
 namespace store {
 
-using pg::cell;
 
 namespace {
 
+// A value written into the SQL as a bytea literal in hexadecimal (any byte is
+// safe there): COPY takes no parameters. binds keeps the values for the tests.
 std::string placeholder(std::vector<std::string>& binds, std::string value)
 {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string literal = "E'\\\\x";
+    for (const unsigned char c : value) {
+        literal += kDigits[c >> 4];
+        literal += kDigits[c & 15];
+    }
     binds.push_back(std::move(value));
-    return "$" + std::to_string(binds.size()) + "::bytea";
+    return literal + "'::bytea";
 }
 
 // SQL for "some alternative holds" on a bytea column.
@@ -127,44 +133,54 @@ DbaDynArray PgEngine::select(const sentence::Parsed& parsed, const std::vector<i
             "no file \"" + parsed.file + "\" at word " + std::to_string(parsed.fileWord.number) + " (column "
                 + std::to_string(parsed.fileWord.column) + ")");
     }
+    flush(parsed.file);
     const auto planned = plan(parsed, dictionaryOf(parsed.file), attributes);
-    pg::Params params(planned.query.binds.begin(), planned.query.binds.end());
-    // Unnamed, so planned with its values every time: a prepared sentence turns
-    // generic after a few runs, and the generic plan of a wide range probes the
-    // records once per key (three times the merge of the two ranges).
-    auto result = m_db->run(planned.query.sql, params, "SSELECT " + parsed.file);
-
-    struct Row {
-        std::string_view key;
-        std::string_view record;
-        std::size_t sortValues = 0; // where its sort values begin in sortValues
+    // Through COPY, each row as it arrives, keeping only what the answer needs:
+    // the key, the sort values and the attributes asked. A result set would hold
+    // every record at once (megabytes, allocated and freed by each query). With
+    // its values written in, the sentence is also planned for them each time
+    // (a generic plan of a wide range probes the records once per key).
+    const std::size_t perRow = 1 + planned.sorts.size() + attributes.size();
+    std::string kept;
+    std::vector<std::pair<std::size_t, std::size_t>> spans; // offset and size in kept, perRow per row
+    auto keep = [&](std::string_view value) {
+        spans.emplace_back(kept.size(), value.size());
+        kept.append(value);
     };
-    // Each row's sort values, taken from its record once rather than per comparison.
-    std::vector<std::string_view> sortValues;
-    const int count = PQntuples(result.get());
-    std::vector<Row> rows;
-    rows.reserve(static_cast<std::size_t>(count));
-    for (int row = 0; row < count; ++row) {
-        Row entry{cell(result.get(), row, 0), planned.record ? cell(result.get(), row, 1) : std::string_view(), sortValues.size()};
-        bool kept = std::all_of(planned.residual.begin(), planned.residual.end(), [&](const auto& test) {
-            const auto attribute = sentence::attributeOf(entry.record, test.first);
-            return std::any_of(test.second->alternatives.begin(), test.second->alternatives.end(),
-                [&](const sentence::Alternative& a) { return sentence::anyValueMatches(attribute, a.value, a.prefix); });
-        });
-        if (kept) {
-            for (const auto& sort : planned.sorts) {
-                sortValues.push_back(sort.attribute == 0 ? entry.key : sentence::attributeOf(entry.record, sort.attribute));
+    m_db->copyOut("COPY (" + planned.query.sql + ") TO STDOUT (FORMAT binary)", "SSELECT " + parsed.file,
+        [&](const std::vector<std::string_view>& fields) {
+            const auto key = fields.at(0);
+            const auto record = planned.record ? fields.at(1) : std::string_view();
+            const bool wanted = std::all_of(planned.residual.begin(), planned.residual.end(), [&](const auto& test) {
+                const auto attribute = sentence::attributeOf(record, test.first);
+                return std::any_of(test.second->alternatives.begin(), test.second->alternatives.end(),
+                    [&](const sentence::Alternative& a) { return sentence::anyValueMatches(attribute, a.value, a.prefix); });
+            });
+            if (!wanted) {
+                return;
             }
-            rows.push_back(entry);
-        }
+            keep(key);
+            for (const auto& sort : planned.sorts) {
+                keep(sort.attribute == 0 ? key : sentence::attributeOf(record, sort.attribute));
+            }
+            for (const int attribute : attributes) {
+                keep(attribute == 0 ? key : sentence::attributeOf(record, attribute));
+            }
+        });
+    auto field = [&](std::size_t row, std::size_t k) {
+        const auto& [offset, size] = spans[row * perRow + k];
+        return std::string_view(kept).substr(offset, size);
+    };
+    std::vector<std::size_t> rows(spans.size() / perRow);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        rows[i] = i;
     }
     if (!planned.sorts.empty()) {
-        auto sortValue = [&](const Row& row, std::size_t k) { return sortValues[row.sortValues + k]; };
         // Rows come in key order and the sort is stable: ties stay in key order.
-        std::stable_sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {
+        std::stable_sort(rows.begin(), rows.end(), [&](std::size_t a, std::size_t b) {
             for (std::size_t k = 0; k < planned.sorts.size(); ++k) {
-                const auto x = sortValue(a, k);
-                const auto y = sortValue(b, k);
+                const auto x = field(a, 1 + k);
+                const auto y = field(b, 1 + k);
                 const int order = planned.sorts[k].justify == Justify::Right ? sentence::compareRight(x, y) : x.compare(y);
                 if (order != 0) {
                     return order < 0;
@@ -185,11 +201,7 @@ DbaDynArray PgEngine::select(const sentence::Parsed& parsed, const std::vector<i
             if (k) {
                 out += DbaDynArray::kValueMark;
             }
-            if (attributes[k] == 0) {
-                out += row.key;
-            } else {
-                out += sentence::attributeOf(row.record, attributes[k]);
-            }
+            out += field(row, 1 + planned.sorts.size() + k);
         }
     }
     return DbaDynArray(std::move(out));

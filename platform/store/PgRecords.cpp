@@ -15,6 +15,7 @@ using names::checkKey;
 void PgEngine::forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit)
 {
     requireFile(file, "read " + std::string(file));
+    flush(file);
     // A cursor, so a large file never sits whole in memory; visit may use the
     // engine between batches.
     transaction([&] {
@@ -68,6 +69,9 @@ void PgEngine::write(std::string_view file, std::string_view key, std::string_vi
 {
     const std::string context = "write " + std::string(file) + " \"" + std::string(key) + "\"";
     checkKey(key, context);
+    if (keepForLoad(file, key, record)) {
+        return;
+    }
     const std::string stored(key);
     const std::string upsert = "INSERT INTO " + quoteIdent(file)
         + "(key, record) VALUES($1::bytea, $2::bytea) ON CONFLICT (key) DO UPDATE SET record = EXCLUDED.record";
@@ -112,6 +116,7 @@ bool PgEngine::remove(std::string_view file, std::string_view key)
     }
     const std::string stored(key);
     const std::string context = "delete " + std::string(file) + " \"" + std::string(key) + "\"";
+    flush(file);
     forget(file);
     bool removed = false;
     transaction([&] {

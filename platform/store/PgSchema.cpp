@@ -166,6 +166,7 @@ void PgEngine::defineName(std::string_view file, std::string_view name, int attr
     names::checkDictionaryName(file, name, attribute);
     const std::string context = "name " + std::string(name) + " of " + std::string(file);
     checkFileName(file);
+    flush(file);
     transaction([&] {
         createFile(file);
         m_db->runCommand(kSchemaLock, context);

@@ -237,6 +237,45 @@ TEST_P(StoreTest, IndexFollowsEveryWrite)
     EXPECT_EQ(keys(R"(SSELECT F AVEC Late = "late")"), "c");
 }
 
+// A bulk load (COPY on PostgreSQL) leaves records and index as plain writes do:
+// new keys, a key written twice, a key already there, a nested failure dropped;
+// a load that fails loads nothing.
+TEST_P(StoreTest, BulkLoadKeepsRecordsAndIndexInStep)
+{
+    load(R"({"dict": "F", "name": "N", "attr": 1})");
+    db().write("F", "old", "v0");
+    db().bulkLoad([&] {
+        db().transaction([&] {
+            db().write("F", "a", std::string("v1\xFD" "v2"));
+            db().write("F", "b", "v1");
+            db().write("F", "b", "v3");
+            EXPECT_EQ(db().read("F", "b"), "v3");
+            EXPECT_THROW(db().transaction([&] {
+                db().write("F", "c", "v1");
+                throw std::runtime_error("abandon");
+            }),
+                std::runtime_error);
+            EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v1")"), "a");
+            db().write("F", "old", "v3");
+            db().write("F", "d", "v2");
+        });
+    });
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v3")"), "b^old");
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v2")"), "a^d");
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v0")"), "");
+    EXPECT_EQ(db().read("F", "c"), std::nullopt);
+    EXPECT_THROW(db().bulkLoad([&] {
+        db().transaction([&] {
+            db().write("F", "e", "v4");
+            db().write("F", "old", "v4");
+            throw std::runtime_error("abandon");
+        });
+    }),
+        std::runtime_error);
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v4")"), "");
+    EXPECT_EQ(keys("SSELECT F"), "a^b^d^old");
+}
+
 // Names that differ only in case never share records or an index: the second is
 // either kept apart (PostgreSQL) or refused, nothing written (SQLite).
 TEST_P(StoreTest, NamesDifferingOnlyInCaseNeverShareStorage)
