@@ -1,14 +1,15 @@
 #include "Consistency.h"
 
 #include "archive/Archive.h"
+#include "database/FileNames.h"
 #include "shell/Text.h"
 
 namespace {
 
-constexpr const char* kStatements = "ARCHIVEBORDCAISSE";
-constexpr const char* kOrganisations = "ORGPRISECHARGE";
-constexpr const char* kEntities = "ASSOCIATION";
-constexpr const char* kActivities = "ACTIVITES";
+constexpr const char* kStatements = FileNames::ARCHIVEBORDCAISSE;
+constexpr const char* kOrganisations = FileNames::ORGPRISECHARGE;
+constexpr const char* kEntities = FileNames::ASSOCIATION;
+constexpr const char* kActivities = FileNames::ACTIVITES;
 
 std::string quoted(std::string_view text)
 {

@@ -82,8 +82,7 @@ std::vector<RequestEntry> requestEntries(store::Store& store)
     std::vector<RequestEntry> entries;
     entries.reserve(count);
     for (std::size_t i = 1; i <= count; ++i) {
-        auto [organisation, invoice] = archive::selectionEntry(request, static_cast<std::int16_t>(i));
-        entries.push_back({std::move(organisation), std::move(invoice)});
+        entries.push_back(archive::selectionEntry(request, static_cast<std::int16_t>(i)));
     }
     return entries;
 }

@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "FusionBatch.h"
+#include "archive/Archive.h"
 
 namespace store {
 class Store;
@@ -50,11 +51,9 @@ void registerArchiveBordCaisseExcel(store::Store& store);
 // may observe the publication (to stop the process at a given step).
 void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserver& observer = {});
 
-// One entry of the request record: organisation code and invoice number.
-struct RequestEntry {
-    std::string organisation;
-    std::string invoice;
-};
+// One entry of the request record: organisation code and invoice number, as
+// the code line of the statement holds them.
+using RequestEntry = archive::CodeLine;
 
 // The entries of TEMPO "REQUETEBORDEXCEL", in order (none when it is missing).
 std::vector<RequestEntry> requestEntries(store::Store& store);
