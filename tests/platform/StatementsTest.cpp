@@ -13,36 +13,18 @@
 #include "StatementFiles.h"
 #include "PlatformTestSupport.h"
 #include "StatementRenderer.h"
+#include "ThrowsDbaError.h"
 #include "database/Dba.h"
 
 using namespace statements;
 
 namespace {
 
-std::string record(std::initializer_list<std::string> attributes)
+// A record written with visible marks: ^ between attributes, | between values.
+std::string record(std::string text)
 {
-    std::string text;
-    bool first = true;
-    for (const auto& a : attributes) {
-        if (!first) {
-            text += DbaDynArray::kAttributeMark;
-        }
-        first = false;
-        text += a;
-    }
-    return text;
-}
-
-std::string values(std::initializer_list<std::string> parts)
-{
-    std::string text;
-    bool first = true;
-    for (const auto& p : parts) {
-        if (!first) {
-            text += DbaDynArray::kValueMark;
-        }
-        first = false;
-        text += p;
+    for (auto& c : text) {
+        c = c == '^' ? DbaDynArray::kAttributeMark : c == '|' ? DbaDynArray::kValueMark : c;
     }
     return text;
 }
@@ -115,9 +97,7 @@ TEST(StatementFormat, PeriodsAndDates)
 
 TEST(ArchiveRecord, ParsesLinesFromParallelValues)
 {
-    const DbaDynArray r(record({"202611", "CPAM38", "F000123", "20261215", values({"DUPONT JEAN", "MARTIN ALICE"}),
-        values({"D1", "D2"}), values({"AIDE", "SOINS"}), values({"150", "200"}), values({"2290", "1000"}),
-        values({"3435", "2000"}), "5435"}));
+    const DbaDynArray r(record("202611^CPAM38^F000123^20261215^DUPONT JEAN|MARTIN ALICE^D1|D2^AIDE|SOINS^150|200^2290|1000^3435|2000^5435"));
     const auto data = parseArchiveRecord("001P0122026110000F000123", r);
     EXPECT_EQ(data.entity.code, "001");
     EXPECT_EQ(data.activity, "P");
@@ -135,7 +115,7 @@ TEST(ArchiveRecord, ParsesLinesFromParallelValues)
 TEST(ArchiveRecord, RaggedAttributesAndBadNumbers)
 {
     // A line missing some values still shows, with the gaps empty or zero.
-    const DbaDynArray ragged(record({"202611", "", "F1", "", values({"A", "B", "C"}), "", "", "", "", values({"1", "2"}), ""}));
+    const DbaDynArray ragged(record("202611^^F1^^A|B|C^^^^^1|2^"));
     const auto data = parseArchiveRecord("001M012", ragged);
     ASSERT_EQ(data.lines.size(), 3u);
     EXPECT_EQ(data.lines[2].beneficiary, "C");
@@ -143,14 +123,8 @@ TEST(ArchiveRecord, RaggedAttributesAndBadNumbers)
     EXPECT_EQ(data.totalCents, 0);
     EXPECT_TRUE(parseArchiveRecord("001P012", DbaDynArray()).lines.empty());
 
-    const DbaDynArray bad(record({"202611", "", "F1", "", "X", "", "", "", "", values({"12", "1,5"}), "0"}));
-    try {
-        parseArchiveRecord("001P012", bad);
-        FAIL() << "a decimal comma in cents must be refused";
-    } catch (const DbaError& e) {
-        EXPECT_EQ(e.kind(), DbaError::Kind::BadData);
-        EXPECT_NE(std::string(e.what()).find("attribute 10 value 2"), std::string::npos) << e.what();
-    }
+    const DbaDynArray bad(record("202611^^F1^^X^^^^^12|1,5^0"));
+    EXPECT_THAT([&] { parseArchiveRecord("001P012", bad); }, ThrowsDbaError(DbaError::Kind::BadData, "attribute 10 value 2"));
 }
 
 TEST_F(StatementRendering, OnePageCarriesEverything)

@@ -29,9 +29,30 @@ protected:
         store->setSessionPrivate("TEMPO");
         return store;
     }
-    static std::string request(const std::string& command)
+    static void execute(Store& store, const std::string& command)
     {
-        return "P\xFE" + command;
+        std::int32_t status = 0;
+        store.Execute("P\xFE" + command, "", status);
+    }
+    // The command run by a client in the background, as a workstation waits on it.
+    static std::future<void> executeLater(Store& store, const std::string& command)
+    {
+        return std::async(std::launch::async, [&store, command] { execute(store, command); });
+    }
+    // A worker in a process of its own that takes the next command (within
+    // ten seconds) and runs it; what becomes of the process is the command's.
+    pid_t forkedWorker(const std::string& name, const std::string& command, ServerCommand run)
+    {
+        const pid_t child = fork();
+        if (child == 0) {
+            auto worker = m_database.connect();
+            worker->registerCommand(command, std::move(run));
+            for (int tries = 0; tries < 1000 && !worker->runQueuedCommand(name, 1s); ++tries) {
+                std::this_thread::sleep_for(10ms);
+            }
+            _exit(4);
+        }
+        return child;
     }
 };
 
@@ -78,10 +99,7 @@ TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
     std::vector<std::future<void>> runs;
     for (std::size_t i = 0; i < clients.size(); ++i) {
         clients[i]->write("TEMPO", "REQUETEBORDEXCEL", "demande" + std::to_string(i));
-        runs.push_back(std::async(std::launch::async, [&, i] {
-            std::int32_t status = 0;
-            clients[i]->Execute(request("COPIE " + std::to_string(i)), "", status);
-        }));
+        runs.push_back(executeLater(*clients[i], "COPIE " + std::to_string(i)));
     }
     int ran = 0;
     EXPECT_TRUE(eventually([&] {
@@ -96,32 +114,17 @@ TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
 
     // A failing command fails Execute with its message and leaves none of its records.
     clients[0]->remove("TEMPO", "BORDCAISSEEXCEL");
-    auto failing = std::async(std::launch::async, [&] {
-        std::int32_t status = 0;
-        clients[0]->Execute(request("PANNE"), "", status);
-    });
+    auto failing = executeLater(*clients[0], "PANNE");
     EXPECT_TRUE(eventually([&] { return worker->runQueuedCommand("test"); }));
-    try {
-        failing.get();
-        ADD_FAILURE() << "a failed command must fail Execute";
-    } catch (const DbaError& error) {
-        EXPECT_EQ(error.kind(), DbaError::Kind::CommandFailed);
-        EXPECT_NE(std::string(error.what()).find("imprimante en feu"), std::string::npos) << error.what();
-    }
+    EXPECT_THAT([&] { failing.get(); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "imprimante en feu"));
     EXPECT_EQ(clients[0]->read("TEMPO", "BORDCAISSEEXCEL"), std::nullopt);
 }
 
 TEST_P(StoreOnServer, ExecuteGivesUpClearlyWhenNoWorkerAnswers)
 {
     db().setCommandTimeout(200ms);
-    std::int32_t status = 0;
-    try {
-        db().Execute(request("ARCHIVEBORDCAISSEEXCEL 202610 001 P"), "", status);
-        ADD_FAILURE() << "no worker, no success";
-    } catch (const DbaError& error) {
-        EXPECT_EQ(error.kind(), DbaError::Kind::CommandFailed);
-        EXPECT_NE(std::string(error.what()).find("no worker is running"), std::string::npos) << error.what();
-    }
+    EXPECT_THAT([&] { execute(db(), "ARCHIVEBORDCAISSEEXCEL 202610 001 P"); },
+        ThrowsDbaError(DbaError::Kind::CommandFailed, "no worker is running"));
     // The command was withdrawn: a worker that comes later does not run it.
     auto worker = m_database.connect();
     worker->registerCommand("ARCHIVEBORDCAISSEEXCEL", [](CommandContext&) { ADD_FAILURE() << "ran a withdrawn command"; });
@@ -137,25 +140,14 @@ TEST_P(StoreOnServer, ACommandWhoseWorkerDiesRunsOnceToCompletionAfterTheLease)
         context.store.write("COMPTE", "runs", std::to_string(runs + 1));
         context.store.write("TEMPO", "BORDCAISSEEXCEL", "fait");
     };
-    auto client = std::async(std::launch::async, [&] {
-        std::int32_t status = 0;
-        db().Execute(request("COMPTER"), "", status);
-    });
+    auto client = executeLater(db(), "COMPTER");
 
     // The first worker is a process that dies in the middle of the command, its
     // writes made but not committed.
-    const pid_t child = fork();
-    if (child == 0) {
-        auto dying = m_database.connect();
-        dying->registerCommand("COMPTER", [&](CommandContext& context) {
-            command(context);
-            _exit(3);
-        });
-        for (int tries = 0; tries < 1000 && !dying->runQueuedCommand("dying", 1s); ++tries) {
-            std::this_thread::sleep_for(10ms);
-        }
-        _exit(4);
-    }
+    const pid_t child = forkedWorker("dying", "COMPTER", [&](CommandContext& context) {
+        command(context);
+        _exit(3);
+    });
     ASSERT_GT(child, 0);
     int status = 0;
     waitpid(child, &status, 0);
@@ -190,10 +182,7 @@ TEST_P(StoreOnServer, ALongCommandKeepsItsLeaseAndTheClientFollowsItsProgress)
     std::vector<std::pair<int, int>> seen;
     db().setCommandProgress([&](int done, int total) { seen.emplace_back(done, total); });
     db().setCommandTimeout(2s);
-    auto client = std::async(std::launch::async, [&] {
-        std::int32_t status = 0;
-        db().Execute(request("LONG"), "", status);
-    });
+    auto client = executeLater(db(), "LONG");
     ASSERT_TRUE(eventually([&] { return slow->runQueuedCommand("slow", 1s); }));
     client.get();
     // Meanwhile: nothing left for the other worker.
@@ -211,21 +200,12 @@ TEST_P(StoreOnServer, WhileWorkersAreBusyTheClientSaysSoAndItsCommandIsNeverRunL
     worker->registerCommand("LENT", [&](CommandContext&) { release.get_future().wait(); });
     worker->registerCommand("AUTRE", [](CommandContext& context) { context.store.write("RESULTATS", "autre", "x"); });
     auto first = workstation("poste-1");
-    auto busy = std::async(std::launch::async, [&] {
-        std::int32_t status = 0;
-        first->Execute(request("LENT"), "", status);
-    });
+    auto busy = executeLater(*first, "LENT");
     auto running = std::async(std::launch::async, [&] { EXPECT_TRUE(eventually([&] { return worker->runQueuedCommand("w1", 1s); })); });
 
     auto second = workstation("poste-2");
     second->setCommandTimeout(1500ms);
-    std::int32_t status = 0;
-    try {
-        second->Execute(request("AUTRE"), "", status);
-        ADD_FAILURE() << "the only worker was busy";
-    } catch (const DbaError& error) {
-        EXPECT_NE(std::string(error.what()).find("1 worker was busy"), std::string::npos) << error.what();
-    }
+    EXPECT_THAT([&] { execute(*second, "AUTRE"); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "1 worker was busy"));
     release.set_value();
     running.get();
     busy.get();
@@ -240,28 +220,17 @@ TEST_P(StoreOnServer, AFrozenWorkerLosesItsCommandToAnother)
     db().setCommandTimeout(30s);
     // Made beforehand: the frozen worker's transaction would hold the schema's lock.
     db().createFile("RESULTATS");
-    auto client = std::async(std::launch::async, [&] {
-        std::int32_t status = 0;
-        db().Execute(request("LENT"), "", status);
-    });
+    auto client = executeLater(db(), "LENT");
     // The first worker, a process, starts the command and is then frozen: its
     // lease runs out, and what it does once thawed does not count.
-    const pid_t child = fork();
-    if (child == 0) {
-        auto frozen = m_database.connect();
-        frozen->registerCommand("LENT", [&](CommandContext& context) {
-            context.store.write("RESULTATS", "gele", "x");
-            std::ofstream{marker};
-            for (int i = 0; i < 30; ++i) {
-                std::this_thread::sleep_for(100ms);
-                context.progress(i, 30); // throws once the command is another's
-            }
-        });
-        for (int tries = 0; tries < 1000 && !frozen->runQueuedCommand("gele", 1s); ++tries) {
-            std::this_thread::sleep_for(10ms);
+    const pid_t child = forkedWorker("gele", "LENT", [&](CommandContext& context) {
+        context.store.write("RESULTATS", "gele", "x");
+        std::ofstream{marker};
+        for (int i = 0; i < 30; ++i) {
+            std::this_thread::sleep_for(100ms);
+            context.progress(i, 30); // throws once the command is another's
         }
-        _exit(0);
-    }
+    });
     ASSERT_GT(child, 0);
     const bool started = eventually([&] { return std::filesystem::exists(marker); });
     kill(child, SIGSTOP);
