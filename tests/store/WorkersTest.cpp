@@ -59,6 +59,29 @@ private:
     pid_t m_pid = 0;
 };
 
+// One re-issue of statements of 001P 202610 through the workers, as the screen
+// asks for it: the names of the files made.
+std::vector<std::string> reissue(Store& store, const std::vector<std::string>& keys)
+{
+    auto tempo = store.OpenFile("TEMPO");
+    auto item = tempo->NewItem("REQUETEBORDEXCEL");
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        item->setValue(static_cast<std::int16_t>(i + 1), 1, keys[i].substr(4, 3));
+        item->setValue(static_cast<std::int16_t>(i + 1), 2, keys[i].substr(13, 10));
+    }
+    item->DBWrite();
+    std::int32_t status = 0;
+    store.Execute("P\xFE" "ARCHIVEBORDCAISSEEXCEL 202610 001 P", "", status);
+    const auto result = tempo->ReadItem("BORDCAISSEEXCEL");
+    std::vector<std::string> names;
+    for (int i = 1; i <= result->DCount(); ++i) {
+        names.push_back(result->attribute(static_cast<std::int16_t>(i)));
+    }
+    tempo->DeleteItem("BORDCAISSEEXCEL");
+    tempo->DeleteItem("REQUETEBORDEXCEL");
+    return names;
+}
+
 TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
 {
     TestDatabase database(EngineKind::Postgres);
@@ -77,12 +100,12 @@ TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
     std::vector<std::vector<std::string>> expected(kClients);
     for (int c = 0; c < kClients; ++c) {
         // Each workstation asks for its own statements, a different number each time.
-        std::vector<std::vector<std::pair<std::string, std::string>>> requests;
+        std::vector<std::vector<std::string>> requests;
         for (int run = 0; run < kRuns; ++run) {
-            std::vector<std::pair<std::string, std::string>> request;
+            std::vector<std::string> request;
             for (int i = 0; i <= run; ++i) {
                 const auto key = scope.attribute(static_cast<std::int16_t>(1 + c * 6 + run * (run + 1) / 2 + i));
-                request.emplace_back(key.substr(4, 3), key.substr(13, 10));
+                request.push_back(key);
                 expected[static_cast<std::size_t>(c)].push_back(server::fusionFileName("001", "P", "202610", key.substr(4, 3), key.substr(13, 10)));
             }
             requests.push_back(request);
@@ -92,23 +115,10 @@ TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
             store->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-" + std::to_string(c)));
             // What a workstation's host declares when it registers the command.
             store->setSessionPrivate("TEMPO");
-            auto tempo = store->OpenFile("TEMPO");
             std::vector<std::string> names;
             for (const auto& request : requests) {
-                auto item = tempo->NewItem("REQUETEBORDEXCEL");
-                for (std::size_t i = 0; i < request.size(); ++i) {
-                    item->setValue(static_cast<std::int16_t>(i + 1), 1, request[i].first);
-                    item->setValue(static_cast<std::int16_t>(i + 1), 2, request[i].second);
-                }
-                item->DBWrite();
-                std::int32_t status = 0;
-                store->Execute("P\xFE" "ARCHIVEBORDCAISSEEXCEL 202610 001 P", "", status);
-                const auto result = tempo->ReadItem("BORDCAISSEEXCEL");
-                for (int i = 1; i <= result->DCount(); ++i) {
-                    names.push_back(result->attribute(static_cast<std::int16_t>(i)));
-                }
-                tempo->DeleteItem("BORDCAISSEEXCEL");
-                tempo->DeleteItem("REQUETEBORDEXCEL");
+                const auto made = reissue(*store, request);
+                names.insert(names.end(), made.begin(), made.end());
             }
             return names;
         }));
@@ -212,23 +222,6 @@ TEST(Outage, AFrozenServerHangsNobodyAndIsUsedAgainOnceItAnswers)
     EXPECT_EQ(store->select("SSELECT DOSSIER").text(), "A");
 }
 
-// One re-issue of the statement key through the workers; the file's name, or the error.
-std::string reissue(Store& store, const std::string& key)
-{
-    auto tempo = store.OpenFile("TEMPO");
-    auto item = tempo->NewItem("REQUETEBORDEXCEL");
-    item->setValue(1, 1, key.substr(4, 3));
-    item->setValue(1, 2, key.substr(13, 10));
-    item->DBWrite();
-    std::int32_t status = 0;
-    try {
-        store.Execute("P\xFE" "ARCHIVEBORDCAISSEEXCEL 202610 001 P", "", status);
-    } catch (const DbaError& error) {
-        return error.what();
-    }
-    return tempo->ReadItem("BORDCAISSEEXCEL")->attribute(1);
-}
-
 TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
 {
     OwnCluster cluster;
@@ -243,7 +236,7 @@ TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
     ASSERT_GE(scope.DCount(), 2);
     const auto log = folder.path() / "worker.log";
     Worker worker(scratch.connection(), folder.path() / "FUSION", "w1", log);
-    const auto before = reissue(*client, scope.attribute(1));
+    const auto before = reissue(*client, {scope.attribute(1)}).at(0);
     ASSERT_TRUE(std::filesystem::is_regular_file(folder.path() / "FUSION" / before)) << before;
 
     cluster.halt();
@@ -251,7 +244,7 @@ TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
 
     // The client's next operation and the worker both work on a new connection.
     EXPECT_EQ(client->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]")").text(), scope.text());
-    const auto after = reissue(*client, scope.attribute(2));
+    const auto after = reissue(*client, {scope.attribute(2)}).at(0);
     EXPECT_TRUE(std::filesystem::is_regular_file(folder.path() / "FUSION" / after)) << after;
     EXPECT_TRUE(eventually([&] { return readText(log).find("connected to the database again") != std::string::npos; })) << readText(log);
 }
