@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <map>
 #include <stdexcept>
 
@@ -14,7 +15,6 @@ namespace {
 class MemoryDatabase : public DbaDatabase {
 public:
     std::map<std::string, std::map<std::string, std::string>> files;
-    int opens = 0;
 
     class File : public DbaFile {
     public:
@@ -46,7 +46,6 @@ public:
 
     std::shared_ptr<DbaFile> OpenFile(std::string_view name) override
     {
-        ++opens;
         if (!files.contains(std::string(name))) {
             throw DbaError(DbaError::Kind::NoFile, "OpenFile", std::string(name));
         }
@@ -70,7 +69,7 @@ TEST(DatabaseRightsTest, ReadsTheLevelOfTheUserOnTheScreen)
     EXPECT_EQ(DatabaseRights(db, "MARTIN").LireDroit("CALVARINE")->Niveau(), 1);
 }
 
-TEST(DatabaseRightsTest, NoRecordOrNoFileGrantsNothing)
+TEST(DatabaseRightsTest, NoRecordOrNoFileGrantsNothingAndALevelNotANumberFails)
 {
     auto db = std::make_shared<MemoryDatabase>();
     EXPECT_EQ(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE")->Niveau(), 0);
@@ -78,6 +77,9 @@ TEST(DatabaseRightsTest, NoRecordOrNoFileGrantsNothing)
     EXPECT_EQ(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE")->Niveau(), 0);
     db->files["DROITS"]["DUPONT*CALVARINE"] = "";
     EXPECT_EQ(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE")->Niveau(), 0);
+    db->files["DROITS"]["DUPONT*CALVARINE"] = "2X";
+    EXPECT_THROW(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE"), std::invalid_argument);
+    EXPECT_THROW(DatabaseRights(nullptr, "DUPONT"), std::invalid_argument);
 }
 
 TEST(DatabaseRightsTest, ARightKeepsTheLevelItWasReadWith)
@@ -91,30 +93,17 @@ TEST(DatabaseRightsTest, ARightKeepsTheLevelItWasReadWith)
     EXPECT_EQ(rights.LireDroit("CALVARINE")->Niveau(), 1);
 }
 
-TEST(DatabaseRightsTest, ALevelThatIsNotANumberFails)
+TEST(FrenchDatesTest, WritesAndReadsMonthNames)
 {
-    auto db = std::make_shared<MemoryDatabase>();
-    db->files["DROITS"]["DUPONT*CALVARINE"] = "2X";
-    EXPECT_THROW(DatabaseRights(db, "DUPONT").LireDroit("CALVARINE"), std::invalid_argument);
-    EXPECT_THROW(DatabaseRights(nullptr, "DUPONT"), std::invalid_argument);
-}
-
-TEST(FrenchDatesTest, WritesTheMonthNameOfADayFirstDate)
-{
-    EXPECT_EQ(FrenchDates::format("01/11/2026", "mmmm yyyy"), "novembre 2026");
-    EXPECT_EQ(FrenchDates::format("01/02/2026", "mmmm yyyy"), "février 2026");
-    EXPECT_EQ(FrenchDates::format("01/08/2026", "mmmm yyyy"), "août 2026");
-    EXPECT_EQ(FrenchDates::format("01/12/2025", "mmmm yyyy"), "décembre 2025");
-    EXPECT_EQ(FrenchDates::format("1/3/2020", "dd/mm/yyyy"), "01/03/2020");
-}
-
-TEST(FrenchDatesTest, ReadsMonthNamesBackInAnyCase)
-{
-    EXPECT_EQ(FrenchDates::format("NOVEMBRE 2026", "yyyymm"), "202611");
-    EXPECT_EQ(FrenchDates::format("FÉVRIER 2026", "YYYYMM"), "202602");
-    EXPECT_EQ(FrenchDates::format("AOÛT 2026", "yyyymm"), "202608");
-    EXPECT_EQ(FrenchDates::format("janvier 2017", "YYYYMM"), "201701");
-    EXPECT_EQ(FrenchDates::format("Décembre 1999", "yyyymm"), "199912");
+    using Case = std::array<const char*, 3>; // date, pattern, expected
+    for (const auto& [date, pattern, expected] : {Case{"01/11/2026", "mmmm yyyy", "novembre 2026"},
+             Case{"01/02/2026", "mmmm yyyy", "février 2026"}, Case{"01/08/2026", "mmmm yyyy", "août 2026"},
+             Case{"01/12/2025", "mmmm yyyy", "décembre 2025"}, Case{"1/3/2020", "dd/mm/yyyy", "01/03/2020"},
+             Case{"NOVEMBRE 2026", "yyyymm", "202611"}, Case{"FÉVRIER 2026", "YYYYMM", "202602"},
+             Case{"AOÛT 2026", "yyyymm", "202608"}, Case{"janvier 2017", "YYYYMM", "201701"},
+             Case{"Décembre 1999", "yyyymm", "199912"}}) {
+        EXPECT_EQ(FrenchDates::format(date, pattern), expected) << date << " as " << pattern;
+    }
 }
 
 TEST(FrenchDatesTest, EveryMonthNameReadsBackToItsMonth)
