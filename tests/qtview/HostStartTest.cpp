@@ -2,17 +2,22 @@
 // not, a failed start that offers a way out, rights that explain themselves.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
 #include <filesystem>
 #include <fstream>
 
+#include <QApplication>
 #include <QLabel>
 #include <QStatusBar>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include "CommandProgressDatabase.h"
 #include "FirstUse.h"
+#include "HelpViewer.h"
 #include "HostWindow.h"
+#include "ScreenView.h"
 #include "Launcher.h"
 #include "Rights.h"
 #include "Fixtures.h"
@@ -67,13 +72,29 @@ protected:
         return file;
     }
 
+    // The last window's host is host.
     Launcher::Options options(const std::string& user = "operateur")
     {
         Launcher::Options made;
         made.user = user;
         made.printTo = root() / "spool";
-        made.makeHost = [](QtHostServices::Setup setup) { return std::make_unique<TestHost>(std::move(setup)); };
+        made.makeHost = [this](QtHostServices::Setup setup) {
+            auto made = std::make_unique<TestHost>(std::move(setup));
+            host = made.get();
+            return made;
+        };
         return made;
+    }
+
+    std::vector<std::string> filesIn(const std::string& folder) const
+    {
+        std::vector<std::string> names;
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(root() / folder, error)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
     }
 
     static QString status(HostWindow& window)
@@ -83,6 +104,7 @@ protected:
     }
 
     QTemporaryDir dir;
+    TestHost* host = nullptr;
 };
 
 TEST_F(HostStartTest, AFailedInitSaysWhatIsMissingAndOpensAnotherDatabase)
@@ -143,6 +165,101 @@ TEST_F(HostStartTest, TheStatusLineTellsWhoMayPrint)
         QCoreApplication::processEvents();
         window->grab().save(QStringLiteral(CALVARINE_TEST_OUTPUT "/window-%1.png").arg(QString::fromStdString(user)));
     }
+}
+
+// What the window gives the control: the server command that writes FUSION beside
+// the database, the spool of paper runs, the help viewer on the same store, and
+// an unloading that closes the window once Cmd_Sortir's handler has returned.
+// The gestures themselves are played through the widgets by every scenario.
+TEST_F(HostStartTest, TheWindowGivesTheControlItsOutputsItsHelpAndItsEnd)
+{
+    ScriptedLauncher launcher(options());
+    const auto window = launcher.start(database("calvarine.db").string());
+    ASSERT_NE(window, nullptr);
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    ScreenModel& screen = window->control().Controls();
+    const auto reissue = [&](const char* output) {
+        screen.moveFocus(&screen.get("Txt_Entite"));
+        for (char c : std::string("001")) {
+            screen.get("Txt_Entite").operatorKey(c);
+        }
+        for (const char* name : {"Opt_Prest", "Cmd_Tous", output, "Cmd_Imprimer"}) {
+            screen.operatorClick(screen.get(name));
+        }
+    };
+    reissue("Opt_Fichier");
+    EXPECT_EQ(filesIn("FUSION").size(), 5u);
+    ASSERT_EQ(host->boxes.size(), 1u);
+    EXPECT_EQ(host->boxes.back().title, "Message TRIVALDEN");
+    reissue("Opt_Papier");
+    ASSERT_EQ(filesIn("spool").size(), 1u);
+    EXPECT_EQ(filesIn("spool").front().rfind("Bordereaux_001P_", 0), 0u) << filesIn("spool").front();
+
+    host->menuChoices.push_back("Mnu_Sommaire");
+    screen.operatorMouseDown(screen.get("UserControl"), 2);
+    ASSERT_EQ(host->menus.size(), 1u);
+    EXPECT_EQ(host->menus.front(), (std::vector<std::string>{"Aide", "Aide_TRIVALDEN"}));
+    auto help = std::dynamic_pointer_cast<help::HelpViewer>(Variable::AideEnLigne);
+    ASSERT_NE(help, nullptr);
+    ASSERT_NE(help->window(), nullptr);
+    EXPECT_TRUE(help->window()->isVisible());
+    EXPECT_EQ(help->window()->windowTitle(), QStringLiteral("Aide – Calvarine"));
+    EXPECT_TRUE(help->window()->toPlainText().contains(QStringLiteral("Organismes sélectionnés")));
+    auto given = std::dynamic_pointer_cast<CommandProgressDatabase>(help->base());
+    ASSERT_NE(given, nullptr);
+    EXPECT_NE(given->database(), nullptr);
+
+    screen.operatorClick(screen.get("Cmd_Sortir"));
+    EXPECT_TRUE(window->isVisible()); // not inside the handler
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(window->isVisible());
+    EXPECT_TRUE(window->control().W_Sortir);
+    EXPECT_TRUE(window->control().terminated());
+}
+
+// Enter on "Imprimer", Enter on the box of files: the reset leaves the focus on
+// the entity, in the widgets as in the model, and an Enter too many (held or
+// not) searches there; a held Enter reaching "Sortir" presses nothing either.
+TEST_F(HostStartTest, AnEnterTooManyAfterAReissueNeverClosesTheWindow)
+{
+    ScriptedLauncher launcher(options());
+    const auto window = launcher.start(database("calvarine.db").string());
+    ASSERT_NE(window, nullptr);
+    host->closeByEnter = true;
+    ScreenModel& screen = window->control().Controls();
+    screen.moveFocus(&screen.get("Txt_Entite"));
+    for (char c : std::string("001")) {
+        screen.get("Txt_Entite").operatorKey(c);
+    }
+    for (const char* name : {"Opt_Prest", "Cmd_Tous", "Opt_Fichier"}) {
+        screen.operatorClick(screen.get(name));
+    }
+    QWidget* print = window->view().widget("Cmd_Imprimer");
+    print->setFocus(Qt::TabFocusReason);
+    QTest::keyClick(print, Qt::Key_Return);
+    ASSERT_EQ(host->boxes.size(), 1u);
+    EXPECT_EQ(screen.get("Txt_Entite").text(), "");
+
+    EXPECT_EQ(screen.focus(), &screen.get("Cbo_Entite"));
+    ASSERT_NE(window->focusWidget(), nullptr);
+    EXPECT_EQ(window->view().controlOf(window->focusWidget()), &screen.get("Cbo_Entite"));
+    QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, QStringLiteral("\r"), true);
+    QApplication::sendEvent(window->focusWidget(), &held);
+    QTest::keyClick(window->view().widget("Cbo_Entite"), Qt::Key_Return);
+    QApplication::sendEvent(window->view().widget("Cmd_Sortir"), &held);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_FALSE(window->control().W_Sortir);
+}
+
+TEST_F(HostStartTest, ClosingTheWindowTerminatesTheControlWithoutSortir)
+{
+    ScriptedLauncher launcher(options());
+    const auto window = launcher.start(database("calvarine.db").string());
+    ASSERT_NE(window, nullptr);
+    window->close();
+    EXPECT_TRUE(window->control().terminated());
+    EXPECT_FALSE(window->control().W_Sortir);
 }
 
 TEST_F(HostStartTest, TheFirstUseDemoLetsItsMakerPrint)
