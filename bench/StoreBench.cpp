@@ -19,6 +19,7 @@
 
 #include "Demo.h"
 #include "PgEngine.h"
+#include "ScratchSchema.h"
 #include "SqliteEngine.h"
 #include "Sentence.h"
 #include "Store.h"
@@ -224,7 +225,7 @@ constexpr std::size_t kReadStatements = 40000;
 std::string serverConnection()
 {
     const char* url = std::getenv("CALVARINE_PG_URL");
-    return url && *url ? store::Store::withSchema(url, "bench_" + std::to_string(kReadStatements)) : std::string();
+    return url && *url ? store::withSchema(url, "bench_" + std::to_string(kReadStatements)) : std::string();
 }
 
 std::shared_ptr<store::Store> readData(bool server)

@@ -153,7 +153,7 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
             m_schema.emplace(*options.dbUrl);
             m_store = store::Store::connect(m_schema->connection());
             // No worker runs beside the host: Execute serves the queue itself.
-            m_store->setServeOwnCommands(true);
+            store::serveOwnCommands(*m_store);
         } else {
             m_store = store::Store::create(m_dir.path() / "db.sqlite");
         }

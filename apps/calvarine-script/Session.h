@@ -13,6 +13,7 @@
 #include "Gestures.h"
 #include "Lexer.h"
 #include "LoggingDatabase.h"
+#include "ScratchSchema.h"
 #include "ScriptHost.h"
 #include "Store.h"
 #include "shell/Ctr_Calvarine.h"

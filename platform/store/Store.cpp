@@ -1,9 +1,7 @@
 #include "Store.h"
 
 #include <exception>
-#include <random>
 
-#include "PgConnection.h"
 #include "PgEngine.h"
 #include "SqliteEngine.h"
 #include "StoreImpl.h"
@@ -128,28 +126,6 @@ std::shared_ptr<Store> Store::connect(std::string_view connection, OpenMode mode
     return std::shared_ptr<Store>(new Store(std::move(impl)));
 }
 
-std::string Store::withSchema(std::string_view url, std::string_view schema)
-{
-    if (!isServerConnection(url)) {
-        // Appended to a file's name, the options would name another file.
-        throw DbaError(DbaError::Kind::NotConnected, "schema " + std::string(schema),
-            "a schema needs a PostgreSQL URI (postgresql://...), not a database file");
-    }
-    // libpq takes server options in the URI; "=" must be percent-encoded there.
-    std::string out(url);
-    out += out.find('?') == std::string::npos ? "?" : "&";
-    out += "options=-csearch_path%3D";
-    out += schema;
-    return out;
-}
-
-void Store::dropSchema(std::string_view url, std::string_view schema)
-{
-    pg::Connection connection(url);
-    connection.runCommand("SET client_min_messages = warning", "drop schema " + std::string(schema));
-    connection.runCommand("DROP SCHEMA IF EXISTS " + quoteIdent(schema) + " CASCADE", "drop schema " + std::string(schema));
-}
-
 std::shared_ptr<DbaFile> Store::OpenFile(std::string_view name)
 {
     if (!m_impl->engine->fileExists(name)) {
@@ -233,34 +209,14 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
     const auto& client = m_impl->client;
     // The worker runs the command in this session, which wrote its working records.
     const auto id = queue.enqueue(sentence, client ? client->userName() : std::string(), m_impl->sessionKeys->session());
-    if (m_impl->serveOwnCommands) {
-        while (runQueuedCommand("in-process")) {
-        }
+    if (m_impl->commandQueued) {
+        m_impl->commandQueued();
     }
     const auto outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
     if (!outcome.succeeded) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message);
     }
     return {};
-}
-
-ScratchSchema::ScratchSchema(std::string_view url)
-    : m_url(url)
-{
-    std::random_device random;
-    char name[32];
-    std::snprintf(name, sizeof name, "scratch_%08x%08x", random(), random());
-    m_schema = name;
-    m_connection = Store::withSchema(m_url, m_schema);
-}
-
-ScratchSchema::~ScratchSchema()
-{
-    try {
-        Store::dropSchema(m_url, m_schema);
-    } catch (const std::exception&) {
-        // The server is gone, and the schema with it for all that matters here.
-    }
 }
 
 bool Store::queuesCommands() const
@@ -273,9 +229,9 @@ void Store::setCommandTimeout(std::chrono::milliseconds timeout)
     m_impl->commandTimeout = timeout;
 }
 
-void Store::setServeOwnCommands(bool serve)
+void Store::setCommandQueued(std::function<void()> queued)
 {
-    m_impl->serveOwnCommands = serve;
+    m_impl->commandQueued = std::move(queued);
 }
 
 void Store::waitForCommands(std::chrono::milliseconds timeout)

@@ -19,7 +19,7 @@ public:
     std::shared_ptr<DbaClient> client;
     CommandProgress progress;
     std::chrono::milliseconds commandTimeout{std::chrono::minutes(2)};
-    bool serveOwnCommands = false;
+    std::function<void()> commandQueued;
 
     // The session of the client, in the engine and for the session-private files.
     void setSession(const std::shared_ptr<DbaClient>& sessionClient)

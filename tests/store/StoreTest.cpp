@@ -112,7 +112,7 @@ TEST_P(Sentences, SelectAndExecuteRequests)
     EXPECT_THAT([&] { db().Select(other, "", status); }, ThrowsDbaError(DbaError::Kind::BadSentence));
 
     EXPECT_EQ(db().Execute("LOGIN", "", status).text(), "");
-    db().setServeOwnCommands(true); // on a server: no worker beside this test
+    serveOwnCommands(db()); // on a server: no worker beside this test
     std::vector<std::string> seen;
     db().registerCommand("ECHO", [&](CommandContext& context) {
         seen = context.arguments;
@@ -319,7 +319,7 @@ TEST_P(StoreTest, TwoSessionsRunningCommandsAtOnceNeverMeet)
     const auto run = [&](const std::string& session, int rounds) {
         auto store = m_database.connect();
         store->setSessionPrivate("TEMPO");
-        store->setServeOwnCommands(true);
+        serveOwnCommands(*store);
         store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
         store->registerCommand("COPIE", [](CommandContext& context) {
             const auto asked = context.store.read("TEMPO", "REQUETEBORDEXCEL");
@@ -434,10 +434,10 @@ TEST(StoreOnSqlite, CreatingMakesTheFolderAndFusionStaysBeside)
     EXPECT_EQ(Store::create(file)->read("F", "k"), "v");
     EXPECT_FALSE(Store::isServerConnection("sqlite:/tmp/x.db"));
     EXPECT_TRUE(Store::isServerConnection("postgres://u@h/db"));
-    EXPECT_EQ(Store::withSchema("postgresql://u@h/db", "s1"), "postgresql://u@h/db?options=-csearch_path%3Ds1");
-    EXPECT_EQ(Store::withSchema("postgresql://u@h/db?port=5", "s1"), "postgresql://u@h/db?port=5&options=-csearch_path%3Ds1");
+    EXPECT_EQ(withSchema("postgresql://u@h/db", "s1"), "postgresql://u@h/db?options=-csearch_path%3Ds1");
+    EXPECT_EQ(withSchema("postgresql://u@h/db?port=5", "s1"), "postgresql://u@h/db?port=5&options=-csearch_path%3Ds1");
     // A schema belongs to a server: appended to a file's name it would name another file.
-    EXPECT_THAT([&] { Store::withSchema("x.db", "s1"); }, ThrowsDbaError(DbaError::Kind::NotConnected));
+    EXPECT_THAT([&] { withSchema("x.db", "s1"); }, ThrowsDbaError(DbaError::Kind::NotConnected));
 }
 
 // Opening never creates, and says what is wrong and where.

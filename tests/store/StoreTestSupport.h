@@ -12,10 +12,12 @@
 #include <memory>
 #include <random>
 #include <stdexcept>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "Fixtures.h"
+#include "ScratchSchema.h"
 #include "Store.h"
 
 namespace store::testing {
@@ -121,22 +123,10 @@ public:
         : m_kind(kind)
     {
         if (kind == EngineKind::Postgres) {
-            m_server = serverUrl();
-            m_schema = randomName("t");
-            m_connection = Store::withSchema(m_server, m_schema);
+            m_connection = m_schema.emplace(serverUrl()).connection();
         } else {
             m_connection = "sqlite:" + (m_dir.path() / "test.db").string();
             Store::create(m_dir.path() / "test.db");
-        }
-    }
-    ~TestDatabase()
-    {
-        if (!m_schema.empty()) {
-            try {
-                Store::dropSchema(m_server, m_schema);
-            } catch (const std::exception&) {
-                // The server went away: nothing left to clean.
-            }
         }
     }
     TestDatabase(const TestDatabase&) = delete;
@@ -155,8 +145,7 @@ public:
 private:
     EngineKind m_kind;
     TempDir m_dir;
-    std::string m_server;
-    std::string m_schema;
+    std::optional<ScratchSchema> m_schema;
     std::string m_connection;
 };
 

@@ -77,11 +77,6 @@ public:
     static std::shared_ptr<Store> connect(std::string_view connection, OpenMode mode = OpenMode::Existing);
     // True for a PostgreSQL URI.
     static bool isServerConnection(std::string_view connection);
-    // The URI with every connection working in schema (created on first use).
-    // Throws DbaError NotConnected for a connection that is not a server's.
-    static std::string withSchema(std::string_view url, std::string_view schema);
-    // Drops a schema with everything in it (tests and scenario runs).
-    static void dropSchema(std::string_view url, std::string_view schema);
 
     ~Store() override;
 
@@ -150,9 +145,9 @@ public:
     bool queuesCommands() const;
     // How long Execute "P" waits for a worker before it fails (default 2 minutes).
     void setCommandTimeout(std::chrono::milliseconds timeout);
-    // Execute "P" runs the queue itself while it waits, as a worker would (for a
-    // host with no worker beside it, such as the scenario host).
-    void setServeOwnCommands(bool serve);
+    // Called by Execute "P" on a server once it has queued a command, before it
+    // waits for a worker to run it. Empty (the default): nothing is called.
+    void setCommandQueued(std::function<void()> queued);
     // Takes one waiting command (or one whose worker's lease ran out), runs it with
     // the commands registered here, in the session of the client that asked, and
     // records the outcome; the command's records commit with its completion.
@@ -166,23 +161,6 @@ private:
     explicit Store(std::unique_ptr<Impl> impl);
     DbaDynArray executeQueued(const std::string& sentence, const std::string& name);
     std::unique_ptr<Impl> m_impl;
-};
-
-// A fresh schema on a server, dropped with everything in it when this goes:
-// a database of its own for each test or scenario file.
-class ScratchSchema {
-public:
-    explicit ScratchSchema(std::string_view url);
-    ~ScratchSchema();
-    ScratchSchema(const ScratchSchema&) = delete;
-    ScratchSchema& operator=(const ScratchSchema&) = delete;
-    // The URI to connect with.
-    const std::string& connection() const { return m_connection; }
-
-private:
-    std::string m_url;
-    std::string m_schema;
-    std::string m_connection;
 };
 
 } // namespace store

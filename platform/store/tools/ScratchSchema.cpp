@@ -1,0 +1,73 @@
+#include "ScratchSchema.h"
+
+#include <cstdio>
+#include <libpq-fe.h>
+#include <memory>
+#include <random>
+
+#include "database/DbaError.h"
+
+namespace store {
+
+std::string withSchema(std::string_view url, std::string_view schema)
+{
+    if (!Store::isServerConnection(url)) {
+        // Appended to a file's name, the options would name another file.
+        throw DbaError(DbaError::Kind::NotConnected, "schema " + std::string(schema),
+            "a schema needs a PostgreSQL URI (postgresql://...), not a database file");
+    }
+    // libpq takes server options in the URI; "=" must be percent-encoded there.
+    std::string out(url);
+    out += out.find('?') == std::string::npos ? "?" : "&";
+    out += "options=-csearch_path%3D";
+    out += schema;
+    return out;
+}
+
+void dropSchema(std::string_view url, std::string_view schema)
+{
+    const std::string context = "drop schema " + std::string(schema);
+    const std::unique_ptr<PGconn, decltype(&PQfinish)> connection(PQconnectdb(std::string(url).c_str()), &PQfinish);
+    if (PQstatus(connection.get()) != CONNECTION_OK) {
+        throw DbaError(DbaError::Kind::Storage, context, PQerrorMessage(connection.get()));
+    }
+    std::string quoted = "\"";
+    for (const char c : schema) {
+        quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    }
+    quoted += '"';
+    const auto sql = "SET client_min_messages = warning; DROP SCHEMA IF EXISTS " + quoted + " CASCADE";
+    const std::unique_ptr<PGresult, decltype(&PQclear)> result(PQexec(connection.get(), sql.c_str()), &PQclear);
+    if (PQresultStatus(result.get()) != PGRES_COMMAND_OK) {
+        throw DbaError(DbaError::Kind::Storage, context, PQerrorMessage(connection.get()));
+    }
+}
+
+ScratchSchema::ScratchSchema(std::string_view url)
+    : m_url(url)
+{
+    std::random_device random;
+    char name[32];
+    std::snprintf(name, sizeof name, "scratch_%08x%08x", random(), random());
+    m_schema = name;
+    m_connection = withSchema(m_url, m_schema);
+}
+
+ScratchSchema::~ScratchSchema()
+{
+    try {
+        dropSchema(m_url, m_schema);
+    } catch (const std::exception&) {
+        // The server is gone, and the schema with it for all that matters here.
+    }
+}
+
+void serveOwnCommands(Store& store)
+{
+    store.setCommandQueued([&store] {
+        while (store.runQueuedCommand("in-process")) {
+        }
+    });
+}
+
+} // namespace store
