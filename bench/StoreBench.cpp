@@ -413,12 +413,12 @@ void BM_Demo_Postgres(benchmark::State& state)
     }
     for (auto _ : state) {
         state.PauseTiming();
-        store::Store::dropSchema(url, "bench_demo_load");
+        store::dropSchema(url, "bench_demo_load");
         state.ResumeTiming();
-        auto store = store::Store::connect(store::Store::withSchema(url, "bench_demo_load"), store::OpenMode::Create);
+        auto store = store::Store::connect(store::withSchema(url, "bench_demo_load"), store::OpenMode::Create);
         store::generateDemo(*store, store::DemoOptions{demoStatements(), 1, kScope}, {});
     }
-    store::Store::dropSchema(url, "bench_demo_load");
+    store::dropSchema(url, "bench_demo_load");
     state.counters["statements"] = static_cast<double>(demoStatements());
 }
 
