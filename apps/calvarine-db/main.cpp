@@ -134,20 +134,25 @@ std::shared_ptr<store::Store> openExisting(const std::string& database)
     }
 }
 
-// A new database; refuses one that exists.
-std::shared_ptr<store::Store> createNew(const std::string& database)
+// A new database for command (create or demo); refuses one that exists, and
+// says what the administrator can do instead: nothing is ever added to or
+// written over an existing database by these two.
+std::shared_ptr<store::Store> createNew(const std::string& database, const std::string& command)
 {
+    const std::string refusal = command + " makes a new database and never writes into an existing one: ";
     if (isFile(database)) {
-        const auto file = fileOf(database);
+        const auto file = fileOf(database).string();
         std::error_code error;
         if (std::filesystem::exists(file, error)) {
-            throw std::runtime_error(file.string() + " exists already: give another --db, or remove it first");
+            throw std::runtime_error(file + " exists already. " + refusal + "give another path with --db, or remove " + file
+                + " (with its -wal and -shm files, if any) and run " + command + " again");
         }
         return store::Store::connect(database, store::OpenMode::Create);
     }
     auto store = store::Store::connect(database, store::OpenMode::Create);
     if (store->fileExists(FileNames::ARCHIVEBORDCAISSE)) {
-        throw std::runtime_error("the database " + shown(database) + " exists already (it holds ARCHIVEBORDCAISSE)");
+        throw std::runtime_error("the PostgreSQL database " + shown(database) + " holds an archive already (file ARCHIVEBORDCAISSE). "
+            + refusal + "give --db another, empty database (createdb), or drop this one and create it again (dropdb, createdb)");
     }
     return store;
 }
@@ -233,7 +238,7 @@ int demo(const std::string& database, const std::vector<std::string>& args)
             throw UsageError("unknown option " + args[i] + " for demo");
         }
     }
-    auto store = createNew(database);
+    auto store = createNew(database, "demo");
     ProgressBar bar("demo");
     store::generateDemo(*store, options, [&](std::size_t done, std::size_t total) { bar.update(done, total); });
     std::cerr << "demo data written to " << shown(database) << '\n';
@@ -285,7 +290,7 @@ int run(std::vector<std::string> args)
         if (!args.empty()) {
             throw UsageError("create takes no argument, not \"" + args[0] + "\"");
         }
-        auto store = createNew(database);
+        auto store = createNew(database, "create");
         store->transaction([&] { store::createSchema(*store); });
         std::cerr << "empty database made at " << shown(database) << '\n';
         return 0;

@@ -3,7 +3,6 @@
 #include <regex>
 
 #include <QCloseEvent>
-#include <QLabel>
 #include <QLayout>
 #include <QStatusBar>
 
@@ -13,6 +12,7 @@
 #include "Rights.h"
 #include "ScreenView.h"
 #include "Sibling.h"
+#include "StatusText.h"
 #include "Store.h"
 #include "ArchiveBordCaisseExcel.h"
 #include "shell/Ctr_Calvarine.h"
@@ -37,15 +37,20 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
     setCentralWidget(m_view);
     setWindowTitle(QStringLiteral("Calvarine – %1 – %2")
                        .arg(QString::fromStdString(m_options.user), QString::fromStdString(m_options.database)));
-    m_rights = new QLabel(this);
-    statusBar()->addWidget(m_rights, 1);
+    // The screen keeps its size; the bars around it add theirs, and the status
+    // line lives within its width: the right to print in full where it fits,
+    // the last paper run in the room left, each cut short with its whole text
+    // as tooltip.
+    m_view->setFixedSize(m_view->minimumSize());
+    m_rights = new StatusText(this);
+    m_rights->setMaximumWidth(m_view->width() * 2 / 3);
+    statusBar()->addWidget(m_rights);
     m_printing = new PrintingMenu(*this);
-    m_paperStatus = new QLabel(this);
+    m_paperStatus = new StatusText(this);
     m_paperStatus->setObjectName(QStringLiteral("StatutImpression"));
+    m_paperStatus->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     statusBar()->addWidget(m_paperStatus, 1);
     statusBar()->setSizeGripEnabled(false);
-    // The screen keeps its size; the bars around it add theirs.
-    m_view->setFixedSize(m_view->minimumSize());
     layout()->setSizeConstraint(QLayout::SetFixedSize);
 
     server::registerArchiveBordCaisseExcel(*m_store);
@@ -80,7 +85,7 @@ bool HostWindow::start()
                     const PaperChoice paper = m_printing->choice();
                     return HostedSibling::Choices{paper.printer, paper.copies, paper.duplex, m_printing->preview()};
                 },
-                [this](const std::string& done) { m_paperStatus->setText(QString::fromStdString(done)); });
+                [this](const std::string& done) { m_paperStatus->setFullText(QString::fromStdString(done)); });
             if (m_options.printTo) {
                 Variant spool = m_options.printTo->string();
                 belmontis->setProperty("SpoolDirectory", spool);
@@ -98,7 +103,7 @@ bool HostWindow::start()
         m_startFailure = startFailureText(e);
         return false;
     }
-    m_rights->setText(rightsText());
+    m_rights->setFullText(rightsText());
     return true;
 }
 
@@ -129,7 +134,7 @@ QString startFailureText(const std::exception& error)
 
 QString HostWindow::paperStatus() const
 {
-    return m_paperStatus->text();
+    return m_paperStatus->fullText();
 }
 
 void HostWindow::closeEvent(QCloseEvent* event)

@@ -12,8 +12,8 @@
 
 class Ctr_Calvarine;
 class PrintingMenu;
-class QLabel;
 class ScreenView;
+class StatusText;
 
 namespace store {
 class Store;
@@ -64,10 +64,10 @@ private:
     std::unique_ptr<QtHostServices> m_host;
     std::unique_ptr<Ctr_Calvarine> m_control;
     ScreenView* m_view = nullptr; // child widget, deleted before the control
-    QLabel* m_rights = nullptr;   // in the status bar
+    StatusText* m_rights = nullptr; // in the status bar
     QString m_startFailure;
     PrintingMenu* m_printing = nullptr; // child object
-    QLabel* m_paperStatus = nullptr;    // in the status bar
+    StatusText* m_paperStatus = nullptr; // in the status bar
 };
 
 // What an exception that stopped Init means for the operator: which file or

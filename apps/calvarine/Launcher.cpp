@@ -2,10 +2,10 @@
 
 #include <regex>
 
-#include <QFileDialog>
 #include <QMessageBox>
 #include <QPushButton>
 
+#include "DatabaseChooser.h"
 #include "Store.h"
 
 Launcher::Launcher(Options options)
@@ -87,23 +87,48 @@ Launcher::Choice Launcher::askAfterFailure(const QString& text, QWidget* parent)
 
 std::optional<std::string> Launcher::chooseDatabase(QWidget* parent, const std::string& previous)
 {
-    std::string folder;
-    if (!store::Store::isServerConnection(previous)) {
-        folder = std::filesystem::path(shown(previous)).parent_path().string();
-    }
-    const QString chosen = QFileDialog::getOpenFileName(parent, QStringLiteral("Ouvrir une base de données"),
-        QString::fromStdString(folder), QStringLiteral("Bases de données (*.db *.sqlite);;Tous les fichiers (*)"));
-    if (chosen.isEmpty()) {
+    DatabaseChooser chooser(shown(previous), parent);
+    if (chooser.exec() != QDialog::Accepted || chooser.connection().empty()) {
         return std::nullopt;
     }
-    return chosen.toStdString();
+    return chooser.connection();
 }
+
+namespace {
+
+// Why a PostgreSQL server could not be reached, in the operator's words; the
+// client library's own message follows for whoever runs the server.
+QString serverFailureText(const std::string& message)
+{
+    const QString said = QString::fromStdString(message).simplified();
+    QString cause = QStringLiteral("le serveur PostgreSQL ne peut pas être joint.");
+    std::smatch match;
+    if (said.contains(QStringLiteral("Connection refused"))) {
+        cause = QStringLiteral("aucun serveur PostgreSQL ne répond à cette adresse (connexion refusée) : est-il démarré, et le port est-il le bon ?");
+    } else if (said.contains(QStringLiteral("timeout expired"))) {
+        cause = QStringLiteral("le serveur PostgreSQL n'a pas répondu à temps.");
+    } else if (said.contains(QStringLiteral("could not translate host name"))) {
+        cause = QStringLiteral("le nom du serveur est inconnu.");
+    } else if (said.contains(QStringLiteral("password authentication failed")) || said.contains(QStringLiteral("no password supplied"))) {
+        cause = QStringLiteral("le serveur refuse cet utilisateur ou ce mot de passe.");
+    } else if (std::regex_search(message, match, std::regex("database \"([^\"]*)\" does not exist"))) {
+        cause = QStringLiteral("la base « %1 » n'existe pas sur ce serveur.").arg(QString::fromStdString(match[1]));
+    } else if (said.contains(QStringLiteral("invalid")) || said.contains(QStringLiteral("missing"))) {
+        cause = QStringLiteral("l'adresse n'est pas une URI PostgreSQL valable (postgresql://utilisateur@hôte:port/base).");
+    }
+    return QStringLiteral("%1\n(%2)").arg(cause, said);
+}
+
+} // namespace
 
 QString openFailureText(const std::string& connection, const std::exception& error)
 {
     // The store's causes for a file, in the operator's words; others as they read.
     QString cause = QString::fromStdString(error.what());
-    if (const auto* dba = dynamic_cast<const DbaError*>(&error); dba && dba->kind() == DbaError::Kind::NotConnected) {
+    const auto* dba = dynamic_cast<const DbaError*>(&error);
+    if (dba && store::Store::isServerConnection(connection) && dba->context() == "connect to the PostgreSQL server") {
+        cause = serverFailureText(dba->detail());
+    } else if (dba && dba->kind() == DbaError::Kind::NotConnected) {
         const std::string& detail = dba->detail();
         cause = QString::fromStdString(detail);
         if (detail == "no such database file") {

@@ -50,7 +50,8 @@ protected:
     virtual std::shared_ptr<store::Store> open(const std::string& connection);
     // Tells what failed and asks what to do next.
     virtual Choice askAfterFailure(const QString& text, QWidget* parent);
-    // Another database to open; none when the operator cancels.
+    // Another database to open, a file or a PostgreSQL URI; none when the
+    // operator cancels.
     virtual std::optional<std::string> chooseDatabase(QWidget* parent, const std::string& previous);
 
 private:

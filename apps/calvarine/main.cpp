@@ -86,7 +86,9 @@ int main(int argc, char** argv)
 
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("calvarine"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Calvarine"));
+    // No display name: the platform would add it to every title, and the
+    // messages' titles are fixed ("Message TRIVALDEN"); the window's own title
+    // names the application already.
     QApplication::setQuitOnLastWindowClosed(false);
     // The toolkit's own words (OK, Annuler, the file dialog) in the operator's
     // language too; without the translations installed they stay in English.

@@ -56,8 +56,9 @@ expect 1 'an empty file, not a database' "$tool" --db "$work/empty.db" import "$
 # create, then import: the report per file, refusals with file:line.
 db="$work/a.db"
 expect 0 'empty database made' "$tool" --db "$db" create
-expect 1 'exists already' "$tool" --db "$db" create
-expect 1 'exists already' "$tool" --db "$db" demo --statements 5
+expect 1 "$db exists already\. create makes a new database" "$tool" --db "$db" create
+# The refusal names the file and both ways on.
+expect 1 "$db exists already\. demo .*give another path with --db, or remove $db .*run demo again" "$tool" --db "$db" demo --statements 5
 cat >"$work/orgs.jsonl" <<'JSONL'
 {"file": "ASSOCIATION", "key": "001", "record": ["AIDE A DOMICILE"]}
 {"file": "ORGPRISECHARGE", "key": "012", "record": ["CAISSE", "CPAM"]}
