@@ -1,5 +1,6 @@
 #include "HelpViewer.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include <QCoreApplication>
@@ -7,6 +8,7 @@
 #include <QEvent>
 #include <QKeyEvent>
 #include <QKeySequence>
+#include <QScreen>
 #include <QSettings>
 #include <QShortcut>
 #include <QStandardPaths>
@@ -40,6 +42,36 @@ protected:
         return false;
     }
 };
+
+// Beside the screen's window where there is room, so that the operator reads
+// while working; over it otherwise; always whole on the screen, however large
+// the size remembered from another screen.
+void place(QWidget& window, const QWidget* owner, QSize size)
+{
+    const QScreen* screen = owner ? owner->screen() : window.screen();
+    if (!screen) {
+        window.resize(size);
+        return;
+    }
+    // Room is kept for the frame and title that the desktop adds.
+    const QSize frame(16, 48);
+    const QRect room = screen->availableGeometry();
+    size = size.boundedTo(room.size() - frame);
+    window.resize(size);
+    QPoint at = room.center() - QPoint(size.width() / 2, size.height() / 2);
+    if (owner) {
+        const QRect beside = owner->window()->frameGeometry();
+        at = beside.center() - QPoint(size.width() / 2, size.height() / 2);
+        if (beside.right() + frame.width() + size.width() <= room.right()) {
+            at = {beside.right() + 1, beside.top()};
+        } else if (beside.left() - frame.width() - size.width() >= room.left()) {
+            at = {beside.left() - frame.width() - size.width(), beside.top()};
+        }
+    }
+    at.setX(std::clamp(at.x(), room.left(), room.right() + 1 - frame.width() - size.width()));
+    at.setY(std::clamp(at.y(), room.top(), room.bottom() + 1 - frame.height() - size.height()));
+    window.move(at);
+}
 
 } // namespace
 
@@ -104,7 +136,7 @@ std::string HelpViewer::AfficherPage(std::string& page, std::string& mode, std::
         m_window->setAttribute(Qt::WA_DeleteOnClose);
         m_window->setOpenExternalLinks(true);
         const QSize remembered = QSettings().value(kSizeKey).toSize();
-        m_window->resize(remembered.isValid() && !remembered.isEmpty() ? remembered : QSize(640, 600));
+        place(*m_window, m_owner, remembered.isValid() && !remembered.isEmpty() ? remembered : QSize(640, 600));
         // Closed like any secondary window: Esc, or the desktop's close keys (Ctrl+W).
         QTextBrowser* window = m_window;
         new QShortcut(QKeySequence::Close, window, window, &QWidget::close, Qt::WindowShortcut);

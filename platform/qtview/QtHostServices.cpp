@@ -94,11 +94,20 @@ void QtHostServices::msgBox(const std::string& text, int style, const std::strin
 void QtHostServices::openFusion()
 {
     const std::filesystem::path fusion = m_setup.fusionDirectory ? m_setup.fusionDirectory() : std::filesystem::path();
-    if (m_setup.openFolder) {
-        m_setup.openFolder(fusion);
-    } else {
-        QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(fusion.string())));
+    const QString folder = QString::fromStdString(fusion.string());
+    const bool opened = m_setup.openFolder ? m_setup.openFolder(fusion) : QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
+    if (opened) {
+        return;
     }
+    // A workstation without a file manager: the operator still learns where the files are.
+    QWidget* over = QApplication::activeModalWidget() ? QApplication::activeModalWidget() : m_parent.data();
+    QMessageBox box(QMessageBox::Warning, QStringLiteral("Calvarine"),
+        QStringLiteral("Le dossier FUSION ne peut pas être ouvert : aucun gestionnaire de fichiers ne répond sur ce poste.\n"
+                       "Les fichiers sont dans le dossier :\n%1")
+            .arg(folder),
+        QMessageBox::Ok, over);
+    box.setTextInteractionFlags(Qt::TextSelectableByMouse);
+    execMessageBox(box);
 }
 
 void QtHostServices::beginCommand()

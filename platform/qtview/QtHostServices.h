@@ -45,8 +45,9 @@ public:
         // The folder FUSION as this workstation sees it; empty (or a folder that
         // does not exist here): the file list offers no folder to open.
         std::function<std::filesystem::path()> fusionDirectory;
-        // Opens a folder in the desktop's file manager; empty: QDesktopServices.
-        std::function<void(const std::filesystem::path&)> openFolder;
+        // Opens a folder in the desktop's file manager, and says whether the
+        // desktop did; empty: QDesktopServices.
+        std::function<bool(const std::filesystem::path&)> openFolder;
     };
 
     explicit QtHostServices(Setup setup);

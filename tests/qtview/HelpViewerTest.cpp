@@ -73,6 +73,13 @@ TEST(HelpViewerTest, ClosesOnEscAndCtrlWAndRemembersItsSize)
     EXPECT_FALSE(window->isVisible());
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_TRUE(window.isNull());
+
+    // A size remembered from a larger screen: the window still opens whole on this one.
+    QSettings().setValue("help/size", QSize(5000, 4000));
+    window = show();
+    EXPECT_TRUE(window->screen()->availableGeometry().contains(window->frameGeometry()))
+        << window->frameGeometry().width() << "x" << window->frameGeometry().height();
+    window->close();
 }
 
 } // namespace

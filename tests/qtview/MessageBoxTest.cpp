@@ -84,19 +84,31 @@ TEST(MessageBoxTest, AShortFileListOpensFusionToo)
 {
     QTemporaryDir fusion;
     std::vector<fs::path> opened;
+    bool desktopOpens = true;
     QtHostServices::Setup setup;
     setup.fusionDirectory = [&] { return fs::path(fusion.path().toStdString()); };
-    setup.openFolder = [&](const fs::path& folder) { opened.push_back(folder); };
+    setup.openFolder = [&](const fs::path& folder) {
+        opened.push_back(folder);
+        return desktopOpens;
+    };
     TestHost host(std::move(setup));
     host.inspect = [](QDialog& box) {
-        QPushButton* open = buttonNamed(box, QStringLiteral("Ouvrir le dossier FUSION"));
-        ASSERT_NE(open, nullptr);
-        open->click();
+        if (QPushButton* open = buttonNamed(box, QStringLiteral("Ouvrir le dossier FUSION"))) {
+            open->click();
+        }
     };
-    host.msgBox("Le fichier suivant a été généré dans le répertoire FUSION :\r\n - 001P_202611_012_F1.pdf", 64, "Message TRIVALDEN");
+    const std::string list = "Le fichier suivant a été généré dans le répertoire FUSION :\r\n - 001P_202611_012_F1.pdf";
+    host.msgBox(list, 64, "Message TRIVALDEN");
     ASSERT_EQ(host.boxes.size(), 1u);
     EXPECT_FALSE(host.boxes[0].scrolls);
     EXPECT_EQ(opened, std::vector<fs::path>{fusion.path().toStdString()});
+
+    // No file manager on the workstation: the operator is told where the folder is.
+    desktopOpens = false;
+    host.msgBox(list, 64, "Message TRIVALDEN");
+    ASSERT_EQ(host.boxes.size(), 3u);
+    EXPECT_EQ(host.boxes[2].icon, QMessageBox::Warning);
+    EXPECT_NE(host.boxes[2].text.find(fusion.path().toStdString()), std::string::npos) << host.boxes[2].text;
 }
 
 // The server command of the test stands in for the real one: it reports its
@@ -113,7 +125,10 @@ protected:
         store::generateDemo(*store, demo);
         window = std::make_unique<HostWindow>(store, HostWindow::Options{"operateur", {}, "calvarine.db"},
             [this](QtHostServices::Setup setup) {
-                setup.openFolder = [this](const fs::path& folder) { opened.push_back(folder); };
+                setup.openFolder = [this](const fs::path& folder) {
+                    opened.push_back(folder);
+                    return true;
+                };
                 auto made = std::make_unique<TestHost>(std::move(setup));
                 host = made.get();
                 return made;
