@@ -246,7 +246,8 @@ std::vector<int> renderPdf(std::span<const StatementData> statements, QIODevice&
     // Drawn in parts on the threads, then joined and written once with the document's metadata.
     const DrawnDocuments drawn = drawDocuments(statements);
     PdfMetadata metadata{title, QString::fromStdString(statements.front().entity.name),
-        QStringLiteral("Duplicata de %1 bordereau(x)").arg(statements.size())};
+        statements.size() == 1 ? QStringLiteral("Duplicata d'un bordereau")
+                               : QStringLiteral("Duplicata de %1 bordereaux").arg(statements.size())};
     const std::string bytes = joinPdf(drawn.documents, metadata);
     if (out.write(bytes.data(), static_cast<qint64>(bytes.size())) != static_cast<qint64>(bytes.size())) {
         throw std::runtime_error("cannot write the PDF: " + out.errorString().toStdString());
