@@ -34,7 +34,6 @@ public:
 
     struct Part {
         std::vector<StatementData> statements;
-        std::size_t count = 0;
         bool done = false;
         std::exception_ptr error;
         std::vector<int> pageCounts;
@@ -70,7 +69,6 @@ public:
     void submit(std::vector<StatementData> statements)
     {
         auto part = std::make_shared<Part>();
-        part->count = statements.size();
         part->statements = std::move(statements);
         {
             const std::lock_guard lock(m_mutex);
