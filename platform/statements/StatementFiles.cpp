@@ -184,11 +184,16 @@ void StatementFiles::submit()
     }
 }
 
-std::size_t StatementFiles::drawn()
+void StatementFiles::collect(bool wait)
 {
-    for (const auto& part : m_pool->collect(false)) {
+    for (const auto& part : m_pool->collect(wait)) {
         std::move(part->files.begin(), part->files.end(), std::back_inserter(m_files));
     }
+}
+
+std::size_t StatementFiles::drawn()
+{
+    collect(false);
     return m_files.size();
 }
 
@@ -196,9 +201,7 @@ std::vector<std::string> StatementFiles::take(const std::function<void(std::size
 {
     submit();
     while (!m_pool->empty()) {
-        for (const auto& part : m_pool->collect(true)) {
-            std::move(part->files.begin(), part->files.end(), std::back_inserter(m_files));
-        }
+        collect(true);
         if (progress) {
             progress(m_files.size());
         }

@@ -51,6 +51,8 @@ public:
 
 private:
     void submit();
+    // Appends the files of the drawn parts the pool gives (waiting for one with wait).
+    void collect(bool wait);
 
     std::size_t m_perDocument;
     std::vector<StatementData> m_pending;
