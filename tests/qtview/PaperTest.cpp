@@ -55,33 +55,32 @@ void cupsCommand(const QString& program, const QStringList& arguments)
     ASSERT_EQ(process.exitCode(), 0) << program.toStdString() << ": " << process.readAll().toStdString();
 }
 
-// The text of a PDF as pdftotext gives it.
-std::string pdfText(const fs::path& pdf)
+// What a poppler tool prints about a PDF.
+std::string pdfTool(const QString& program, QStringList arguments, const fs::path& pdf)
 {
+    arguments << QString::fromStdString(pdf.string());
+    if (program == QStringLiteral("pdftotext")) {
+        arguments << QStringLiteral("-");
+    }
     QProcess process;
-    process.start(QStringLiteral("pdftotext"), {QString::fromStdString(pdf.string()), QStringLiteral("-")});
+    process.start(program, arguments);
     process.waitForFinished(30000);
     return process.readAllStandardOutput().toStdString();
 }
 
+std::string pdfText(const fs::path& pdf) { return pdfTool(QStringLiteral("pdftotext"), {}, pdf); }
+
 int pdfPages(const fs::path& pdf)
 {
-    QProcess process;
-    process.start(QStringLiteral("pdfinfo"), {QString::fromStdString(pdf.string())});
-    process.waitForFinished(30000);
-    const QString info = QString::fromUtf8(process.readAllStandardOutput());
+    const QString info = QString::fromStdString(pdfTool(QStringLiteral("pdfinfo"), {}, pdf));
     const auto at = info.indexOf(QStringLiteral("Pages:"));
     return at < 0 ? -1 : info.mid(at + 6).section(QLatin1Char('\n'), 0, 0).trimmed().toInt();
 }
 
 std::string pdfPageText(const fs::path& pdf, int page)
 {
-    QProcess process;
-    process.start(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), QStringLiteral("-f"), QString::number(page),
-                                                   QStringLiteral("-l"), QString::number(page), QString::fromStdString(pdf.string()),
-                                                   QStringLiteral("-")});
-    process.waitForFinished(30000);
-    return process.readAllStandardOutput().toStdString();
+    const QString n = QString::number(page);
+    return pdfTool(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), QStringLiteral("-f"), n, QStringLiteral("-l"), n}, pdf);
 }
 
 // Answers the next modal dialog of that name as answer says, once it shows.
@@ -221,27 +220,6 @@ protected:
     std::unique_ptr<HostWindow> window;
 };
 
-TEST_F(PaperTest, ARunIsOneJobOnTheDefaultQueueWithTheStatementsInTheSelectionsOrder)
-{
-    const auto invoices = selectTwoStatements();
-    printOnPaper();
-    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
-    EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("2 bordereaux envoyés à l'imprimante calvarine-pdf (travail n° ")))
-        << window->paperStatus().toStdString();
-    const fs::path job = printedJob();
-    ASSERT_TRUE(fs::exists(job)) << job;
-    const std::string text = pdfText(job);
-    const auto first = text.find(invoices[0]);
-    const auto second = text.find(invoices[1]);
-    ASSERT_NE(first, std::string::npos) << text;
-    ASSERT_NE(second, std::string::npos) << text;
-    EXPECT_LT(first, second) << "the statements come in the order of the selection";
-    EXPECT_NE(text.find("DUPLICATA"), std::string::npos);
-    // The screen is reset after a run that went through.
-    EXPECT_EQ(control("Lst_CodeOrgaSel").listCount(), 0);
-    EXPECT_FALSE(fs::exists(root() / "calvarine" / "spool")) << "nothing kept beside the printer";
-}
-
 TEST_F(PaperTest, PageNOfPaperIsPageNOfTheFileOnTheSamePaper)
 {
     // Two statements long enough to run over several pages, with lines that wrap.
@@ -338,10 +316,11 @@ TEST_F(PaperTest, ThePrinterChoiceIsRememberedAndGoesWithTheJob)
     EXPECT_NE(options.find("sides=two-sided-long-edge"), std::string::npos) << options;
 }
 
+// A confirmed run is one job on the default queue, the statements in the selection's order.
 TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
 {
     window->printing().previewAction()->setChecked(true);
-    selectTwoStatements();
+    const auto invoices = selectTwoStatements();
     const auto before = jobs();
 
     int pages = 0;
@@ -357,8 +336,18 @@ TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
     answerDialog(QStringLiteral("ApercuAvantImpression"), [](QDialog& dialog) { dialog.accept(); });
     printOnPaper();
     ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
-    EXPECT_TRUE(fs::exists(printedJob()));
+    EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("2 bordereaux envoyés à l'imprimante calvarine-pdf (travail n° ")))
+        << window->paperStatus().toStdString();
+    const fs::path job = printedJob();
+    ASSERT_TRUE(fs::exists(job)) << job;
+    const std::string text = pdfText(job);
+    const auto first = text.find(invoices[0]);
+    ASSERT_NE(first, std::string::npos) << text;
+    EXPECT_NE(text.find(invoices[1], first), std::string::npos) << "the statements come in the order of the selection";
+    EXPECT_NE(text.find("DUPLICATA"), std::string::npos);
+    // The screen is reset after a run that went through, and nothing is kept beside the printer.
     EXPECT_EQ(control("Lst_CodeOrgaSel").listCount(), 0);
+    EXPECT_FALSE(fs::exists(root() / "calvarine" / "spool"));
 }
 
 TEST_F(PaperTest, AJobNotTakenReachesTheOperatorWithTheReasonAndNothingIsLost)
