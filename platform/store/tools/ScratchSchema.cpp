@@ -31,12 +31,12 @@ void dropSchema(std::string_view url, std::string_view schema)
     if (PQstatus(connection.get()) != CONNECTION_OK) {
         throw DbaError(DbaError::Kind::Storage, context, PQerrorMessage(connection.get()));
     }
-    std::string quoted = "\"";
-    for (const char c : schema) {
-        quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    const std::unique_ptr<char, decltype(&PQfreemem)> quoted(
+        PQescapeIdentifier(connection.get(), schema.data(), schema.size()), &PQfreemem);
+    if (!quoted) {
+        throw DbaError(DbaError::Kind::Storage, context, PQerrorMessage(connection.get()));
     }
-    quoted += '"';
-    const auto sql = "SET client_min_messages = warning; DROP SCHEMA IF EXISTS " + quoted + " CASCADE";
+    const auto sql = "SET client_min_messages = warning; DROP SCHEMA IF EXISTS " + std::string(quoted.get()) + " CASCADE";
     const std::unique_ptr<PGresult, decltype(&PQclear)> result(PQexec(connection.get(), sql.c_str()), &PQclear);
     if (PQresultStatus(result.get()) != PGRES_COMMAND_OK) {
         throw DbaError(DbaError::Kind::Storage, context, PQerrorMessage(connection.get()));
