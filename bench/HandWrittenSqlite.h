@@ -31,3 +31,11 @@ inline std::string_view column(sqlite3_stmt* statement, int i)
 {
     return {static_cast<const char*>(sqlite3_column_blob(statement, i)), static_cast<std::size_t>(sqlite3_column_bytes(statement, i))};
 }
+
+// Removes a database file and the journal files SQLite keeps beside it.
+inline void removeDatabase(const std::filesystem::path& file)
+{
+    for (const char* suffix : {"", "-wal", "-shm"}) {
+        std::filesystem::remove(file.string() + suffix);
+    }
+}

@@ -29,9 +29,7 @@ std::size_t demoStatements()
 std::filesystem::path freshFile(const std::string& name)
 {
     const auto file = std::filesystem::path(CALVARINE_BENCH_DATA) / name;
-    for (const char* suffix : {"", "-wal", "-shm"}) {
-        std::filesystem::remove(file.string() + suffix);
-    }
+    removeDatabase(file);
     return file;
 }
 

@@ -46,9 +46,7 @@ const std::filesystem::path& database()
         const std::filesystem::path file = std::filesystem::path(CALVARINE_BENCH_DATA) / ("store-" + std::to_string(count) + ".db");
         const auto done = file.string() + ".done";
         if (!std::filesystem::exists(done)) {
-            std::filesystem::remove(file);
-            std::filesystem::remove(file.string() + "-wal");
-            std::filesystem::remove(file.string() + "-shm");
+            removeDatabase(file);
             std::cerr << "generating " << count << " statements into " << file << " (once)\n";
             auto store = store::Store::create(file);
             store::generateDemo(*store, store::DemoOptions{count, 1, kScope}, {});
