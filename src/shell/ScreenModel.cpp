@@ -83,25 +83,6 @@ void ScreenModel::moveFocus(Control* target)
     }
 }
 
-bool ScreenModel::canReach(const Control& control) const
-{
-    if (control.kind() == ControlKind::MenuEntry) {
-        return control.enabled();
-    }
-    if (!m_userControl->enabled()) {
-        return false;
-    }
-    if (control.kind() == ControlKind::UserControl) {
-        return true;
-    }
-    for (const Control* c = &control; c; c = c->container()) {
-        if (!c->enabled() || !c->visible()) {
-            return false;
-        }
-    }
-    return true;
-}
-
 namespace {
 
 // Enabled and Visible, with every frame around it; UserControl aside.
@@ -116,6 +97,17 @@ bool standsOpen(const Control& control)
 }
 
 } // namespace
+
+bool ScreenModel::canReach(const Control& control) const
+{
+    if (control.kind() == ControlKind::MenuEntry) {
+        return control.enabled();
+    }
+    if (!m_userControl->enabled()) {
+        return false;
+    }
+    return control.kind() == ControlKind::UserControl || standsOpen(control);
+}
 
 bool ScreenModel::isTabStop(const Control& control) const
 {
