@@ -41,6 +41,8 @@ protected:
     }
     // A worker in a process of its own that takes the next command (within
     // ten seconds) and runs it; what becomes of the process is the command's.
+    // Forked while this process has no other thread: a thread holding an
+    // allocator lock at the fork would leave the child waiting on it for ever.
     pid_t forkedWorker(const std::string& name, const std::string& command, ServerCommand run)
     {
         const pid_t child = fork();
@@ -140,8 +142,6 @@ TEST_P(StoreOnServer, ACommandWhoseWorkerDiesRunsOnceToCompletionAfterTheLease)
         context.store.write("COMPTE", "runs", std::to_string(runs + 1));
         context.store.write("TEMPO", "BORDCAISSEEXCEL", "fait");
     };
-    auto client = executeLater(db(), "COMPTER");
-
     // The first worker is a process that dies in the middle of the command, its
     // writes made but not committed.
     const pid_t child = forkedWorker("dying", "COMPTER", [&](CommandContext& context) {
@@ -149,10 +149,10 @@ TEST_P(StoreOnServer, ACommandWhoseWorkerDiesRunsOnceToCompletionAfterTheLease)
         _exit(3);
     });
     ASSERT_GT(child, 0);
-    int status = 0;
-    waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    ASSERT_EQ(WEXITSTATUS(status), 3) << "the first worker did not die in the command";
+    auto client = executeLater(db(), "COMPTER");
+    const auto status = waitForExit(child);
+    ASSERT_TRUE(status && WIFEXITED(*status)) << "the first worker hung";
+    ASSERT_EQ(WEXITSTATUS(*status), 3) << "the first worker did not die in the command";
 
     auto worker = m_database.connect();
     worker->registerCommand("COMPTER", command);
@@ -220,7 +220,6 @@ TEST_P(StoreOnServer, AFrozenWorkerLosesItsCommandToAnother)
     db().setCommandTimeout(30s);
     // Made beforehand: the frozen worker's transaction would hold the schema's lock.
     db().createFile("RESULTATS");
-    auto client = executeLater(db(), "LENT");
     // The first worker, a process, starts the command and is then frozen: its
     // lease runs out, and what it does once thawed does not count.
     const pid_t child = forkedWorker("gele", "LENT", [&](CommandContext& context) {
@@ -232,14 +231,14 @@ TEST_P(StoreOnServer, AFrozenWorkerLosesItsCommandToAnother)
         }
     });
     ASSERT_GT(child, 0);
+    auto client = executeLater(db(), "LENT");
     const bool started = eventually([&] { return std::filesystem::exists(marker); });
     kill(child, SIGSTOP);
     auto worker = m_database.connect();
     worker->registerCommand("LENT", [](CommandContext& context) { context.store.write("RESULTATS", "vivant", "x"); });
     const bool taken = started && eventually([&] { return worker->runQueuedCommand("vivant", 1s); });
     kill(child, SIGCONT);
-    int status = 0;
-    waitpid(child, &status, 0);
+    EXPECT_TRUE(waitForExit(child)) << "the frozen worker hung once thawed";
     ASSERT_TRUE(started);
     ASSERT_TRUE(taken);
     client.get();

@@ -6,6 +6,8 @@
 // CALVARINE_PG_URL_FILE, which the ctest fixture writes). Tests that hold for
 // both engines are TEST_P on StoreTest or a fixture derived from it.
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -14,6 +16,7 @@
 #include <stdexcept>
 #include <optional>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
 
 #include "Fixtures.h"
@@ -65,6 +68,24 @@ bool eventually(Condition holds)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return holds();
+}
+
+// Waits for a child process to end, at most `limit`: a child that hangs is
+// killed rather than hanging the test run. Returns its wait status, or nothing
+// when it had to be killed.
+inline std::optional<int> waitForExit(pid_t child, std::chrono::seconds limit = std::chrono::seconds(60))
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    int status = 0;
+    while (waitpid(child, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill(child, SIGKILL);
+            waitpid(child, &status, 0);
+            return std::nullopt;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return status;
 }
 
 class TempDir {

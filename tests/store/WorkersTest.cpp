@@ -49,8 +49,9 @@ public:
     ~Worker()
     {
         kill(m_pid, SIGTERM);
-        int status = 0;
-        waitpid(m_pid, &status, 0);
+        if (!waitForExit(m_pid)) {
+            ADD_FAILURE() << "a worker did not stop on SIGTERM within a minute";
+        }
     }
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
