@@ -91,7 +91,7 @@ void BM_OneWriterPerStatement(benchmark::State& state)
     }
     perStatement(state, static_cast<int>(all.size()));
 }
-BENCHMARK(BM_OneWriterPerStatement)->Args({50, 10})->Args({50, 40})->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_OneWriterPerStatement)->Args({50, 10})->Args({50, 40})->Args({50, 100})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The paper spool: the whole run as one PDF (goal: 1,500 statements under 3 s).
 void BM_PaperSpool(benchmark::State& state)
