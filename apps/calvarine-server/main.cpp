@@ -84,6 +84,8 @@ int work(int argc, char** argv, const Options& options)
     std::shared_ptr<store::Store> store;
     std::chrono::seconds pause{1};
     bool troubled = false;
+    // The store makes a lost connection again by itself: the worker only says so.
+    std::uint64_t reconnections = 0;
     while (true) {
         try {
             if (!store) {
@@ -99,6 +101,10 @@ int work(int argc, char** argv, const Options& options)
                 server::registerArchiveBordCaisseExcel(*store);
             }
             while (store->runQueuedCommand(name, lease)) {
+            }
+            if (store->reconnections() != reconnections) {
+                reconnections = store->reconnections();
+                troubled = true;
             }
             if (troubled) {
                 std::cerr << "calvarine-server " << name << ": connected to the database again\n";

@@ -76,6 +76,8 @@ public:
     // The queue of server commands of a shared database; null for an engine whose
     // commands run in the calling process.
     virtual CommandQueue* commandQueue() { return nullptr; }
+    // How many times the connection to a server was lost and made again.
+    virtual std::uint64_t reconnections() const { return 0; }
 };
 
 // A selector of a sentence resolved against its file's dictionary.

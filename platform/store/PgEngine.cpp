@@ -28,6 +28,7 @@ PgEngine::PgEngine(std::string_view url)
     m_db->setRollbackHandler([this] { forgetAll(); });
     // Changes made while the connection was down sent notifications nobody heard.
     m_db->setReconnectHandler([this] {
+        ++m_reconnections;
         forgetAll();
         m_db->runCommand("SET client_min_messages = warning", "connect");
     });

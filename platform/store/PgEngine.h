@@ -72,6 +72,7 @@ public:
     void setSession(std::string session) override { m_session = std::move(session); }
 
     CommandQueue* commandQueue() override;
+    std::uint64_t reconnections() const override { return m_reconnections; }
 
     // Files kept in memory: at most this many records (0 turns the cache off).
     void setCacheLimit(std::size_t records) { m_cacheLimit = records; m_cache.clear(); }
@@ -103,6 +104,7 @@ private:
     std::filesystem::path m_path;
     std::unique_ptr<pg::Connection> m_db;
     std::unique_ptr<PgCommandQueue> m_queue;
+    std::uint64_t m_reconnections = 0;
     std::string m_schema;
     std::string m_session;
     std::string m_defaultSession; // this connection's own, when the host sets none

@@ -113,7 +113,12 @@ Plan plan(const sentence::Parsed& parsed, const std::vector<DictName>& names, co
     for (std::size_t i = 0; i < where.size(); ++i) {
         out.query.sql += (i ? " AND " : " WHERE ") + where[i];
     }
-    out.query.sql += " ORDER BY " + order;
+    // With a sort the client orders the rows itself, ties by key: an ORDER BY
+    // here would make the server sort every record it sends (on disk, past
+    // work_mem) only for the client to sort them again.
+    if (out.sorts.empty()) {
+        out.query.sql += " ORDER BY " + order;
+    }
     out.query.readsRecord = wantRecord;
     return out;
 }
@@ -176,8 +181,8 @@ DbaDynArray PgEngine::select(const sentence::Parsed& parsed, const std::vector<i
         rows[i] = i;
     }
     if (!planned.sorts.empty()) {
-        // Rows come in key order and the sort is stable: ties stay in key order.
-        std::stable_sort(rows.begin(), rows.end(), [&](std::size_t a, std::size_t b) {
+        // Rows come in no particular order: ties are put in key order.
+        std::sort(rows.begin(), rows.end(), [&](std::size_t a, std::size_t b) {
             for (std::size_t k = 0; k < planned.sorts.size(); ++k) {
                 const auto x = field(a, 1 + k);
                 const auto y = field(b, 1 + k);
@@ -186,7 +191,7 @@ DbaDynArray PgEngine::select(const sentence::Parsed& parsed, const std::vector<i
                     return order < 0;
                 }
             }
-            return false;
+            return field(a, 0) < field(b, 0);
         });
     }
 

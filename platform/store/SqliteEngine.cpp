@@ -9,6 +9,7 @@
 namespace store {
 
 using names::checkKey;
+using names::hasMark;
 using names::isPlainName;
 using sqlite::bindText;
 using sqlite::columnText;
@@ -93,8 +94,9 @@ void SqliteEngine::transaction(const std::function<void()>& work)
 {
     const auto hold = holding();
     if (m_depth > 0) {
-        // Nested: a savepoint, so a failure undoes only this part.
-        exec("SAVEPOINT calvarine");
+        // Nested: a savepoint, so a failure undoes only this part. Every write of
+        // a load is one: prepared, not parsed each time.
+        step(prepare("SAVEPOINT calvarine"), "SAVEPOINT calvarine");
         ++m_depth;
         try {
             work();
@@ -104,7 +106,7 @@ void SqliteEngine::transaction(const std::function<void()>& work)
             throw;
         }
         --m_depth;
-        exec("RELEASE calvarine");
+        step(prepare("RELEASE calvarine"), "RELEASE calvarine");
         return;
     }
     // IMMEDIATE takes the write lock first (waiting up to the busy timeout), so
@@ -125,7 +127,7 @@ void SqliteEngine::transaction(const std::function<void()>& work)
         }
         // Created tables and dictionary rows may be gone with the rollback.
         m_knownFiles.clear();
-        m_dictionaries.clear();
+        forgetDictionaries();
         m_reads.clear();
         throw;
     }
@@ -142,7 +144,7 @@ void SqliteEngine::refreshSchema()
     if (version != m_schemaVersion) {
         // Another connection defined names or files: read the dictionaries again.
         m_schemaVersion = version;
-        m_dictionaries.clear();
+        forgetDictionaries();
     }
 }
 
@@ -292,17 +294,16 @@ void SqliteEngine::defineName(std::string_view file, std::string_view name, int 
             }
         }
         m_dictionaries.erase(fileName);
+        m_writePlans.erase(fileName);
         if (attribute > 0) {
             exec(("CREATE TABLE " + table + "(value TEXT NOT NULL, key TEXT NOT NULL, PRIMARY KEY(value, key)) WITHOUT ROWID").c_str());
-            DictName only;
-            only.name = std::string(name);
-            only.attribute = attribute;
-            only.indexTable = fileName + "#" + std::string(name);
-            const std::vector<DictName> names{only};
+            // The records already there enter the new index, and only it.
+            WritePlan only;
+            only.indexes.push_back(indexStatements(attribute, fileName + "#" + std::string(name)));
             std::vector<std::pair<std::string, std::string>> records;
             forEach(file, [&](std::string_view key, std::string_view record) { records.emplace_back(key, record); });
             for (const auto& [key, record] : records) {
-                indexRecord(names, key, {}, record);
+                indexRecord(only, key, {}, record);
             }
         }
         refreshSchema();
@@ -350,44 +351,70 @@ void SqliteEngine::forEach(std::string_view file, const std::function<void(std::
     }
 }
 
-void SqliteEngine::indexRecord(const std::vector<DictName>& names, std::string_view key, std::string_view oldRecord,
-    std::string_view newRecord)
+void SqliteEngine::forgetDictionaries()
 {
-    for (const auto& name : names) {
+    m_dictionaries.clear();
+    m_writePlans.clear();
+}
+
+void SqliteEngine::step(sqlite3_stmt* statement, const char* context)
+{
+    Use use(statement);
+    if (sqlite3_step(statement) != SQLITE_DONE) {
+        fail(context);
+    }
+}
+
+SqliteEngine::WritePlan::Index SqliteEngine::indexStatements(int attribute, const std::string& table)
+{
+    const std::string quoted = quoteIdent(table);
+    return {attribute, table, prepare("INSERT OR IGNORE INTO " + quoted + "(value, key) VALUES(?1, ?2)"),
+        prepare("DELETE FROM " + quoted + " WHERE value = ?1 AND key = ?2")};
+}
+
+const SqliteEngine::WritePlan& SqliteEngine::writePlanOf(std::string_view file)
+{
+    if (const auto found = m_writePlans.find(file); found != m_writePlans.end()) {
+        return found->second;
+    }
+    const std::string table = quoteIdent(file);
+    WritePlan plan;
+    plan.upsert = prepare("INSERT OR REPLACE INTO " + table + "(key, record) VALUES(?1, ?2)");
+    plan.erase = prepare("DELETE FROM " + table + " WHERE key = ?1");
+    for (const auto& name : dictionaryOf(std::string(file))) {
         if (name.indexTable.empty()) {
             continue;
         }
-        const auto oldValues = sentence::distinctValues(sentence::attributeOf(oldRecord, name.attribute));
-        const auto newValues = sentence::distinctValues(sentence::attributeOf(newRecord, name.attribute));
-        const bool hadRecord = oldRecord.data() != nullptr;
+        plan.indexes.push_back(indexStatements(name.attribute, name.indexTable));
+    }
+    return m_writePlans.emplace(std::string(file), std::move(plan)).first->second;
+}
+
+void SqliteEngine::indexRecord(const WritePlan& plan, std::string_view key, std::string_view oldRecord, std::string_view newRecord)
+{
+    const bool hadRecord = oldRecord.data() != nullptr;
+    auto apply = [&](sqlite3_stmt* statement, std::string_view value, const std::string& table) {
+        Use use(statement);
+        bindText(statement, 1, value);
+        bindText(statement, 2, key);
+        if (sqlite3_step(statement) != SQLITE_DONE) {
+            fail("index " + table);
+        }
+    };
+    for (const auto& index : plan.indexes) {
+        const auto oldValues = sentence::distinctValues(sentence::attributeOf(oldRecord, index.attribute));
+        const auto newValues = sentence::distinctValues(sentence::attributeOf(newRecord, index.attribute));
         if (hadRecord && oldValues == newValues) {
             continue;
         }
-        const std::string table = quoteIdent(name.indexTable);
-        if (hadRecord) {
-            sqlite3_stmt* erase = prepare("DELETE FROM " + table + " WHERE value = ?1 AND key = ?2");
-            for (const auto value : oldValues) {
-                if (std::binary_search(newValues.begin(), newValues.end(), value)) {
-                    continue;
-                }
-                Use use(erase);
-                bindText(erase, 1, value);
-                bindText(erase, 2, key);
-                if (sqlite3_step(erase) != SQLITE_DONE) {
-                    fail("index " + name.indexTable);
-                }
+        for (const auto value : oldValues) {
+            if (!std::binary_search(newValues.begin(), newValues.end(), value)) {
+                apply(index.erase, value, index.table);
             }
         }
-        sqlite3_stmt* insert = prepare("INSERT OR IGNORE INTO " + table + "(value, key) VALUES(?1, ?2)");
         for (const auto value : newValues) {
-            if (hadRecord && std::binary_search(oldValues.begin(), oldValues.end(), value)) {
-                continue;
-            }
-            Use use(insert);
-            bindText(insert, 1, value);
-            bindText(insert, 2, key);
-            if (sqlite3_step(insert) != SQLITE_DONE) {
-                fail("index " + name.indexTable);
+            if (!hadRecord || !std::binary_search(oldValues.begin(), oldValues.end(), value)) {
+                apply(index.insert, value, index.table);
             }
         }
     }
@@ -395,24 +422,25 @@ void SqliteEngine::indexRecord(const std::vector<DictName>& names, std::string_v
 
 void SqliteEngine::write(std::string_view file, std::string_view key, std::string_view record)
 {
-    const std::string context = "write " + std::string(file) + " \"" + std::string(key) + "\"";
-    checkKey(key, context);
+    auto context = [&] { return "write " + std::string(file) + " \"" + std::string(key) + "\""; };
+    if (key.empty() || hasMark(key)) {
+        checkKey(key, context());
+    }
     const auto hold = holding();
     transaction([&] {
         createFile(file);
-        const auto& names = dictionaryOf(std::string(file));
-        const bool indexed = std::any_of(names.begin(), names.end(), [](const DictName& n) { return !n.indexTable.empty(); });
-        if (indexed) {
+        const auto& plan = writePlanOf(file);
+        if (!plan.indexes.empty()) {
             const auto old = read(file, key);
             // data() of a default string_view is null: "no record before".
-            indexRecord(names, key, old ? std::string_view(*old) : std::string_view(), record.data() ? record : std::string_view("", 0));
+            indexRecord(plan, key, old ? std::string_view(*old) : std::string_view(), record.data() ? record : std::string_view("", 0));
         }
-        sqlite3_stmt* statement = prepare("INSERT OR REPLACE INTO " + quoteIdent(file) + "(key, record) VALUES(?1, ?2)");
-        Use use(statement);
-        bindText(statement, 1, key);
-        sqlite3_bind_blob(statement, 2, record.data() ? record.data() : "", static_cast<int>(record.size()), SQLITE_TRANSIENT);
-        if (sqlite3_step(statement) != SQLITE_DONE) {
-            fail(context);
+        Use use(plan.upsert);
+        bindText(plan.upsert, 1, key);
+        // Static: the record outlives the step, and a load's records are large.
+        sqlite3_bind_blob(plan.upsert, 2, record.data() ? record.data() : "", static_cast<int>(record.size()), SQLITE_STATIC);
+        if (sqlite3_step(plan.upsert) != SQLITE_DONE) {
+            fail(context());
         }
     });
 }
@@ -429,25 +457,20 @@ bool SqliteEngine::remove(std::string_view file, std::string_view key)
         if (!old) {
             return;
         }
-        const auto& names = dictionaryOf(std::string(file));
-        for (const auto& name : names) {
-            if (name.indexTable.empty()) {
-                continue;
-            }
-            sqlite3_stmt* erase = prepare("DELETE FROM " + quoteIdent(name.indexTable) + " WHERE value = ?1 AND key = ?2");
-            for (const auto value : sentence::distinctValues(sentence::attributeOf(*old, name.attribute))) {
-                Use use(erase);
-                bindText(erase, 1, value);
-                bindText(erase, 2, key);
-                if (sqlite3_step(erase) != SQLITE_DONE) {
-                    fail("index " + name.indexTable);
+        const auto& plan = writePlanOf(file);
+        for (const auto& index : plan.indexes) {
+            for (const auto value : sentence::distinctValues(sentence::attributeOf(*old, index.attribute))) {
+                Use use(index.erase);
+                bindText(index.erase, 1, value);
+                bindText(index.erase, 2, key);
+                if (sqlite3_step(index.erase) != SQLITE_DONE) {
+                    fail("index " + index.table);
                 }
             }
         }
-        sqlite3_stmt* statement = prepare("DELETE FROM " + quoteIdent(file) + " WHERE key = ?1");
-        Use use(statement);
-        bindText(statement, 1, key);
-        if (sqlite3_step(statement) != SQLITE_DONE) {
+        Use use(plan.erase);
+        bindText(plan.erase, 1, key);
+        if (sqlite3_step(plan.erase) != SQLITE_DONE) {
             fail("delete " + std::string(file) + " \"" + std::string(key) + "\"");
         }
         removed = sqlite3_changes(m_db) > 0;

@@ -79,8 +79,25 @@ private:
     [[noreturn]] void fail(const std::string& context) const;
     void refreshSchema();
     const std::vector<DictName>& dictionaryOf(const std::string& file);
-    void indexRecord(const std::vector<DictName>& names, std::string_view key, std::string_view oldRecord,
-        std::string_view newRecord);
+    // What a write to one file runs: the record's upsert and delete and, per
+    // index table, its insert and delete. Prepared once per file, forgotten with
+    // the dictionaries.
+    struct WritePlan {
+        struct Index {
+            int attribute = 0;
+            std::string table;
+            sqlite3_stmt* insert = nullptr;
+            sqlite3_stmt* erase = nullptr;
+        };
+        sqlite3_stmt* upsert = nullptr;
+        sqlite3_stmt* erase = nullptr;
+        std::vector<Index> indexes;
+    };
+    const WritePlan& writePlanOf(std::string_view file);
+    WritePlan::Index indexStatements(int attribute, const std::string& table);
+    void forgetDictionaries();
+    void step(sqlite3_stmt* statement, const char* context);
+    void indexRecord(const WritePlan& plan, std::string_view key, std::string_view oldRecord, std::string_view newRecord);
 
     std::filesystem::path m_path;
     sqlite3* m_db = nullptr;
@@ -92,6 +109,7 @@ private:
     std::unordered_map<std::string, StatementPtr> m_sentences;
     std::set<std::string, std::less<>> m_knownFiles;
     std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
+    std::map<std::string, WritePlan, std::less<>> m_writePlans;
     // The read of a record, prepared once per file.
     std::map<std::string, sqlite3_stmt*, std::less<>> m_reads;
     std::unique_ptr<ReadSnapshot> m_snapshot;

@@ -224,6 +224,11 @@ bool Store::queuesCommands() const
     return m_impl->engine->commandQueue() != nullptr;
 }
 
+std::uint64_t Store::reconnections() const
+{
+    return m_impl->engine->reconnections();
+}
+
 void Store::setCommandTimeout(std::chrono::milliseconds timeout)
 {
     m_impl->commandTimeout = timeout;

@@ -143,6 +143,9 @@ public:
 
     // On a server: true, and the worker's side of the queue.
     bool queuesCommands() const;
+    // How many times the connection to the server was lost and made again since
+    // the store was opened (always 0 for a database file).
+    std::uint64_t reconnections() const;
     // How long Execute "P" waits for a worker before it fails (default 2 minutes).
     void setCommandTimeout(std::chrono::milliseconds timeout);
     // Called by Execute "P" on a server once it has queued a command, before it
