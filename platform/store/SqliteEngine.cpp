@@ -79,6 +79,7 @@ void SqliteEngine::setSyncEveryCommit(bool sync)
     // savepoint journals the pages it changes: in memory, not in a temporary file
     // written at every write (most of a load's time otherwise).
     exec(sync ? "PRAGMA temp_store=DEFAULT" : "PRAGMA temp_store=MEMORY");
+    m_loading = !sync;
 }
 
 std::unique_lock<std::recursive_mutex> SqliteEngine::reading()
@@ -427,7 +428,7 @@ void SqliteEngine::write(std::string_view file, std::string_view key, std::strin
         checkKey(key, context());
     }
     const auto hold = holding();
-    transaction([&] {
+    auto work = [&] {
         createFile(file);
         const auto& plan = writePlanOf(file);
         if (!plan.indexes.empty()) {
@@ -442,7 +443,15 @@ void SqliteEngine::write(std::string_view file, std::string_view key, std::strin
         if (sqlite3_step(plan.upsert) != SQLITE_DONE) {
             fail(context());
         }
-    });
+    };
+    // A write is all or nothing: a savepoint of its own. Within a load's
+    // transaction a failed write fails the load, which is rolled back whole, so
+    // the savepoint (a copy of every page the write touches) is left out.
+    if (m_loading && m_depth > 0) {
+        work();
+    } else {
+        transaction(work);
+    }
 }
 
 bool SqliteEngine::remove(std::string_view file, std::string_view key)

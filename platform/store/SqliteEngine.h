@@ -115,6 +115,7 @@ private:
     std::unique_ptr<ReadSnapshot> m_snapshot;
     int m_schemaVersion = -1;
     int m_depth = 0;
+    bool m_loading = false; // a bulk load: writes inside its transactions take no savepoint
 };
 
 } // namespace store

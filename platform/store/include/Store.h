@@ -123,7 +123,9 @@ public:
     // is given, first checks the free space beside a database file: a load
     // writes about twice its size (the write-ahead log, then the database);
     // when short, refuses with DbaError Storage naming the folder, the space
-    // needed and the space free, before anything is written.
+    // needed and the space free, before anything is written. Inside a load, a
+    // write that fails inside a transaction must fail that transaction (let
+    // the error through): the write itself is then not undone apart.
     void bulkLoad(const std::function<void()>& work, std::uintmax_t bytes = 0);
 
     // Server commands, run by Execute "P": in this process on SQLite; on a server
