@@ -321,7 +321,8 @@ std::optional<std::string> SqliteEngine::read(std::string_view file, std::string
     }
     sqlite3_stmt* statement = found->second;
     Use use(statement);
-    bindText(statement, 1, key);
+    // Static: the key outlives the step, and the screen reads one per line.
+    sqlite3_bind_text(statement, 1, key.data() ? key.data() : "", static_cast<int>(key.size()), SQLITE_STATIC);
     const int rc = sqlite3_step(statement);
     if (rc == SQLITE_ROW) {
         return std::string(columnText(statement, 0));
