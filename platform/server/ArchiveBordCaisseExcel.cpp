@@ -3,6 +3,7 @@
 #include <charconv>
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <vector>
@@ -93,8 +94,8 @@ std::string partSentence(const std::vector<std::string>& arguments, std::size_t 
 }
 
 // The files of the entries, in order. On a shared server, a request of at least
-// two parts' worth is split: this worker renders the first range while the
-// others are offered to idle workers, then takes them back in order.
+// two parts' worth is split: every range but the first is offered to the other
+// workers, and whatever none of them has taken this worker renders itself.
 std::vector<RenderedFile> renderRequest(store::CommandContext& context, std::span<const RequestEntry> entries)
 {
     const int total = static_cast<int>(entries.size());
@@ -122,30 +123,39 @@ std::vector<RenderedFile> renderRequest(store::CommandContext& context, std::spa
     struct Range {
         std::size_t first;
         std::size_t count;
-        std::int64_t part;
+        std::int64_t part = 0;
+        std::optional<std::vector<RenderedFile>> files;
     };
-    std::vector<Range> offered;
+    std::vector<Range> ranges{{0, perPart, 0, std::nullopt}};
     for (std::size_t first = perPart; first < entries.size(); first += perPart) {
         const std::size_t count = std::min(perPart, entries.size() - first);
-        offered.push_back({first, count, context.parts->offer(partSentence(context.arguments, first, count))});
+        ranges.push_back({first, count, context.parts->offer(partSentence(context.arguments, first, count)), std::nullopt});
     }
-    std::vector<RenderedFile> files = renderHere(0, perPart);
+    ranges.front().files = renderHere(0, perPart);
+    // The other workers take the parts from the first on; meanwhile this one
+    // renders, from the last, those that none of them has taken yet.
+    for (auto range = ranges.rbegin(); range != ranges.rend() - 1; ++range) {
+        if (context.parts->withdraw(range->part)) {
+            range->files = renderHere(range->first, range->count);
+        }
+    }
+    std::vector<RenderedFile> files;
     // The same statement asked in two ranges gives one file, at its first place.
     std::set<std::string> names;
-    for (const RenderedFile& file : files) {
-        names.insert(file.name);
-    }
-    for (const Range& range : offered) {
-        auto handed = context.parts->takeBack(range.part, [&](int partsDone) {
-            doneByParts = partsDone;
-            report();
-        });
-        std::vector<RenderedFile> rendered = handed ? std::move(*handed) : renderHere(range.first, range.count);
-        for (RenderedFile& file : rendered) {
+    for (Range& range : ranges) {
+        if (!range.files) {
+            auto handed = context.parts->takeBack(range.part, [&](int partsDone) {
+                doneByParts = partsDone;
+                report();
+            });
+            range.files = handed ? std::move(*handed) : renderHere(range.first, range.count);
+        }
+        for (RenderedFile& file : *range.files) {
             if (names.insert(file.name).second) {
                 files.push_back(std::move(file));
             }
         }
+        range.files.reset();
     }
     doneByParts = total;
     report();

@@ -106,7 +106,8 @@ public:
             if (state == "failed") {
                 throw std::runtime_error(std::string(cell(row.get(), 0, 1)));
             }
-            if (state == "withdrawn" || withdrawIfUnheld(state, cell(row.get(), 0, 2), number, context)) {
+            const bool held = state == "running" && cell(row.get(), 0, 2) == "true";
+            if (state == "withdrawn" || (!held && withdraw(part))) {
                 return std::nullopt;
             }
             if (state == "running") {
@@ -114,6 +115,16 @@ public:
                 std::this_thread::sleep_for(kPartPoll);
             }
         }
+    }
+
+    bool withdraw(std::int64_t part) override
+    {
+        auto withdrawn = m_connection().runPrepared(std::string("UPDATE ") + kCommandTable
+                + " SET state = 'withdrawn', message = 'taken back by its command', done_at = now() "
+                  "WHERE id = $1::text::bigint AND parent = $2::text::bigint "
+                  "AND (state = 'queued' OR (state = 'running' AND lease_until <= clock_timestamp())) RETURNING 1",
+            {std::to_string(part), m_id}, "part " + std::to_string(part) + " of command " + m_id);
+        return PQntuples(withdrawn.get()) > 0;
     }
 
     bool isPart() const override { return m_command.parent != 0; }
@@ -129,20 +140,6 @@ public:
     }
 
 private:
-    // A part that no worker holds (never taken, or its worker's lease ran out)
-    // is withdrawn, unless a worker takes it meanwhile.
-    bool withdrawIfUnheld(std::string_view state, std::string_view leaseLive, const std::string& number, const std::string& context)
-    {
-        if (state != "queued" && !(state == "running" && leaseLive != "true")) {
-            return false;
-        }
-        auto withdrawn = m_connection().runPrepared(std::string("UPDATE ") + kCommandTable
-                + " SET state = 'withdrawn', message = 'taken back by its command', done_at = now() WHERE id = $1::text::bigint "
-                  "AND (state = 'queued' OR (state = 'running' AND lease_until <= clock_timestamp())) RETURNING 1",
-            {number}, context);
-        return PQntuples(withdrawn.get()) > 0;
-    }
-
     std::vector<CommandFile> handedBack(const std::string& number, const std::string& context)
     {
         auto rows = m_connection().runPrepared(

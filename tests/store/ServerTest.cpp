@@ -286,8 +286,9 @@ TEST_P(StoreOnServer, ACommandTakesBackItsPartsFilesOrFailureAndLeavesNoneBehind
             ADD_FAILURE() << "a failed part was taken back";
             return;
         }
-        // Taken back while it runs: awaited, then released once its progress shows.
+        // Taken back while it runs: not withdrawn but awaited, then released once its progress shows.
         started.get_future().wait_for(10s);
+        EXPECT_FALSE(context.parts->withdraw(shared));
         bool released = false;
         const auto handed = context.parts->takeBack(shared, [&](int done) {
             partsDone = done;

@@ -41,7 +41,7 @@ struct CommandFile {
 // takes each part back in turn: one that no worker has (still waiting, or its
 // worker's lease ran out) is withdrawn, never run later, and is the command's
 // own to do; one that a worker runs is awaited; a finished one gives the files
-// it handed back. A part publishes nothing itself: its files reach the command
+// it handed back. Workers take parts in the order offered. A part publishes nothing itself: its files reach the command
 // through the database, committed with the part's completion. Parts still
 // offered when the command ends are withdrawn and their files dropped.
 // Owned by the worker for the length of one command; use from its thread.
@@ -54,6 +54,10 @@ public:
 
     // Queues sentence as a part of this command; gives its number. Throws DbaError.
     virtual std::int64_t offer(std::string_view sentence) = 0;
+    // Takes a part back, without waiting, when no worker has it (never taken,
+    // or its worker's lease ran out): true, and it is the caller's to do. False
+    // while a worker runs it or once one has finished it. Throws DbaError.
+    virtual bool withdraw(std::int64_t part) = 0;
     // The files of a part offered, in the order it handed them back; nullopt
     // when the part is withdrawn and left to the caller. While a worker runs it,
     // waits, calling waiting with the units (see CommandProgress) that the
