@@ -22,12 +22,13 @@
 // the request (done out of the number of entries).
 //
 // On a shared server a large request is rendered by several workers at once:
-// the worker that runs the command offers ranges of the request's entries as
-// parts (ARCHIVEBORDCAISSEEXCEL.PARTIE, see CommandParts), renders the first
-// range itself, then takes the others in order: a range no other worker has
-// taken it renders itself, one under way it awaits, a finished one hands back
-// its files. Whoever rendered them, the files are published as above, in the
-// order of the request; a part that fails fails the command with its message.
+// the worker that runs the command offers every range of the request's entries
+// but the first as a part (ARCHIVEBORDCAISSEEXCEL.PARTIE, see CommandParts),
+// which idle workers take from the first on. It renders the first range, then,
+// from the last, every range no other worker has taken, then awaits the others.
+// Whoever rendered them, the files are published as above, in the order of the
+// request; a part that fails fails the command with its message. Alone, the
+// worker renders everything itself, waiting for nobody.
 //
 // Rendering uses Qt fonts: the process that runs Execute must already have a
 // QGuiApplication on its main thread, made by the host (headless hosts with
