@@ -1,4 +1,5 @@
 // Statements per second: the server command (FUSION, one file per statement),
+// alone and through 1 or 2 calvarine-server workers sharing one request,
 // the paper spool (one PDF for the whole run), the renderer alone, and a bare
 // painter drawing a page of the same text in one shared document (the limit of
 // Qt's PDF engine on this machine). BM_OneWriterPerStatement is the way the
@@ -7,6 +8,7 @@
 // CALVARINE_RENDER_THREADS): every figure is wall-clock time.
 //
 //   build/bin/statements_bench --benchmark_counters_tabular=true
+//   CALVARINE_PG_URL=$(cat build/pg/url) build/bin/statements_bench --benchmark_filter=WorkersShare
 
 #include <benchmark/benchmark.h>
 
@@ -23,9 +25,11 @@
 #include "ArchiveBordCaisseExcel.h"
 #include "FusionBatch.h"
 #include "PdfArchive.h"
+#include "ScratchSchema.h"
 #include "StatementFiles.h"
 #include "StatementRenderer.h"
 #include "Store.h"
+#include "WorkerProcess.h"
 #include "database/FileNames.h"
 
 namespace {
@@ -153,51 +157,101 @@ void BM_BarePainter(benchmark::State& state)
 }
 BENCHMARK(BM_BarePainter)->Arg(200)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// The command as Execute runs it: lookups, loads, rendering, one sync, renames.
-void BM_ServerCommand(benchmark::State& state)
+// Archives count statements of 202611 001 P (10 lines: one page each) and
+// gives the request for all of them, in order.
+std::string archiveStatements(store::Store& store, int count, int lines)
 {
-    const int count = static_cast<int>(state.range(0));
-    const int lines = static_cast<int>(state.range(1));
-    QTemporaryDir dir;
-    auto store = store::Store::create(dir.path().toStdString() + "/calvarine.db");
-    store->defineName(FileNames::ARCHIVEBORDCAISSE, "PeriodeArchive", 1);
-    store->defineName(FileNames::ARCHIVEBORDCAISSE, "NumFactArchive", 3);
-    store->write(FileNames::ASSOCIATION, "001", "AIDE A DOMICILE DU VAL");
-    store->write(FileNames::ORGPRISECHARGE, "012", "CAISSE PRIMAIRE");
     constexpr char A = DbaDynArray::kAttributeMark;
     constexpr char V = DbaDynArray::kValueMark;
     std::string request;
-    for (int i = 0; i < count; ++i) {
-        std::string invoice = std::to_string(i);
-        invoice = "F" + std::string(9 - invoice.size(), '0') + invoice;
-        std::string record = std::string("202611") + A + "CPAM" + A + invoice + A + "20261130";
-        for (int attribute = 5; attribute <= 10; ++attribute) {
-            record += A;
-            for (int line = 0; line < lines; ++line) {
-                record += (line ? std::string(1, V) : std::string()) + (attribute <= 7 ? "TEXTE" : "1000");
+    store.transaction([&] {
+        store.defineName(FileNames::ARCHIVEBORDCAISSE, "PeriodeArchive", 1);
+        store.defineName(FileNames::ARCHIVEBORDCAISSE, "NumFactArchive", 3);
+        store.write(FileNames::ASSOCIATION, "001", "AIDE A DOMICILE DU VAL");
+        store.write(FileNames::ORGPRISECHARGE, "012", "CAISSE PRIMAIRE");
+        for (int i = 0; i < count; ++i) {
+            std::string invoice = std::to_string(i);
+            invoice = "F" + std::string(9 - invoice.size(), '0') + invoice;
+            std::string record = std::string("202611") + A + "CPAM" + A + invoice + A + "20261130";
+            for (int attribute = 5; attribute <= 10; ++attribute) {
+                record += A;
+                for (int line = 0; line < lines; ++line) {
+                    record += (line ? std::string(1, V) : std::string()) + (attribute <= 7 ? "TEXTE" : "1000");
+                }
             }
+            record += A + std::string("10000");
+            store.write(FileNames::ARCHIVEBORDCAISSE, std::string("001P012202611") + invoice, record);
+            request += (i ? std::string(1, A) : std::string()) + "012" + V + invoice;
         }
-        record += A + std::string("10000");
-        store->write(FileNames::ARCHIVEBORDCAISSE, std::string("001P012202611") + invoice, record);
-        request += (i ? std::string(1, A) : std::string()) + "012" + V + invoice;
-    }
+    });
+    return request;
+}
+
+// Runs the command for the request in TEMPO as the screen does; false when it made no file.
+bool reissue(store::Store& store)
+{
+    std::int32_t status = 0;
+    store.Execute(std::string("P") + DbaDynArray::kAttributeMark + "ARCHIVEBORDCAISSEEXCEL 202611 001 P", "", status);
+    return status == 0 && store.read(FileNames::TEMPO, Keys::BORDCAISSEEXCEL).has_value();
+}
+
+// The command as Execute runs it: lookups, loads, rendering, one sync, renames.
+void BM_ServerCommand(benchmark::State& state)
+{
+    QTemporaryDir dir;
+    auto store = store::Store::create(dir.path().toStdString() + "/calvarine.db");
+    const std::string request = archiveStatements(*store, static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
     // Registering the command makes TEMPO private to the session: register
     // before writing the request, as the screen's host does.
     server::registerArchiveBordCaisseExcel(*store);
     store->write(FileNames::TEMPO, Keys::REQUETEBORDEXCEL, request);
-    const std::string sentence = std::string("P") + A + "ARCHIVEBORDCAISSEEXCEL 202611 001 P";
     for (auto _ : state) {
-        std::int32_t status = 0;
-        store->Execute(sentence, "", status);
-        if (status != 0 || !store->read(FileNames::TEMPO, Keys::BORDCAISSEEXCEL)) {
+        if (!reissue(*store)) {
             state.SkipWithError("the command wrote no file");
             return;
         }
     }
-    perStatement(state, count);
+    perStatement(state, static_cast<int>(state.range(0)));
 }
 BENCHMARK(BM_ServerCommand)->Args({20, 10})->Args({1500, 10})->Args({300, 40})->Args({300, 100})->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// One request of 600 one-page statements through the queue of a PostgreSQL
+// server (CALVARINE_PG_URL), run by 1 or 2 calvarine-server workers drawing on
+// one thread each: what splitting a request across workers gains.
+void BM_WorkersShareARequest(benchmark::State& state)
+{
+    const char* url = std::getenv("CALVARINE_PG_URL");
+    if (!url || !*url) {
+        state.SkipWithError("set CALVARINE_PG_URL to a PostgreSQL server");
+        return;
+    }
+    constexpr int kStatements = 600;
+    const store::ScratchSchema schema(url);
+    QTemporaryDir dir;
+    const std::filesystem::path folder = dir.path().toStdString();
+    auto client = store::Store::connect(schema.connection());
+    client->setClient(std::make_shared<DbaClient>("BENCH", "poste-bench"));
+    client->write(FileNames::TEMPO, Keys::REQUETEBORDEXCEL, archiveStatements(*client, kStatements, 10));
+    std::vector<std::unique_ptr<store::WorkerProcess>> workers;
+    for (int i = 1; i <= state.range(0); ++i) {
+        workers.push_back(std::make_unique<store::WorkerProcess>(CALVARINE_SERVER,
+            std::vector<std::string>{"--db", schema.connection(), "--fusion", (folder / "FUSION").string(), "--name", "bench-" + std::to_string(i)},
+            std::vector<std::string>{"CALVARINE_RENDER_THREADS=1"}, folder / "workers.log"));
+    }
+    // Every worker waiting for commands, and warm, before the timing.
+    if (!reissue(*client) || !reissue(*client)) {
+        state.SkipWithError("the command wrote no file");
+        return;
+    }
+    for (auto _ : state) {
+        if (!reissue(*client)) {
+            state.SkipWithError("the command wrote no file");
+            return;
+        }
+    }
+    perStatement(state, kStatements);
+}
+BENCHMARK(BM_WorkersShareARequest)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The publication alone, in files per second: 1,500 files of a statement's size
 // made durable by one sync of the file system then renamed (FusionBatch), against

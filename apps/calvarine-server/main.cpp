@@ -99,6 +99,7 @@ int work(int argc, char** argv, const Options& options)
                     store->setFusionDirectory(options.fusion);
                 }
                 server::registerArchiveBordCaisseExcel(*store);
+                std::cerr << "calvarine-server " << name << ": waiting for commands\n";
             }
             while (store->runQueuedCommand(name, lease)) {
             }

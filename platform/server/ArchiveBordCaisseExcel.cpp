@@ -1,7 +1,9 @@
 #include "ArchiveBordCaisseExcel.h"
 
-#include <filesystem>
+#include <charconv>
 #include <chrono>
+#include <filesystem>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <vector>
@@ -70,6 +72,94 @@ void checkPeriodKnown(store::Store& store, const std::string& period, const std:
         throw std::invalid_argument(std::string(kArchiveBordCaisseExcel) + ": nothing archived for period " + period + ", entity "
             + entity + ", activity " + letter);
     }
+}
+
+// A range of entries rendered as a part: a drawn document's worth (see
+// StatementFiles) for each render thread, so that it keeps them all busy.
+constexpr std::size_t kEntriesPerThread = 64;
+
+std::size_t entryNumber(const std::string& text)
+{
+    std::size_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
+        throw std::invalid_argument(std::string(kArchiveBordCaisseExcelPart) + ": \"" + text + "\" is not a number of entries");
+    }
+    return number;
+}
+
+std::string partSentence(const std::vector<std::string>& arguments, std::size_t first, std::size_t count)
+{
+    return std::string(kArchiveBordCaisseExcelPart) + " " + describe(arguments) + " " + std::to_string(first) + " " + std::to_string(count);
+}
+
+// The files of the entries, in order. On a shared server, a request of at least
+// two parts' worth is split: every range but the first is offered to the other
+// workers, and whatever none of them has taken this worker renders itself.
+std::vector<RenderedFile> renderRequest(store::CommandContext& context, std::span<const RequestEntry> entries)
+{
+    const int total = static_cast<int>(entries.size());
+    int reported = 0;
+    int doneHere = 0;
+    int doneByParts = 0;
+    const auto report = [&] {
+        // Never backwards: a part retaken after its worker stopped reports again from 0.
+        if (const int done = std::min(doneHere + doneByParts, total); done > reported) {
+            reported = done;
+            context.progress(reported, total);
+        }
+    };
+    const auto renderHere = [&](std::size_t first, std::size_t count) {
+        return renderEntries(context.store, context.arguments, entries.subspan(first, count), [&] {
+            ++doneHere;
+            report();
+        });
+    };
+    const std::size_t perPart = kEntriesPerThread * statements::renderThreads();
+    if (!context.parts || entries.size() < 2 * perPart) {
+        return renderHere(0, entries.size());
+    }
+
+    struct Range {
+        std::size_t first;
+        std::size_t count;
+        std::int64_t part = 0;
+        std::optional<std::vector<RenderedFile>> files;
+    };
+    std::vector<Range> ranges{{0, perPart, 0, std::nullopt}};
+    for (std::size_t first = perPart; first < entries.size(); first += perPart) {
+        const std::size_t count = std::min(perPart, entries.size() - first);
+        ranges.push_back({first, count, context.parts->offer(partSentence(context.arguments, first, count)), std::nullopt});
+    }
+    ranges.front().files = renderHere(0, perPart);
+    // The other workers take the parts from the first on; meanwhile this one
+    // renders, from the last, those that none of them has taken yet.
+    for (auto range = ranges.rbegin(); range != ranges.rend() - 1; ++range) {
+        if (context.parts->withdraw(range->part)) {
+            range->files = renderHere(range->first, range->count);
+        }
+    }
+    std::vector<RenderedFile> files;
+    // The same statement asked in two ranges gives one file, at its first place.
+    std::set<std::string> names;
+    for (Range& range : ranges) {
+        if (!range.files) {
+            auto handed = context.parts->takeBack(range.part, [&](int partsDone) {
+                doneByParts = partsDone;
+                report();
+            });
+            range.files = handed ? std::move(*handed) : renderHere(range.first, range.count);
+        }
+        for (RenderedFile& file : *range.files) {
+            if (names.insert(file.name).second) {
+                files.push_back(std::move(file));
+            }
+        }
+        range.files.reset();
+    }
+    doneByParts = total;
+    report();
+    return files;
 }
 
 } // namespace
@@ -156,10 +246,8 @@ void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserve
     sweepLeftovers(context.fusion, std::chrono::hours(1));
 
     const std::vector<RequestEntry> entries = requestEntries(store);
-    const int total = static_cast<int>(entries.size());
-    int done = 0;
-    context.progress(done, total);
-    const auto files = renderEntries(store, context.arguments, entries, [&] { context.progress(++done, total); });
+    context.progress(0, static_cast<int>(entries.size()));
+    const auto files = renderRequest(context, entries);
     if (files.empty()) {
         return;
     }
@@ -178,9 +266,38 @@ void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserve
     batch.commit();
 }
 
+void archiveBordCaisseExcelPart(store::CommandContext& context)
+{
+    if (!context.parts || !context.parts->isPart()) {
+        throw std::invalid_argument(std::string(kArchiveBordCaisseExcelPart) + " runs only as a part of " + kArchiveBordCaisseExcel);
+    }
+    if (context.arguments.size() != 5) {
+        throw std::invalid_argument(std::string(kArchiveBordCaisseExcelPart) + " expects a period, an entity, an activity letter, "
+            + "a first entry and a number of entries, got \"" + describe(context.arguments) + "\"");
+    }
+    const std::vector<std::string> arguments(context.arguments.begin(), context.arguments.begin() + 3);
+    checkSentence(arguments);
+    const std::size_t first = entryNumber(context.arguments[3]);
+    const std::size_t count = entryNumber(context.arguments[4]);
+    statements::requireGuiApplication();
+    const std::vector<RequestEntry> entries = requestEntries(context.store);
+    if (first > entries.size() || count > entries.size() - first) {
+        throw std::runtime_error(std::string(kArchiveBordCaisseExcelPart) + ": the request has " + std::to_string(entries.size())
+            + " entries, not " + std::to_string(first) + " and " + std::to_string(count) + " more");
+    }
+    int done = 0;
+    const int total = static_cast<int>(count);
+    context.progress(done, total);
+    const auto files = renderEntries(context.store, arguments, std::span(entries).subspan(first, count), [&] { context.progress(++done, total); });
+    for (const RenderedFile& file : files) {
+        context.parts->handBack(file.name, file.bytes);
+    }
+}
+
 void registerArchiveBordCaisseExcel(store::Store& store)
 {
     store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); });
+    store.registerCommand(kArchiveBordCaisseExcelPart, archiveBordCaisseExcelPart);
 }
 
 } // namespace server

@@ -21,6 +21,15 @@
 // back under its name. The command reports its progress after each entry of
 // the request (done out of the number of entries).
 //
+// On a shared server a large request is rendered by several workers at once:
+// the worker that runs the command offers every range of the request's entries
+// but the first as a part (ARCHIVEBORDCAISSEEXCEL.PARTIE, see CommandParts),
+// which idle workers take from the first on. It renders the first range, then,
+// from the last, every range no other worker has taken, then awaits the others.
+// Whoever rendered them, the files are published as above, in the order of the
+// request; a part that fails fails the command with its message. Alone, the
+// worker renders everything itself, waiting for nobody.
+//
 // Rendering uses Qt fonts: the process that runs Execute must already have a
 // QGuiApplication on its main thread, made by the host (headless hosts with
 // QT_QPA_PLATFORM=offscreen). Without one the command fails, saying so.
@@ -32,24 +41,27 @@
 #include <vector>
 
 #include "FusionBatch.h"
+#include "Store.h"
 #include "archive/Archive.h"
 
-namespace store {
-class Store;
-struct CommandContext;
-} // namespace store
 
 namespace server {
 
 inline constexpr const char* kArchiveBordCaisseExcel = "ARCHIVEBORDCAISSEEXCEL";
+// A range of a request rendered for the worker that runs the command:
+// ARCHIVEBORDCAISSEEXCEL.PARTIE <yyyymm> <entity> <letter> <first> <count>,
+// first counted from 0. It runs only as a part (see CommandParts).
+inline constexpr const char* kArchiveBordCaisseExcelPart = "ARCHIVEBORDCAISSEEXCEL.PARTIE";
 
-// Registers the command in store, replacing any command of that name.
+// Registers the command and its part in store, replacing any command of those names.
 void registerArchiveBordCaisseExcel(store::Store& store);
 
 // The command itself. Throws std::invalid_argument for a malformed sentence or
 // an unknown period, DbaError or std::runtime_error for other failures. A test
 // may observe the publication (to stop the process at a given step).
 void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserver& observer = {});
+// A range of a request rendered as a part: its files handed back, in order.
+void archiveBordCaisseExcelPart(store::CommandContext& context);
 
 // One entry of the request record: organisation code and invoice number, as
 // the code line of the statement holds them.
@@ -58,11 +70,8 @@ using RequestEntry = archive::CodeLine;
 // The entries of TEMPO "REQUETEBORDEXCEL", in order (none when it is missing).
 std::vector<RequestEntry> requestEntries(store::Store& store);
 
-// A PDF rendered in memory, not yet written.
-struct RenderedFile {
-    std::string name;
-    std::string bytes;
-};
+// A PDF rendered in memory, not yet written; a part hands it back as it is.
+using RenderedFile = store::CommandFile;
 
 // Renders the statements of a range of entries (arguments: period, entity,
 // letter, already checked), in order, calling advanced after each entry. An

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,7 @@ struct QueuedCommand {
     std::string user;
     std::string session;
     std::chrono::seconds lease{60}; // renewed while the command runs
+    std::int64_t parent = 0;        // the command that offered it as a part; 0 for none
 };
 
 // The outcome of a queued command, as the worker left it.
@@ -60,6 +62,9 @@ public:
     virtual bool complete(const QueuedCommand& command, const Work& work) = 0;
     // Waits until a command may be waiting (a notification) or the time runs out.
     virtual void waitForCommands(std::chrono::milliseconds timeout) = 0;
+    // How the claimed command, while work runs it, shares its work with the
+    // other workers (see CommandParts); lives no longer than the queue.
+    virtual std::unique_ptr<CommandParts> parts(const QueuedCommand& command) = 0;
 };
 
 } // namespace store

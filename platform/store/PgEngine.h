@@ -8,6 +8,7 @@
 //   "<FILE>"(key bytea PRIMARY KEY, record bytea)       one table per file
 //   "<FILE>#<NAME>"(value bytea, key bytea)             index tables, as on SQLite
 //   "calvarine#commands"                                 the queue of server commands
+//   "calvarine#command_files"                            the files parts of a command hand back
 // Keys and records are bytea: the marks 0xFE/0xFD/0xFC are no valid UTF-8, so
 // text columns would refuse them under most server encodings, and bytea sorts
 // by bytes exactly as SQLite's BINARY collation does.

@@ -139,8 +139,8 @@ PgCommandQueue::~PgCommandQueue() = default;
 
 const char* PgCommandQueue::currentCheck()
 {
-    return "SELECT EXISTS(SELECT 1 FROM information_schema.columns WHERE table_schema = current_schema() "
-           "AND table_name = 'calvarine#commands' AND column_name = 'client_seen')";
+    return "SELECT EXISTS(SELECT 1 FROM information_schema.tables WHERE table_schema = current_schema() "
+           "AND table_name = 'calvarine#command_files')";
 }
 
 void PgCommandQueue::createTables(pg::Connection& db)
@@ -160,6 +160,15 @@ void PgCommandQueue::createTables(pg::Connection& db)
     db.runCommand(R"(CREATE INDEX IF NOT EXISTS "calvarine#commands#waiting" ON "calvarine#commands"(id)
   WHERE state IN ('queued', 'running'))",
         "schema");
+    // Added since: parts of a command, offered to the other workers, and the
+    // files they hand back (already compressed PDFs: stored as they are).
+    db.runCommand(R"(ALTER TABLE "calvarine#commands" ADD COLUMN IF NOT EXISTS parent bigint)", "schema");
+    db.runCommand(R"(CREATE INDEX IF NOT EXISTS "calvarine#commands#parts" ON "calvarine#commands"(parent) WHERE parent IS NOT NULL)",
+        "schema");
+    db.runCommand(R"(CREATE TABLE IF NOT EXISTS "calvarine#command_files"(command bigint NOT NULL, seq integer NOT NULL,
+  name bytea NOT NULL, bytes bytea NOT NULL, PRIMARY KEY(command, seq)))",
+        "schema");
+    db.runCommand(R"(ALTER TABLE "calvarine#command_files" ALTER COLUMN bytes SET STORAGE EXTERNAL)", "schema");
     db.runCommand(R"(CREATE OR REPLACE FUNCTION "calvarine#queued"() RETURNS trigger LANGUAGE plpgsql AS $f$
 BEGIN
   IF NEW.state = 'queued' THEN
@@ -256,20 +265,24 @@ CommandOutcome PgCommandQueue::withdraw(const std::string& number, std::chrono::
 
 std::optional<QueuedCommand> PgCommandQueue::claim(std::string_view worker, std::chrono::seconds lease)
 {
-    // Commands whose client went away unseen are nobody's to run.
+    // Commands whose client went away unseen are nobody's to run (a part's
+    // client is the command that offered it: see sweepParts).
     m_db.runPrepared(std::string("UPDATE ") + kCommandTable + " SET state = 'withdrawn', message = 'its client stopped waiting', done_at = now() "
-            + "WHERE state IN ('queued', 'running') AND client_seen < clock_timestamp() - interval '" + kClientGone + "' "
+            + "WHERE parent IS NULL AND state IN ('queued', 'running') AND client_seen < clock_timestamp() - interval '" + kClientGone + "' "
             + "AND (state = 'queued' OR lease_until < clock_timestamp())",
         {}, "claim a command");
+    sweepParts(m_db);
     const std::string seconds = std::to_string(lease.count());
+    // A part is taken only while the command that offered it runs.
     auto result = m_db.runPrepared(std::string("UPDATE ") + kCommandTable
             + " SET state = 'running', attempt = attempt + 1, worker = $1::text, "
               "lease_until = clock_timestamp() + make_interval(secs => $2::text::integer) "
               "WHERE id = (SELECT id FROM "
-            + kCommandTable
-            + " WHERE state = 'queued' OR (state = 'running' AND lease_until < clock_timestamp()) "
+            + kCommandTable + " c WHERE (state = 'queued' OR (state = 'running' AND lease_until < clock_timestamp())) "
+            + "AND (parent IS NULL OR EXISTS(SELECT 1 FROM " + kCommandTable
+            + " p WHERE p.id = c.parent AND p.state = 'running' AND p.lease_until > clock_timestamp())) "
               "ORDER BY id LIMIT 1 FOR UPDATE SKIP LOCKED) "
-              "RETURNING id::text, attempt::text, sentence, username, session",
+              "RETURNING id::text, attempt::text, sentence, username, session, coalesce(parent, 0)::text",
         {worker, seconds}, "claim a command");
     if (PQntuples(result.get()) == 0) {
         return std::nullopt;
@@ -281,6 +294,7 @@ std::optional<QueuedCommand> PgCommandQueue::claim(std::string_view worker, std:
     command.user = std::string(cell(result.get(), 0, 3));
     command.session = std::string(cell(result.get(), 0, 4));
     command.lease = lease;
+    command.parent = std::stoll(std::string(cell(result.get(), 0, 5)));
     return command;
 }
 

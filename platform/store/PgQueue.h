@@ -10,6 +10,9 @@
 // A command's life: queued -> running (a worker's claim, renewed while it
 // works) -> done or failed; or withdrawn, when its client stopped waiting
 // (timed out, or no longer seen for kClientGone), after which no worker takes it.
+// A part (see CommandParts) is a command whose client is the command that
+// offered it (column parent): it is taken only while that command runs, and
+// withdrawn, its files dropped, once that command has ended (PgParts.cpp).
 
 #include <functional>
 #include <memory>
@@ -38,17 +41,26 @@ public:
     std::optional<QueuedCommand> claim(std::string_view worker, std::chrono::seconds lease) override;
     bool complete(const QueuedCommand& command, const Work& work) override;
     void waitForCommands(std::chrono::milliseconds timeout) override;
+    std::unique_ptr<CommandParts> parts(const QueuedCommand& command) override;
 
 private:
     CommandOutcome withdraw(const std::string& number, std::chrono::milliseconds timeout);
+    pg::Connection& partsConnection();
 
     pg::Connection& m_db;
     std::string m_url;
     std::string m_schema;
     std::function<std::string()> m_session;
     std::unique_ptr<pg::Connection> m_side; // the lease and progress of a running command
+    // Made when a command first offers parts: it queues and awaits them outside
+    // the command's transaction, which would hide them from the other workers.
+    std::unique_ptr<pg::Connection> m_parts;
     bool m_queueSignal = false;
     bool m_doneSignal = false;
 };
+
+// Withdraws the parts of commands that have ended and drops their files: the
+// leftovers of a command whose worker stopped before it could.
+void sweepParts(pg::Connection& db);
 
 } // namespace store

@@ -9,6 +9,8 @@ namespace store::pg {
 
 inline constexpr const char* kDictTable = "\"calvarine#dict\"";
 inline constexpr const char* kCommandTable = "\"calvarine#commands\"";
+// The files that parts of a command hand back to it (see CommandParts).
+inline constexpr const char* kCommandFilesTable = "\"calvarine#command_files\"";
 inline constexpr const char* kChangesChannel = "calvarine_changes";
 inline constexpr const char* kQueueChannel = "calvarine_queue";
 inline constexpr const char* kDoneChannel = "calvarine_done";

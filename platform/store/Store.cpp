@@ -287,7 +287,10 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
         if (error) {
             return {false, "cannot create " + m_impl->fusion.string() + ": " + error.message()};
         }
-        CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), m_impl->client, progress};
+        // Its parts still offered are withdrawn once it ends, before its outcome commits.
+        const auto parts = queue->parts(*claimed);
+        CommandContext context{
+            *this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), m_impl->client, progress, parts.get()};
         try {
             // A failed command leaves none of its records.
             engine.transaction([&] { command(context); });

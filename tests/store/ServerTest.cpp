@@ -246,6 +246,80 @@ TEST_P(StoreOnServer, AFrozenWorkerLosesItsCommandToAnother)
     EXPECT_EQ(db().read("RESULTATS", "gele"), std::nullopt);
 }
 
+// A command shares its work with another worker (see CommandParts): the files
+// of a part come back byte for byte and in order, whether the part was done
+// already or still running; a part nobody took is the command's own; a part
+// that fails fails the command with its message; what is still offered when
+// the command ends is run by nobody.
+TEST_P(StoreOnServer, ACommandTakesBackItsPartsFilesOrFailureAndLeavesNoneBehind)
+{
+    const std::string bytes = std::string("%PDF\0\xFE\xFD\xFC\xFF", 9) + "fin";
+    std::promise<void> started;
+    std::promise<void> release;
+    auto releasing = release.get_future().share();
+    auto helper = m_database.connect();
+    helper->registerCommand("PIECE", [&](CommandContext& context) {
+        ASSERT_TRUE(context.parts && context.parts->isPart());
+        if (context.arguments.at(0) == "panne") {
+            throw std::runtime_error("encre épuisée");
+        }
+        context.progress(1, 2);
+        started.set_value();
+        releasing.wait_for(10s);
+        context.parts->handBack("a.pdf", bytes);
+        context.parts->handBack("b.pdf", context.arguments.at(0));
+    });
+    auto owner = m_database.connect();
+    std::vector<CommandFile> files;
+    int partsDone = 0;
+    owner->registerCommand("PARTAGE", [&](CommandContext& context) {
+        ASSERT_TRUE(context.parts && !context.parts->isPart());
+        EXPECT_THROW(context.parts->handBack("x.pdf", "x"), std::logic_error);
+        const auto shared = context.parts->offer("PIECE " + context.arguments.at(0));
+        const auto own = context.parts->offer("PIECE gardee");
+        context.parts->offer("PIECE oubliee");
+        // The helper takes the oldest part and runs it on a thread of its own.
+        auto helping = std::async(std::launch::async, [&] { return helper->runQueuedCommand("aide", 5s); });
+        if (context.arguments.at(0) == "panne") {
+            EXPECT_TRUE(helping.get());
+            context.parts->takeBack(shared, [](int) {});
+            ADD_FAILURE() << "a failed part was taken back";
+            return;
+        }
+        // Taken back while it runs: not withdrawn but awaited, then released once its progress shows.
+        started.get_future().wait_for(10s);
+        EXPECT_FALSE(context.parts->withdraw(shared));
+        bool released = false;
+        const auto handed = context.parts->takeBack(shared, [&](int done) {
+            partsDone = done;
+            if (done > 0 && !released) {
+                released = true;
+                release.set_value();
+            }
+        });
+        EXPECT_TRUE(helping.get());
+        ASSERT_TRUE(handed);
+        files = *handed;
+        EXPECT_EQ(context.parts->takeBack(own, [](int) { ADD_FAILURE() << "waited for a part nobody runs"; }), std::nullopt);
+    });
+
+    auto client = executeLater(db(), "PARTAGE ok");
+    ASSERT_TRUE(eventually([&] { return owner->runQueuedCommand("proprio", 5s); }));
+    client.get();
+    ASSERT_EQ(files.size(), 2u);
+    EXPECT_EQ(files[0].name, "a.pdf");
+    EXPECT_EQ(files[0].bytes, bytes);
+    EXPECT_EQ(files[1].bytes, "ok");
+    EXPECT_EQ(partsDone, 1);
+    // The part forgotten was withdrawn with its command: nobody runs it.
+    EXPECT_FALSE(helper->runQueuedCommand("aide", 5s));
+
+    auto failing = executeLater(db(), "PARTAGE panne");
+    ASSERT_TRUE(eventually([&] { return owner->runQueuedCommand("proprio", 5s); }));
+    EXPECT_THAT([&] { failing.get(); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "encre épuisée"));
+    EXPECT_FALSE(helper->runQueuedCommand("aide", 5s));
+}
+
 TEST(ServerUri, APasswordIsNeverEchoed)
 {
     // Malformed in different places, each with a password libpq might quote.

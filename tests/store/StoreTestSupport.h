@@ -22,6 +22,7 @@
 #include "Fixtures.h"
 #include "ScratchSchema.h"
 #include "Store.h"
+#include "WorkerProcess.h"
 
 namespace store::testing {
 
@@ -68,24 +69,6 @@ bool eventually(Condition holds)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return holds();
-}
-
-// Waits for a child process to end, at most `limit`: a child that hangs is
-// killed rather than hanging the test run. Returns its wait status, or nothing
-// when it had to be killed.
-inline std::optional<int> waitForExit(pid_t child, std::chrono::seconds limit = std::chrono::seconds(60))
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    int status = 0;
-    while (waitpid(child, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            return std::nullopt;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return status;
 }
 
 class TempDir {

@@ -1,21 +1,22 @@
 // Several workstations re-issue at once through two calvarine-server workers on
 // one PostgreSQL database: every workstation gets the names of its own files,
-// and every file is there. The suite Outage runs on a cluster of its own, which
-// it freezes and restarts: nobody hangs, and everyone carries on afterwards.
+// and every file is there. The suite SplitRequest shares one large request
+// between workers. The suite Outage runs on a cluster of its own, which it
+// freezes and restarts: nobody hangs, and everyone carries on afterwards.
 
 #include <csignal>
 #include <fcntl.h>
 #include <future>
+#include <map>
 #include <gtest/gtest.h>
 #include <set>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include "ArchiveBordCaisseExcel.h"
 #include "Demo.h"
+#include "PgConnection.h"
+#include "PgSchema.h"
 #include "StoreTestSupport.h"
-
-extern char** environ;
 
 namespace store::testing {
 namespace {
@@ -26,38 +27,29 @@ using namespace std::chrono_literals;
 class Worker {
 public:
     Worker(const std::string& url, const std::filesystem::path& fusion, const std::string& name, const std::filesystem::path& log = {},
-        std::vector<std::string> extra = {})
+        const std::vector<std::string>& extra = {}, const std::vector<std::string>& environment = {})
+        : m_process(CALVARINE_SERVER, arguments(url, fusion, name, extra), environment, log)
     {
-        std::vector<std::string> args{CALVARINE_SERVER, "--db", url, "--fusion", fusion.string(), "--name", name};
-        args.insert(args.end(), extra.begin(), extra.end());
-        std::vector<char*> argv;
-        for (const auto& arg : args) {
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        }
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        if (!log.empty()) {
-            posix_spawn_file_actions_addopen(&actions, 2, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        }
-        const int failed = posix_spawn(&m_pid, CALVARINE_SERVER, &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (failed != 0) {
-            throw std::runtime_error(std::string("cannot start ") + CALVARINE_SERVER);
-        }
     }
     ~Worker()
     {
-        kill(m_pid, SIGTERM);
-        if (!waitForExit(m_pid)) {
+        if (!m_process.stop()) {
             ADD_FAILURE() << "a worker did not stop on SIGTERM within a minute";
         }
     }
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
+    void kill() { m_process.kill(); }
 
 private:
-    pid_t m_pid = 0;
+    static std::vector<std::string> arguments(const std::string& url, const std::filesystem::path& fusion, const std::string& name,
+        const std::vector<std::string>& extra)
+    {
+        std::vector<std::string> args{"--db", url, "--fusion", fusion.string(), "--name", name};
+        args.insert(args.end(), extra.begin(), extra.end());
+        return args;
+    }
+    WorkerProcess m_process;
 };
 
 // One re-issue of statements of 001P 202610 through the workers, as the screen
@@ -248,6 +240,154 @@ TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
     const auto after = reissue(*client, {scope.attribute(2)}).at(0);
     EXPECT_TRUE(std::filesystem::is_regular_file(folder.path() / "FUSION" / after)) << after;
     EXPECT_TRUE(eventually([&] { return readText(log).find("connected to the database again") != std::string::npos; })) << readText(log);
+}
+
+// One large request split across workers: ranges of its entries rendered by
+// whichever worker is idle, the files still published once each, in the order
+// of the request. Workers draw on one thread each, so a part is 64 entries.
+class SplitRequest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_admin = m_database.connect();
+        generateDemo(*m_admin, DemoOptions{100, 11, 300});
+        const auto scope = m_admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
+        ASSERT_GE(scope.DCount(), 250);
+        // Four ranges; across them a statement asked twice and one that is not archived.
+        for (std::int16_t i = 1; i <= 250; ++i) {
+            m_request.push_back(scope.attribute(i));
+        }
+        m_request.insert(m_request.begin() + 100, "001P999202610NEANT");
+        m_request.insert(m_request.begin() + 200, scope.attribute(5));
+        std::set<std::string> seen;
+        for (const auto& key : m_request) {
+            const auto name = server::fusionFileName("001", "P", "202610", key.substr(4, 3), key.substr(13, 10));
+            if (key.substr(4, 3) != "999" && seen.insert(name).second) {
+                m_expected.push_back(name);
+            }
+        }
+        m_client = m_database.connect();
+        m_client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+        m_client->setSessionPrivate("TEMPO");
+        m_client->setCommandProgress([this](int done, int total) { m_progress.emplace_back(done, total); });
+        m_client->setCommandTimeout(10s);
+    }
+
+    std::filesystem::path fusion() const { return m_database.folder() / "FUSION"; }
+    std::filesystem::path log(const std::string& worker) const { return m_database.folder() / (worker + ".log"); }
+
+    // A worker drawing on one thread, once it waits for commands.
+    std::unique_ptr<Worker> startWorker(const std::string& name, const std::vector<std::string>& extra = {})
+    {
+        auto worker = std::make_unique<Worker>(m_database.connection(), fusion(), name, log(name), extra,
+            std::vector<std::string>{"CALVARINE_RENDER_THREADS=1"});
+        EXPECT_TRUE(eventually([&] { return readText(log(name)).find("waiting for commands") != std::string::npos; })) << readText(log(name));
+        return worker;
+    }
+
+    // The first column of a query of the queue's tables, as text.
+    std::vector<std::string> column(const std::string& sql, const pg::Params& params = {}) const
+    {
+        pg::Connection db(m_database.connection());
+        auto rows = db.run(sql, params, "test");
+        std::vector<std::string> cells;
+        for (int row = 0; row < pg::rowCount(rows.get()); ++row) {
+            cells.emplace_back(pg::cell(rows.get(), row, 0));
+        }
+        return cells;
+    }
+    // The workers the queue recorded for the parts in state, one per part.
+    std::vector<std::string> partWorkers(const std::string& state) const
+    {
+        return column(std::string("SELECT coalesce(worker, '') FROM ") + pg::kCommandTable + " WHERE parent IS NOT NULL AND state = $1::text",
+            {state});
+    }
+    std::vector<std::string> filesHandedBack() const { return column(std::string("SELECT name FROM ") + pg::kCommandFilesTable); }
+    // Every file of FUSION, hidden ones included.
+    std::vector<std::string> fusionFiles() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(fusion())) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    std::vector<std::string> expectedFiles() const
+    {
+        auto names = m_expected;
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    TestDatabase m_database{EngineKind::Postgres};
+    std::shared_ptr<Store> m_admin;
+    std::shared_ptr<Store> m_client;
+    std::vector<std::string> m_request;  // keys, as reissue() takes them
+    std::vector<std::string> m_expected; // the names, in the order of the request
+    std::vector<std::pair<int, int>> m_progress;
+};
+
+TEST_F(SplitRequest, TwoWorkersShareItAndEveryFileIsListedOnceInRequestOrder)
+{
+    auto first = startWorker("w1");
+    auto second = startWorker("w2");
+    EXPECT_EQ(reissue(*m_client, m_request), m_expected);
+    EXPECT_EQ(fusionFiles(), expectedFiles());
+
+    // The worker that ran the command rendered a range; the other ran parts.
+    const std::string owner = column(std::string("SELECT worker FROM ") + pg::kCommandTable + " WHERE parent IS NULL ORDER BY id DESC").at(0);
+    const auto helpers = partWorkers("done");
+    ASSERT_TRUE(owner == "w1" || owner == "w2") << owner;
+    EXPECT_NE(std::find_if(helpers.begin(), helpers.end(), [&](const auto& worker) { return worker != owner; }), helpers.end())
+        << "no part ran on the other worker";
+    EXPECT_TRUE(filesHandedBack().empty());
+    // The progress counts every entry, whoever rendered it, and never goes back.
+    ASSERT_FALSE(m_progress.empty());
+    const int total = static_cast<int>(m_request.size());
+    EXPECT_EQ(m_progress.back(), std::make_pair(total, total));
+    EXPECT_TRUE(std::is_sorted(m_progress.begin(), m_progress.end()));
+}
+
+TEST_F(SplitRequest, OneWorkerAloneRendersEveryRangeItself)
+{
+    auto only = startWorker("seul");
+    EXPECT_EQ(reissue(*m_client, m_request), m_expected);
+    EXPECT_EQ(fusionFiles(), expectedFiles());
+    // Nobody else was there: every part was taken back before anyone ran it.
+    EXPECT_TRUE(partWorkers("done").empty());
+    EXPECT_EQ(partWorkers("withdrawn").size(), 3u);
+    EXPECT_TRUE(filesHandedBack().empty());
+}
+
+TEST_F(SplitRequest, APartWorkerKilledMidPartLosesAndDuplicatesNothing)
+{
+    std::map<std::string, std::unique_ptr<Worker>> workers;
+    for (const std::string name : {"w1", "w2"}) {
+        workers[name] = startWorker(name, {"--lease", "2"});
+    }
+    auto client = std::async(std::launch::async, [&] { return reissue(*m_client, m_request); });
+    // A part well before its end: killed there, it has handed nothing back.
+    std::vector<std::string> part;
+    ASSERT_TRUE(eventually([&] {
+        part = column(std::string("SELECT id::text FROM ") + pg::kCommandTable
+            + " WHERE parent IS NOT NULL AND state = 'running' AND coalesce(progress_done, 0) < 16");
+        return !part.empty();
+    })) << "no part ran on the other worker";
+    const auto partRow = std::string(" FROM ") + pg::kCommandTable + " WHERE id = $1::text::bigint";
+    workers.at(column("SELECT worker" + partRow, {part.front()}).at(0))->kill();
+
+    const bool completed = client.wait_for(60s) == std::future_status::ready;
+    if (!completed) {
+        workers.clear(); // the client then gives up within its command timeout
+    }
+    ASSERT_TRUE(completed) << "the request never completed";
+    EXPECT_EQ(client.get(), m_expected);
+    EXPECT_EQ(fusionFiles(), expectedFiles());
+    // Its range was rendered again once the dead worker's lease ran out.
+    EXPECT_EQ(column("SELECT state" + partRow, {part.front()}), std::vector<std::string>{"withdrawn"});
+    EXPECT_TRUE(partWorkers("failed").empty());
+    EXPECT_TRUE(filesHandedBack().empty());
 }
 
 } // namespace
