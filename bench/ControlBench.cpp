@@ -51,7 +51,7 @@ std::shared_ptr<store::Store> benchStore()
     if (opened) {
         return opened;
     }
-    const std::filesystem::path file = std::filesystem::current_path() / "bench-data" / "control.db";
+    const std::filesystem::path file = std::filesystem::path(CALVARINE_BENCH_DATA) / "control.db";
     const bool fresh = !std::filesystem::exists(file);
     opened = store::Store::create(file);
     if (!fresh) {
