@@ -179,28 +179,41 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
     if (m_impl->engine->commandQueue()) {
         return executeQueued(commandText, words.front());
     }
-    const auto found = m_impl->commands.find(words.front());
-    if (found == m_impl->commands.end()) {
-        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), "no such server command");
+    const auto failure = m_impl->runCommand(*this, words, m_impl->progress, nullptr, [](const std::function<void()>& run) { run(); });
+    if (failure) {
+        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), *failure);
+    }
+    return {};
+}
+
+std::optional<std::string> Store::Impl::runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
+    CommandParts* parts, const std::function<void(const std::function<void()>&)>& transact)
+{
+    if (words.empty()) {
+        return "no command given";
+    }
+    const auto found = commands.find(words.front());
+    if (found == commands.end()) {
+        return "no such server command " + words.front();
     }
     // Copy: the command may unregister itself while it runs.
     const ServerCommand command = found->second;
     std::error_code error;
-    std::filesystem::create_directories(m_impl->fusion, error);
+    std::filesystem::create_directories(fusion, error);
     if (error) {
-        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(),
-            "cannot create " + m_impl->fusion.string() + ": " + error.message());
+        return "cannot create " + fusion.string() + ": " + error.message();
     }
-    CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), m_impl->client};
-    if (m_impl->progress) {
-        context.progress = m_impl->progress;
+    CommandContext context{store, fusion, std::vector<std::string>(words.begin() + 1, words.end()), client};
+    if (commandProgress) {
+        context.progress = std::move(commandProgress);
     }
+    context.parts = parts;
     try {
-        command(context);
+        transact([&] { command(context); });
     } catch (const std::exception& failure) {
-        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), failure.what());
+        return failure.what();
     }
-    return {};
+    return std::nullopt;
 }
 
 DbaDynArray Store::executeQueued(const std::string& sentence, const std::string& name)
@@ -273,31 +286,12 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
         if (claimed->attempt > kMaxAttempts) {
             return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it"};
         }
-        auto words = commandWords(claimed->sentence);
-        if (words.empty()) {
-            return {false, "no command given"};
-        }
-        const auto found = m_impl->commands.find(words.front());
-        if (found == m_impl->commands.end()) {
-            return {false, "no such server command " + words.front()};
-        }
-        const ServerCommand command = found->second;
-        std::error_code error;
-        std::filesystem::create_directories(m_impl->fusion, error);
-        if (error) {
-            return {false, "cannot create " + m_impl->fusion.string() + ": " + error.message()};
-        }
         // Its parts still offered are withdrawn once it ends, before its outcome commits.
         const auto parts = queue->parts(*claimed);
-        CommandContext context{
-            *this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), m_impl->client, progress, parts.get()};
-        try {
-            // A failed command leaves none of its records.
-            engine.transaction([&] { command(context); });
-        } catch (const std::exception& failure) {
-            return {false, failure.what()};
-        }
-        return {true, {}};
+        // A failed command leaves none of its records.
+        const auto failure = m_impl->runCommand(*this, commandWords(claimed->sentence), progress, parts.get(),
+            [&](const std::function<void()>& run) { engine.transaction(run); });
+        return failure ? CommandOutcome{false, *failure} : CommandOutcome{true, {}};
     });
     return true;
 }

@@ -2,7 +2,9 @@
 
 // What a Store holds beside its engine. Internal to the store.
 
+#include <functional>
 #include <map>
+#include <optional>
 
 #include "Engine.h"
 #include "SessionKeys.h"
@@ -27,6 +29,12 @@ public:
         sessionKeys->setSession(sessionClient ? sessionClient->session() : std::string());
         engine->setSession(sessionKeys->session());
     }
+    // Runs the registered command named by the first word, with the other words
+    // as its arguments, on both paths (in this process, or taken from the queue):
+    // nothing when it succeeded, else why not (no such command, FUSION not made,
+    // or the command's own message). transact wraps the command's run.
+    std::optional<std::string> runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
+        CommandParts* parts, const std::function<void(const std::function<void()>&)>& transact);
     // A sentence's selection; on a session-private file, only this session's records.
     DbaDynArray select(const sentence::Parsed& parsed, std::string_view attributes);
 };
