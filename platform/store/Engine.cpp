@@ -41,6 +41,18 @@ void checkKey(std::string_view key, std::string_view context)
     }
 }
 
+std::string writeContext(std::string_view file, std::string_view key)
+{
+    return "write " + std::string(file) + " \"" + std::string(key) + "\"";
+}
+
+void checkWrittenKey(std::string_view file, std::string_view key)
+{
+    if (key.empty() || hasMark(key)) {
+        checkKey(key, writeContext(file, key));
+    }
+}
+
 void checkDictionaryName(std::string_view file, std::string_view name, int attribute)
 {
     const std::string context = "name " + std::string(name) + " of " + std::string(file);

@@ -113,6 +113,11 @@ namespace names {
 bool hasMark(std::string_view text);
 bool isPlainName(std::string_view name);
 void checkKey(std::string_view key, std::string_view context);
+// What a failed write of key names: write FILE "KEY".
+std::string writeContext(std::string_view file, std::string_view key);
+// checkKey for a write, the context made only when the key is refused (a load
+// writes millions).
+void checkWrittenKey(std::string_view file, std::string_view key);
 // A dictionary name must be a plain word, not a number, for an attribute 0 to 32767.
 void checkDictionaryName(std::string_view file, std::string_view name, int attribute);
 } // namespace names

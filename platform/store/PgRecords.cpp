@@ -10,7 +10,6 @@
 namespace store {
 
 using pg::cell;
-using names::checkKey;
 
 void PgEngine::forEach(std::string_view file, const std::function<void(std::string_view, std::string_view)>& visit)
 {
@@ -67,11 +66,11 @@ void PgEngine::indexRecord(const std::vector<DictName>& names, std::string_view 
 
 void PgEngine::write(std::string_view file, std::string_view key, std::string_view record)
 {
-    const std::string context = "write " + std::string(file) + " \"" + std::string(key) + "\"";
-    checkKey(key, context);
+    names::checkWrittenKey(file, key);
     if (keepForLoad(file, key, record)) {
         return;
     }
+    const std::string context = names::writeContext(file, key);
     const std::string stored(key);
     const std::string upsert = "INSERT INTO " + quoteIdent(file)
         + "(key, record) VALUES($1::bytea, $2::bytea) ON CONFLICT (key) DO UPDATE SET record = EXCLUDED.record";

@@ -8,8 +8,7 @@
 
 namespace store {
 
-using names::checkKey;
-using names::hasMark;
+using names::checkWrittenKey;
 using names::isPlainName;
 using sqlite::bindText;
 using sqlite::columnText;
@@ -424,10 +423,7 @@ void SqliteEngine::indexRecord(const WritePlan& plan, std::string_view key, std:
 
 void SqliteEngine::write(std::string_view file, std::string_view key, std::string_view record)
 {
-    auto context = [&] { return "write " + std::string(file) + " \"" + std::string(key) + "\""; };
-    if (key.empty() || hasMark(key)) {
-        checkKey(key, context());
-    }
+    checkWrittenKey(file, key);
     const auto hold = holding();
     auto work = [&] {
         createFile(file);
@@ -442,7 +438,7 @@ void SqliteEngine::write(std::string_view file, std::string_view key, std::strin
         // Static: the record outlives the step, and a load's records are large.
         sqlite3_bind_blob(plan.upsert, 2, record.data() ? record.data() : "", static_cast<int>(record.size()), SQLITE_STATIC);
         if (sqlite3_step(plan.upsert) != SQLITE_DONE) {
-            fail(context());
+            fail(names::writeContext(file, key));
         }
     };
     // A write is all or nothing: a savepoint of its own. Within a load's

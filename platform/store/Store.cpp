@@ -41,7 +41,7 @@ public:
 
     void writeRecord(std::string_view key, std::string_view record) override
     {
-        names::checkKey(key, "write " + m_name + " \"" + std::string(key) + "\"");
+        names::checkWrittenKey(m_name, key);
         m_engine->write(m_name, m_keys->stored(m_name, key), record);
     }
 
@@ -346,7 +346,7 @@ std::optional<std::string> Store::read(std::string_view file, std::string_view k
 
 void Store::write(std::string_view file, std::string_view key, std::string_view record)
 {
-    names::checkKey(key, "write " + std::string(file) + " \"" + std::string(key) + "\"");
+    names::checkWrittenKey(file, key);
     m_impl->engine->write(file, m_impl->sessionKeys->stored(file, key), record);
 }
 
