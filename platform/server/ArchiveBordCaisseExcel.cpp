@@ -8,12 +8,14 @@
 #include <stdexcept>
 #include <vector>
 
-#include "FusionBatch.h"
+#include <QCryptographicHash>
 
+#include "FusionBatch.h"
 #include "StatementFiles.h"
 #include "StatementData.h"
 #include "StatementRenderer.h"
 #include "archive/Archive.h"
+#include "database/DbaError.h"
 #include "database/FileNames.h"
 #include "Store.h"
 
@@ -72,6 +74,24 @@ void checkPeriodKnown(store::Store& store, const std::string& period, const std:
         throw std::invalid_argument(std::string(kArchiveBordCaisseExcel) + ": nothing archived for period " + period + ", entity "
             + entity + ", activity " + letter);
     }
+}
+
+// The entries that found no statement, for the log (English) or the operator.
+std::string describeMissing(const std::vector<RequestEntry>& missing, bool forOperator)
+{
+    constexpr std::size_t kNamed = 10;
+    std::string text;
+    for (std::size_t i = 0; i < missing.size() && i < kNamed; ++i) {
+        text += (i == 0 ? "" : ", ") + missing[i].organisation + " " + archive::trimmedRight(missing[i].invoice);
+    }
+    if (missing.size() > kNamed) {
+        text += forOperator ? " et " + std::to_string(missing.size() - kNamed) + " autres" : " and " + std::to_string(missing.size() - kNamed) + " more";
+    }
+    if (!forOperator) {
+        return std::to_string(missing.size()) + " statement(s) asked are not in the archive: " + text;
+    }
+    return missing.size() == 1 ? "le bordereau demandé n'est pas dans l'archive (organisme et facture : " + text + ")"
+                               : std::to_string(missing.size()) + " bordereaux demandés ne sont pas dans l'archive (organisme et facture : " + text + ")";
 }
 
 // A range of entries rendered as a part: a drawn document's worth (see
@@ -177,16 +197,64 @@ std::vector<RequestEntry> requestEntries(store::Store& store)
     return entries;
 }
 
+namespace {
+
+// Characters kept as they are in a file name: those that every file system and
+// file manager takes, and no '~', which marks a name that carries a digest.
+bool isPlain(char c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.'
+        || c == '+' || c == '#' || c == '(' || c == ')' || c == '=' || c == ',';
+}
+
+// Beyond this the readable part of an invoice number is cut; the digest keeps it apart.
+constexpr std::size_t kReadableInvoice = 40;
+
+// The invoice number as the statement's key holds it: from its place to the
+// end, whatever its width, so that statements the code line cannot tell apart
+// still get names of their own.
+std::string_view invoiceField(std::string_view key, std::string_view asked)
+{
+    const auto at = static_cast<std::size_t>(archive::kInvoice.position - 1);
+    return key.size() > at ? key.substr(at) : asked;
+}
+
+} // namespace
+
 std::string fusionFileName(std::string_view entity, std::string_view letter, std::string_view period,
     std::string_view organisation, std::string_view invoice)
 {
+    // A plain invoice number is as a key holds it: plain characters, then blanks
+    // to ten characters. Anything else (other characters, another width) keeps
+    // what it can read and adds a digest of the exact fields, so that two
+    // statements never share a name.
+    const std::string trimmed = archive::trimmedRight(invoice);
+    bool plain = invoice.size() == static_cast<std::size_t>(archive::kInvoice.width) && !trimmed.empty();
     std::string name;
-    name.append(entity).append(letter).append("_").append(period).append("_").append(organisation).append("_");
-    name += archive::trimmedRight(invoice);
-    for (char& c : name) {
-        if (c == '/' || c == '\0') {
-            c = '_';
+    const auto append = [&](std::string_view part, std::size_t cut) {
+        for (std::size_t i = 0; i < part.size() && i < cut; ++i) {
+            const char c = part[i];
+            plain = plain && isPlain(c);
+            name += isPlain(c) ? c : '_';
         }
+        plain = plain && part.size() <= cut;
+    };
+    append(entity, 16);
+    append(letter, 1);
+    name += '_';
+    append(period, 6);
+    name += '_';
+    append(organisation, 16);
+    name += '_';
+    append(trimmed, kReadableInvoice);
+    if (!plain) {
+        QCryptographicHash hash(QCryptographicHash::Sha256);
+        for (const std::string_view part : {entity, letter, period, organisation, invoice}) {
+            hash.addData(QByteArrayView(part.data(), static_cast<qsizetype>(part.size())));
+            hash.addData(QByteArrayView("\x1f", 1));
+        }
+        name += '~';
+        name += hash.result().toHex().left(12).toStdString();
     }
     return name + ".pdf";
 }
@@ -197,6 +265,7 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
     const std::string& period = arguments[0];
     const std::string& entity = arguments[1];
     const std::string& letter = arguments[2];
+    statements::StatementFinder finder(store, period, entity, letter);
     // Loaded here, on the thread that holds the store, while the render threads
     // draw the statements many to a document and cut them into one file each.
     statements::StatementFiles pdfs;
@@ -214,13 +283,13 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
     for (std::size_t i = 0; i < entries.size(); ++i) {
         const RequestEntry& entry = entries[i];
         if (!entry.organisation.empty() || !entry.invoice.empty()) {
-            const auto key = statements::findStatementKey(store, period, entity, letter, entry.organisation, entry.invoice);
-            std::string name = fusionFileName(entity, letter, period, entry.organisation, entry.invoice);
             // The same statement asked twice gives one file.
-            if (key && seen.insert(name).second) {
-                pdfs.add(statements::loadStatement(store, *key));
-                names.push_back(std::move(name));
-                entriesUpTo.push_back(i + 1);
+            for (const std::string& key : finder.find(entry.organisation, entry.invoice)) {
+                if (seen.insert(key).second) {
+                    pdfs.add(statements::loadStatement(store, key));
+                    names.push_back(fusionFileName(entity, letter, period, entry.organisation, invoiceField(key, entry.invoice)));
+                    entriesUpTo.push_back(i + 1);
+                }
             }
         }
         report(pdfs.drawn());
@@ -237,6 +306,18 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
     return files;
 }
 
+std::vector<RequestEntry> missingEntries(store::Store& store, const std::vector<std::string>& arguments, std::span<const RequestEntry> entries)
+{
+    statements::StatementFinder finder(store, arguments[0], arguments[1], arguments[2]);
+    std::vector<RequestEntry> missing;
+    for (const RequestEntry& entry : entries) {
+        if ((!entry.organisation.empty() || !entry.invoice.empty()) && finder.find(entry.organisation, entry.invoice).empty()) {
+            missing.push_back(entry);
+        }
+    }
+    return missing;
+}
+
 void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserver& observer)
 {
     checkSentence(context.arguments);
@@ -247,6 +328,10 @@ void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserve
 
     const std::vector<RequestEntry> entries = requestEntries(store);
     context.progress(0, static_cast<int>(entries.size()));
+    // Every statement asked gets its file, or the run fails saying which have none.
+    if (const auto missing = missingEntries(store, context.arguments, entries); !missing.empty()) {
+        throw DbaError(DbaError::Kind::CommandFailed, kArchiveBordCaisseExcel, describeMissing(missing, false), describeMissing(missing, true));
+    }
     const auto files = renderRequest(context, entries);
     if (files.empty()) {
         return;
@@ -294,9 +379,15 @@ void archiveBordCaisseExcelPart(store::CommandContext& context)
     }
 }
 
+void clearResult(store::CommandContext& context)
+{
+    context.store.remove(FileNames::TEMPO, Keys::BORDCAISSEEXCEL);
+}
+
 void registerArchiveBordCaisseExcel(store::Store& store)
 {
-    store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); });
+    // An earlier run's result must never read as this run's, whatever becomes of it.
+    store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); }, clearResult);
     store.registerCommand(kArchiveBordCaisseExcelPart, archiveBordCaisseExcelPart);
 }
 

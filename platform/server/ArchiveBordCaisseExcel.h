@@ -6,10 +6,12 @@
 // Sentence: ARCHIVEBORDCAISSEEXCEL <yyyymm> <entity> <letter>. The statements
 // are listed in TEMPO "REQUETEBORDEXCEL", one attribute each (value 1 the
 // organisation code, value 2 the invoice number). Each one found in
-// ARCHIVEBORDCAISSE becomes <entity><letter>_<yyyymm>_<organisation>_<invoice>.pdf
-// (invoice number without trailing blanks); an entry that finds nothing gives no
-// file. When at least one file was written, TEMPO "BORDCAISSEEXCEL" lists their
-// names, one attribute each, in the order of the request.
+// ARCHIVEBORDCAISSE becomes one file (see fusionFileName), each statement once,
+// whichever entries name it. An entry that finds no statement fails the whole
+// run, naming it: every statement asked gets its file or the operator is told.
+// TEMPO "BORDCAISSEEXCEL" lists the names, one attribute each, in the order of
+// the request; a result of an earlier run is removed before anything else,
+// also when the run then fails.
 //
 // Publishing is one transaction (see FusionBatch): every PDF is rendered, then
 // all are written under hidden names, made durable together and renamed into
@@ -81,8 +83,13 @@ using RenderedFile = store::CommandFile;
 std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<std::string>& arguments,
     std::span<const RequestEntry> entries, const std::function<void()>& advanced = {});
 
-// The name of the PDF of one statement; characters that cannot stand in a file
-// name ('/' and NUL) become '_'.
+// The name of the PDF of one statement, invoice as the statement's key holds it:
+// <entity><letter>_<yyyymm>_<organisation>_<invoice>.pdf, the invoice number
+// without its trailing blanks. A name is never shared by two statements: when
+// a field holds more than plain characters (letters, digits, - _ . + # ( ) = ,)
+// or the invoice number has not the key's width of ten, the other characters
+// become '_', the invoice number is cut to 40, and '~' and twelve hex digits
+// of a digest of the exact fields follow. No control character, no '/'.
 std::string fusionFileName(std::string_view entity, std::string_view letter, std::string_view period,
     std::string_view organisation, std::string_view invoice);
 

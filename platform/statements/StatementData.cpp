@@ -6,6 +6,7 @@
 #include "archive/Archive.h"
 #include "database/Dba.h"
 #include "database/FileNames.h"
+#include "shell/Text.h"
 
 namespace statements {
 
@@ -125,20 +126,75 @@ StatementData parseArchiveRecord(std::string_view key, const DbaDynArray& record
     return data;
 }
 
+StatementFinder::StatementFinder(DbaDatabase& db, std::string period, std::string entity, std::string letter)
+    : m_db(db)
+    , m_period(std::move(period))
+    , m_entity(std::move(entity))
+    , m_letter(std::move(letter))
+{
+}
+
+bool StatementFinder::exists(const std::string& key)
+{
+    if (!m_archive) {
+        m_archive = m_db.OpenFile(FileNames::ARCHIVEBORDCAISSE);
+    }
+    try {
+        m_archive->ReadItem(key);
+        return true;
+    } catch (const DbaError& error) {
+        if (!error.isNoRecord()) {
+            throw;
+        }
+        return false;
+    }
+}
+
+std::vector<std::string> StatementFinder::find(std::string_view organisation, std::string_view invoice)
+{
+    const std::string scope = m_entity + m_letter + std::string(organisation) + m_period;
+    if (const std::string key = scope + std::string(invoice); exists(key)) {
+        return {key};
+    }
+    if (const auto width = static_cast<std::size_t>(archive::kInvoice.width); Text::Len(invoice) < static_cast<std::int32_t>(width)) {
+        std::string padded(invoice);
+        padded.append(width - static_cast<std::size_t>(Text::Len(invoice)), ' ');
+        if (const std::string key = scope + padded; exists(key)) {
+            return {key};
+        }
+    }
+    const auto select = [&](const std::string& sentence) {
+        std::int32_t status = 0;
+        const DbaDynArray keys = m_db.Select(archive::keyRequest(sentence).text(), "", status);
+        std::vector<std::string> found;
+        const auto count = std::min<std::size_t>(keys.attributeCount(), INT16_MAX);
+        for (std::size_t i = 1; i <= count; ++i) {
+            found.push_back(keys.attribute(static_cast<std::int16_t>(i)));
+        }
+        return found;
+    };
+    const auto sentence = archive::statementSentence(m_period, m_entity, m_letter, organisation, invoice);
+    if (!sentence) {
+        return {};
+    }
+    if (auto found = select(*sentence); !found.empty()) {
+        return found;
+    }
+    if (Text::Len(invoice) == archive::kInvoice.width) {
+        return select(archive::keyBeginningSentence(m_period, scope + std::string(invoice)));
+    }
+    return {};
+}
+
 std::optional<std::string> findStatementKey(DbaDatabase& db, std::string_view period, std::string_view entity,
     std::string_view letter, std::string_view organisation, std::string_view invoice)
 {
-    const auto sentence = archive::statementSentence(period, entity, letter, organisation, invoice);
-    if (!sentence) {
+    StatementFinder finder(db, std::string(period), std::string(entity), std::string(letter));
+    auto keys = finder.find(organisation, invoice);
+    if (keys.empty()) {
         return std::nullopt;
     }
-    std::int32_t status = 0;
-    const DbaDynArray keys = db.Select(archive::keyRequest(*sentence).text(), "", status);
-    auto first = keys.attribute(1);
-    if (first.empty()) {
-        return std::nullopt;
-    }
-    return first;
+    return std::move(keys.front());
 }
 
 StatementData loadStatement(DbaDatabase& db, std::string_view key)

@@ -5,6 +5,7 @@
 // database; everything after it works on this struct alone.
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 
 class DbaDatabase;
 class DbaDynArray;
+class DbaFile;
 
 namespace statements {
 
@@ -61,8 +63,35 @@ using archive::trimmedRight;
 // Throws DbaError BadData when a number is not a whole number.
 StatementData parseArchiveRecord(std::string_view key, const DbaDynArray& record);
 
-// The key of the first statement that archive::statementSentence selects;
-// nullopt when none. Throws DbaError when the query fails.
+// Finds the statements of one scope (period, entity, activity letter) that a
+// selection's entry (organisation code and invoice number, as its code line
+// holds them) stands for. The archive key made of the scope and the entry is
+// read first, as given and with the invoice number filled with blanks: one look-up
+// whatever the number of statements of the organisation. Only when no such key
+// exists (an archive imported leniently, whose keys do not follow the layout) is
+// the archive queried: archive::statementSentence, then the keys that begin
+// with the scope, the organisation and the entry's ten characters of invoice
+// number (a longer invoice number, cut in the code line). Use from one thread.
+class StatementFinder {
+public:
+    StatementFinder(DbaDatabase& db, std::string period, std::string entity, std::string letter);
+
+    // Every statement the entry stands for, in key order; usually one, none
+    // when the archive has none, several when the code line cannot tell them
+    // apart. Throws DbaError when a look-up fails.
+    std::vector<std::string> find(std::string_view organisation, std::string_view invoice);
+
+private:
+    bool exists(const std::string& key);
+
+    DbaDatabase& m_db;
+    std::shared_ptr<DbaFile> m_archive;
+    std::string m_period;
+    std::string m_entity;
+    std::string m_letter;
+};
+
+// The first of StatementFinder::find; nullopt when none.
 std::optional<std::string> findStatementKey(DbaDatabase& db, std::string_view period, std::string_view entity,
     std::string_view letter, std::string_view organisation, std::string_view invoice);
 

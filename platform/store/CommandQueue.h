@@ -32,6 +32,7 @@ struct QueuedCommand {
 struct CommandOutcome {
     bool succeeded = false;
     std::string message;
+    std::string reason; // the cause in an operator's words, when known (see DbaError::reason)
 };
 
 class CommandQueue {

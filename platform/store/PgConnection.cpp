@@ -39,6 +39,14 @@ struct BinaryParams {
     int count() const { return static_cast<int>(values.size()); }
 };
 
+// A whole call gives up making a lost connection again after this long.
+constexpr std::chrono::seconds kReconnectBound{8};
+// libpq's shortest connect_timeout, in its own words.
+constexpr const char* kProbeTimeout = "2";
+
+const std::string kUnreachable = "la connexion à la base a été perdue : le serveur de la base ne répond pas";
+const std::string kLost = "la connexion à la base a été perdue";
+
 } // namespace
 
 void ClearResult::operator()(pg_result* result) const
@@ -121,7 +129,7 @@ Connection::Connection(std::string_view url)
 {
     // Defaults first: what the URI says comes later and wins.
     m_keywords = {"connect_timeout", "keepalives", "keepalives_idle", "keepalives_interval", "keepalives_count", "dbname"};
-    m_values = {"10", "1", "30", "10", "3", m_url};
+    m_values = {"5", "1", "30", "10", "3", m_url};
     m_conn = connect();
     // A statement's answer is awaited for as long as connecting may take.
     if (PQconninfoOption* options = PQconninfo(m_conn.get())) {
@@ -136,12 +144,17 @@ Connection::Connection(std::string_view url)
 
 Connection::~Connection() = default;
 
-Connection::Parameters Connection::parameters() const
+Connection::Parameters Connection::parameters(const char* connectTimeout) const
 {
     Parameters out;
     for (std::size_t i = 0; i < m_keywords.size(); ++i) {
         out.keywords.push_back(m_keywords[i].c_str());
         out.values.push_back(m_values[i].c_str());
+    }
+    if (connectTimeout) {
+        // After the URI, so that it wins over what the URI says.
+        out.keywords.push_back("connect_timeout");
+        out.values.push_back(connectTimeout);
     }
     out.keywords.push_back(nullptr);
     out.values.push_back(nullptr);
@@ -153,7 +166,8 @@ Connection::Handle Connection::connect() const
     const auto params = parameters();
     Handle connection(PQconnectdbParams(params.keywords.data(), params.values.data(), 1));
     if (PQstatus(connection.get()) != CONNECTION_OK) {
-        throw DbaError(DbaError::Kind::Storage, "connect to the PostgreSQL server", redacted(trimmed(PQerrorMessage(connection.get())), m_url));
+        throw DbaError(DbaError::Kind::Storage, "connect to the PostgreSQL server", redacted(trimmed(PQerrorMessage(connection.get())), m_url),
+            kUnreachable);
     }
     // The server's notices (such as its goodbye when it shuts down) reach the
     // program as errors where they matter, not on its standard error.
@@ -163,7 +177,8 @@ Connection::Handle Connection::connect() const
 
 bool Connection::serverAnswers() const
 {
-    const auto params = parameters();
+    // Short: it only tells a frozen or stopped server from a busy one.
+    const auto params = parameters(kProbeTimeout);
     return PQpingParams(params.keywords.data(), params.values.data(), 1) != PQPING_NO_RESPONSE;
 }
 
@@ -178,23 +193,36 @@ void Connection::ensureConnected(std::string_view context)
     if (PQstatus(m_conn.get()) == CONNECTION_OK) {
         return;
     }
-    // A server restarting takes a few seconds: try again, waiting longer each time.
+    const auto start = std::chrono::steady_clock::now();
+    // Once the server was found gone, every next call would wait as long again:
+    // until it answers a probe, calls fail at once.
+    if (m_unreachable && !serverAnswers()) {
+        throw DbaError(DbaError::Kind::Storage, std::string(context),
+            "the PostgreSQL server cannot be reached (it did not answer a probe either)", kUnreachable);
+    }
+    // A server restarting takes a few seconds: try again, waiting longer each
+    // time, all within one bound, so that no call waits much longer than it.
     std::chrono::milliseconds pause{250};
-    constexpr int kAttempts = 6;
     for (int attempt = 1;; ++attempt) {
+        const auto tried = std::chrono::steady_clock::now();
         try {
             m_conn = connect();
             break;
         } catch (const DbaError& failure) {
-            if (attempt == kAttempts) {
+            const auto now = std::chrono::steady_clock::now();
+            if (now + pause + (now - tried) > start + kReconnectBound) {
+                m_unreachable = true;
                 throw DbaError(DbaError::Kind::Storage, std::string(context),
-                    "the connection to the PostgreSQL server was lost and could not be made again (" + std::to_string(kAttempts)
-                        + " attempts): " + failure.detail());
+                    "the connection to the PostgreSQL server was lost and could not be made again (" + std::to_string(attempt)
+                        + " attempts in " + std::to_string(std::chrono::duration_cast<std::chrono::seconds>(now - start).count())
+                        + " s): " + failure.detail(),
+                    kUnreachable);
             }
         }
         std::this_thread::sleep_for(pause);
         pause *= 2;
     }
+    m_unreachable = false;
     m_prepared.clear();
     for (const auto& [channel, handler] : m_listeners) {
         checked(exec("LISTEN " + channel, "listen"), "listen");
@@ -215,9 +243,11 @@ bool Connection::awaitInput(std::string_view context)
         // Frozen: nothing will come. Cut the connection so nothing else waits on it.
         ::shutdown(PQsocket(m_conn.get()), SHUT_RDWR);
         PQconsumeInput(m_conn.get());
+        m_unreachable = true;
         throw DbaError(DbaError::Kind::Storage, std::string(context),
-            "the PostgreSQL server did not answer within " + std::to_string(m_silence.count() * 2)
-                + " s (a new connection was not accepted either); the connection was closed");
+            "the PostgreSQL server did not answer within " + std::to_string(m_silence.count())
+                + " s (a new connection was not accepted either); the connection was closed",
+            kUnreachable);
     }
     return ready <= 0 || PQconsumeInput(m_conn.get());
 }
@@ -269,14 +299,18 @@ void Connection::fail(std::string_view context, pg_result* result) const
         detail = PQerrorMessage(m_conn.get());
     }
     detail = trimmed(std::move(detail));
-    if (PQstatus(m_conn.get()) != CONNECTION_OK) {
+    const bool lost = PQstatus(m_conn.get()) != CONNECTION_OK;
+    if (lost) {
         detail = "connection to the server lost: " + detail;
     }
     const char* state = result ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
     if (state && std::string_view(state) == "23505") {
         throw DuplicateKey(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url));
     }
-    throw DbaError(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url));
+    // Class 53: the server is out of disk, memory or connections.
+    const bool full = state && std::string_view(state) == "53100";
+    throw DbaError(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url),
+        lost ? kLost : full ? "le disque du serveur de la base est plein" : std::string());
 }
 
 Result Connection::run(const std::string& sql, const Params& params, std::string_view context)

@@ -6,12 +6,16 @@
 // their channel. Internal to the store.
 //
 // A server that stops answering never hangs the program: connecting times out
-// (connect_timeout, 10 s unless the URI says otherwise) and TCP keepalives are on
+// (connect_timeout, 5 s unless the URI says otherwise) and TCP keepalives are on
 // by default (keepalives_* in the URI override them). While a statement waits for
 // its answer, every connect_timeout seconds of silence the server is probed with
-// a new connection; a server that does not take it either is taken for frozen,
-// the connection is dropped and the statement fails. A lost connection is made
-// again, with backoff, by the next statement outside a transaction.
+// a new connection (2 s at most); a server that does not take it either is taken
+// for frozen, the connection is dropped and the statement fails. A lost
+// connection is made again, with backoff, by the next statement outside a
+// transaction, within 8 s; once that failed, later statements fail as soon as a
+// probe goes unanswered, so that a run of calls against a frozen or stopped
+// server ends in seconds, not minutes. Failures of that kind carry a reason for
+// the operator (DbaError::reason).
 
 #include <chrono>
 #include <cstdint>
@@ -122,7 +126,8 @@ private:
         std::vector<const char*> keywords;
         std::vector<const char*> values;
     };
-    Parameters parameters() const;
+    // connectTimeout, when given, replaces whatever the URI says.
+    Parameters parameters(const char* connectTimeout = nullptr) const;
     Handle connect() const;
     // Makes the connection again if it was lost (outside a transaction only).
     void ensureConnected(std::string_view context);
@@ -142,7 +147,9 @@ private:
     std::vector<std::string> m_keywords;
     std::vector<std::string> m_values;
     std::string m_url;
-    std::chrono::seconds m_silence{10};
+    std::chrono::seconds m_silence{5};
+    // The server was found gone (frozen or stopped) and not reached since.
+    bool m_unreachable = false;
     Handle m_conn;
     std::function<void()> m_onReconnect;
     int m_depth = 0;

@@ -169,6 +169,8 @@ void PgCommandQueue::createTables(pg::Connection& db)
   name bytea NOT NULL, bytes bytea NOT NULL, PRIMARY KEY(command, seq)))",
         "schema");
     db.runCommand(R"(ALTER TABLE "calvarine#command_files" ALTER COLUMN bytes SET STORAGE EXTERNAL)", "schema");
+    // Added since: why a command failed, in the operator's words.
+    db.runCommand(R"(ALTER TABLE "calvarine#commands" ADD COLUMN IF NOT EXISTS reason text)", "schema");
     db.runCommand(R"(CREATE OR REPLACE FUNCTION "calvarine#queued"() RETURNS trigger LANGUAGE plpgsql AS $f$
 BEGIN
   IF NEW.state = 'queued' THEN
@@ -207,10 +209,10 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
         auto state = m_db.runPrepared(std::string("UPDATE ") + kCommandTable
                 + " SET client_seen = clock_timestamp() WHERE id = $1::text::bigint RETURNING state, coalesce(message, ''), "
                   "coalesce(progress_done::text, ''), coalesce(progress_total::text, ''), "
-                  "(state = 'running' AND lease_until > clock_timestamp())::text",
+                  "(state = 'running' AND lease_until > clock_timestamp())::text, coalesce(reason, '')",
             {number}, "Execute P");
         if (PQntuples(state.get()) == 0) {
-            return {false, "the command " + number + " left the queue"};
+            return {false, "the command " + number + " left the queue", "la demande a été retirée de la file du serveur"};
         }
         const auto status = cell(state.get(), 0, 0);
         const std::pair<std::string, std::string> reported{std::string(cell(state.get(), 0, 2)), std::string(cell(state.get(), 0, 3))};
@@ -219,10 +221,10 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
             progress(std::stoi(reported.first), std::stoi(reported.second));
         }
         if (status == "done" || status == "failed") {
-            return {status == "done", std::string(cell(state.get(), 0, 1))};
+            return {status == "done", std::string(cell(state.get(), 0, 1)), std::string(cell(state.get(), 0, 5))};
         }
         if (status == "withdrawn") {
-            return {false, "the command was withdrawn: " + std::string(cell(state.get(), 0, 1))};
+            return {false, "the command was withdrawn: " + std::string(cell(state.get(), 0, 1)), "la demande a été retirée de la file du serveur"};
         }
         const auto now = std::chrono::steady_clock::now();
         if (cell(state.get(), 0, 4) == "true") {
@@ -248,19 +250,25 @@ CommandOutcome PgCommandQueue::withdraw(const std::string& number, std::chrono::
             + " WHERE state = 'running' AND lease_until > clock_timestamp() AND id <> $1::text::bigint",
         {number}, "Execute P");
     const std::string workers(cell(busy.get(), 0, 0));
-    const std::string reason = workers == "0"
+    const bool none = workers == "0";
+    const std::string message = none
         ? "no worker is running (is calvarine-server started?); the command was withdrawn after " + seconds + " s"
         : workers + (workers == "1" ? " worker was" : " workers were") + " busy with other commands for " + seconds
             + " s; the command was withdrawn, try again later";
+    const std::string reason = none
+        ? "aucun programme serveur (calvarine-server) n'a pris la demande en " + seconds + " s : il n'est pas démarré ; la demande a été retirée"
+        : (workers == "1" ? "le programme serveur (calvarine-server) était occupé"
+                          : "les " + workers + " programmes serveur (calvarine-server) étaient occupés")
+            + " par d'autres demandes pendant " + seconds + " s ; la demande a été retirée, réessayez plus tard";
     // Withdrawn only if no worker holds it now: one that took it meanwhile finishes it.
     auto withdrawn = m_db.run(std::string("UPDATE ") + kCommandTable
             + " SET state = 'withdrawn', message = 'its client stopped waiting', done_at = now() WHERE id = $1::text::bigint "
               "AND (state = 'queued' OR (state = 'running' AND lease_until <= clock_timestamp())) RETURNING 1",
         {number}, "Execute P");
     if (PQntuples(withdrawn.get()) == 0) {
-        return {false, {}};
+        return {false, {}, {}};
     }
-    return {false, reason};
+    return {false, message, reason};
 }
 
 std::optional<QueuedCommand> PgCommandQueue::claim(std::string_view worker, std::chrono::seconds lease)
@@ -319,9 +327,11 @@ bool PgCommandQueue::complete(const QueuedCommand& command, const Work& work)
             const std::string attempt = std::to_string(command.attempt);
             auto marked = m_db.runPrepared(std::string("UPDATE ") + kCommandTable
                     + " SET state = $3::text, message = $4::text, done_at = now(), lease_until = NULL, "
-                      "progress_done = NULLIF($5::text::integer, -1), progress_total = NULLIF($6::text::integer, -1) "
+                      "progress_done = NULLIF($5::text::integer, -1), progress_total = NULLIF($6::text::integer, -1), "
+                      "reason = NULLIF($7::text, '') "
                       "WHERE id = $1::text::bigint AND attempt = $2::text::integer AND state = 'running' RETURNING id",
-                {id, attempt, outcome.succeeded ? "done" : "failed", outcome.message, text(done), text(total)}, "complete command " + id);
+                {id, attempt, outcome.succeeded ? "done" : "failed", outcome.message, text(done), text(total), outcome.reason},
+                "complete command " + id);
             if (PQntuples(marked.get()) == 0) {
                 throw ClaimLost{};
             }

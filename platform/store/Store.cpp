@@ -1,6 +1,8 @@
 #include "Store.h"
 
+#include <cerrno>
 #include <exception>
+#include <system_error>
 
 #include "PgEngine.h"
 #include "SqliteEngine.h"
@@ -75,6 +77,21 @@ std::vector<std::string> commandWords(std::string_view text)
         words.push_back(std::move(word));
     }
     return words;
+}
+
+// The cause of a failure to write in FUSION, in an operator's words.
+std::string fusionReason(std::error_code error, const std::filesystem::path& fusion)
+{
+    if (error == std::errc::no_space_on_device || error.value() == EDQUOT) {
+        return "le disque du dossier FUSION (" + fusion.string() + ") est plein";
+    }
+    if (error == std::errc::read_only_file_system) {
+        return "le dossier FUSION (" + fusion.string() + ") est sur un support en lecture seule";
+    }
+    if (error == std::errc::permission_denied || error == std::errc::operation_not_permitted) {
+        return "le dossier FUSION (" + fusion.string() + ") n'est pas accessible en écriture";
+    }
+    return {};
 }
 
 } // namespace
@@ -179,29 +196,29 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
     if (m_impl->engine->commandQueue()) {
         return executeQueued(commandText, words.front());
     }
-    const auto failure = m_impl->runCommand(*this, words, m_impl->progress, nullptr, [](const std::function<void()>& run) { run(); });
-    if (failure) {
-        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), *failure);
+    const auto outcome = m_impl->runCommand(*this, words, m_impl->progress, nullptr, [](const std::function<void()>& run) { run(); });
+    if (!outcome.succeeded) {
+        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), outcome.message, outcome.reason);
     }
     return {};
 }
 
-std::optional<std::string> Store::Impl::runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
+CommandOutcome Store::Impl::runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
     CommandParts* parts, const std::function<void(const std::function<void()>&)>& transact)
 {
     if (words.empty()) {
-        return "no command given";
+        return {false, "no command given", {}};
     }
     const auto found = commands.find(words.front());
     if (found == commands.end()) {
-        return "no such server command " + words.front();
+        return {false, "no such server command " + words.front(), "la commande " + words.front() + " n'existe pas sur le serveur"};
     }
     // Copy: the command may unregister itself while it runs.
-    const ServerCommand command = found->second;
+    const Registered command = found->second;
     std::error_code error;
     std::filesystem::create_directories(fusion, error);
     if (error) {
-        return "cannot create " + fusion.string() + ": " + error.message();
+        return {false, "cannot create " + fusion.string() + ": " + error.message(), fusionReason(error, fusion)};
     }
     CommandContext context{store, fusion, std::vector<std::string>(words.begin() + 1, words.end()), client};
     if (commandProgress) {
@@ -209,11 +226,18 @@ std::optional<std::string> Store::Impl::runCommand(Store& store, const std::vect
     }
     context.parts = parts;
     try {
-        transact([&] { command(context); });
+        if (command.before) {
+            command.before(context);
+        }
+        transact([&] { command.run(context); });
+    } catch (const DbaError& failure) {
+        return {false, failure.what(), failure.reason()};
+    } catch (const std::system_error& failure) {
+        return {false, failure.what(), fusionReason(failure.code(), fusion)};
     } catch (const std::exception& failure) {
-        return failure.what();
+        return {false, failure.what(), {}};
     }
-    return std::nullopt;
+    return {true, {}, {}};
 }
 
 DbaDynArray Store::executeQueued(const std::string& sentence, const std::string& name)
@@ -227,7 +251,7 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
     }
     const auto outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
     if (!outcome.succeeded) {
-        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message);
+        throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message, outcome.reason);
     }
     return {};
 }
@@ -284,14 +308,14 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
         // A command that stopped its workers this often would stop every next one.
         constexpr int kMaxAttempts = 3;
         if (claimed->attempt > kMaxAttempts) {
-            return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it"};
+            return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it",
+                "la demande a arrêté " + std::to_string(kMaxAttempts) + " programmes serveur (calvarine-server) et a été abandonnée"};
         }
         // Its parts still offered are withdrawn once it ends, before its outcome commits.
         const auto parts = queue->parts(*claimed);
         // A failed command leaves none of its records.
-        const auto failure = m_impl->runCommand(*this, commandWords(claimed->sentence), progress, parts.get(),
+        return m_impl->runCommand(*this, commandWords(claimed->sentence), progress, parts.get(),
             [&](const std::function<void()>& run) { engine.transaction(run); });
-        return failure ? CommandOutcome{false, *failure} : CommandOutcome{true, {}};
     });
     return true;
 }
@@ -394,9 +418,9 @@ void Store::bulkLoad(const std::function<void()>& work, std::uintmax_t bytes)
     engine.setSyncEveryCommit(true);
 }
 
-void Store::registerCommand(std::string name, ServerCommand command)
+void Store::registerCommand(std::string name, ServerCommand command, ServerCommand before)
 {
-    m_impl->commands[std::move(name)] = std::move(command);
+    m_impl->commands[std::move(name)] = {std::move(command), std::move(before)};
 }
 
 void Store::unregisterCommand(std::string_view name)

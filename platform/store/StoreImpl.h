@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 
+#include "CommandQueue.h"
 #include "Engine.h"
 #include "SessionKeys.h"
 
@@ -16,7 +17,11 @@ public:
     std::shared_ptr<Engine> engine;
     // Shared with the files opened, which follow the session as it changes.
     std::shared_ptr<SessionKeys> sessionKeys = std::make_shared<SessionKeys>();
-    std::map<std::string, ServerCommand, std::less<>> commands;
+    struct Registered {
+        ServerCommand run;
+        ServerCommand before; // may be empty
+    };
+    std::map<std::string, Registered, std::less<>> commands;
     std::filesystem::path fusion;
     std::shared_ptr<DbaClient> client;
     CommandProgress progress;
@@ -31,9 +36,10 @@ public:
     }
     // Runs the registered command named by the first word, with the other words
     // as its arguments, on both paths (in this process, or taken from the queue):
-    // nothing when it succeeded, else why not (no such command, FUSION not made,
-    // or the command's own message). transact wraps the command's run.
-    std::optional<std::string> runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
+    // its outcome, with why not when it failed (no such command, FUSION not made,
+    // or the command's own message and, when known, the cause in an operator's
+    // words). transact wraps the command's run.
+    CommandOutcome runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
         CommandParts* parts, const std::function<void(const std::function<void()>&)>& transact);
     // A sentence's selection; on a session-private file, only this session's records.
     DbaDynArray select(const sentence::Parsed& parsed, std::string_view attributes);

@@ -152,6 +152,11 @@ std::string invoiceSentence(std::string_view period, std::string_view entity, st
     return sentenceBeginning(period, std::string(entity) + std::string(letter)) + invoiceEquals(invoice) + std::string(kByInvoice);
 }
 
+std::string keyBeginningSentence(std::string_view period, std::string_view keyBeginning)
+{
+    return sentenceBeginning(period, keyBeginning);
+}
+
 std::optional<std::string> statementSentence(std::string_view period, std::string_view entity, std::string_view letter,
     std::string_view organisation, std::string_view invoice)
 {

@@ -144,6 +144,10 @@ std::string organisationSentence(std::string_view period, std::string_view entit
 std::string invoiceSentence(std::string_view period, std::string_view entity, std::string_view letter,
     std::string_view invoice);
 
+// The sentence that selects the statements of period whose key begins with
+// keyBeginning (no double quote in either).
+std::string keyBeginningSentence(std::string_view period, std::string_view keyBeginning);
+
 // The sentence that finds one statement: key beginning with entity, letter and
 // organisation, period and invoice number equal. An invoice number with
 // trailing blanks (as a key holds it) also matches its trimmed form. nullopt

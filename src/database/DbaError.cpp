@@ -1,10 +1,11 @@
 #include "database/DbaError.h"
 
-DbaError::DbaError(Kind kind, std::string context, std::string detail)
+DbaError::DbaError(Kind kind, std::string context, std::string detail, std::string reason)
     : std::runtime_error(context + ": " + detail + " (" + std::string(kindName(kind)) + ")")
     , m_kind(kind)
     , m_context(std::move(context))
     , m_detail(std::move(detail))
+    , m_reason(std::move(reason))
 {
 }
 

@@ -13,6 +13,10 @@
 // The message has two parts: the context (which operation, which file or key)
 // and the detail (what went wrong); what() gives "context: detail (kind)", so a
 // logged or shown failure says which of the kinds below it was.
+//
+// Where the thrower knows the cause in an operator's terms (the server cannot
+// be reached, no worker runs, the disk is full...), reason() says it in French,
+// ready to be shown after the control's own message; empty otherwise.
 class DbaError : public std::runtime_error {
 public:
     enum class Kind : std::uint32_t {
@@ -27,12 +31,13 @@ public:
         NotConnected = 0x80040008,  // an operation on a database that is not open
     };
 
-    DbaError(Kind kind, std::string context, std::string detail);
+    DbaError(Kind kind, std::string context, std::string detail, std::string reason = {});
 
     Kind kind() const noexcept { return m_kind; }
     std::uint32_t code() const noexcept { return static_cast<std::uint32_t>(m_kind); }
     const std::string& context() const noexcept { return m_context; }
     const std::string& detail() const noexcept { return m_detail; }
+    const std::string& reason() const noexcept { return m_reason; }
 
     bool isNoRecord() const noexcept { return m_kind == Kind::NoRecord; }
     bool isNoFile() const noexcept { return m_kind == Kind::NoFile; }
@@ -43,4 +48,5 @@ private:
     Kind m_kind;
     std::string m_context;
     std::string m_detail;
+    std::string m_reason;
 };

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <set>
 
 #include "ThrowsDbaError.h"
 #include "ArchiveBordCaisseExcel.h"
@@ -108,25 +109,59 @@ TEST_F(ServerCommand, WritesOnePdfPerStatementInRequestOrder)
     EXPECT_NE(testsupport::pdfText(fusion() / first).find("Total : 85,00 €"), std::string::npos);
 }
 
-TEST_F(ServerCommand, EntriesNotFoundGiveNoFile)
+TEST_F(ServerCommand, EntriesNotFoundFailTheRunNamingThemAndNoEarlierResultRemains)
 {
-    // Wrong activity, wrong invoice, an empty entry: only the real statement is written.
+    // An earlier run's result, left behind, must not read as this run's.
+    m_store->write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, "001P_202611_013_F77.pdf");
+    // Wrong activity, wrong invoice, an empty entry (skipped) beside a real statement.
     request({{"012", "F000000555"}, {"012", "NOPE"}, {"", ""}, {"013", "F77"}});
-    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
-    EXPECT_EQ(result().value_or("<none>"), "001P_202611_013_F77.pdf");
-    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_013_F77.pdf"}));
-}
-
-TEST_F(ServerCommand, NothingFoundWritesNoResult)
-{
-    request({{"012", "NOPE"}});
-    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+    try {
+        run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+        FAIL() << "a run with statements not found succeeded";
+    } catch (const DbaError& e) {
+        EXPECT_EQ(e.kind(), DbaError::Kind::CommandFailed);
+        EXPECT_EQ(e.reason(), "2 bordereaux demandés ne sont pas dans l'archive (organisme et facture : 012 F000000555, 012 NOPE)");
+    }
     EXPECT_FALSE(result().has_value());
     EXPECT_TRUE(fusionFiles().empty());
 
+    request({{"012", "NOPE"}});
+    EXPECT_THAT([&] { run("ARCHIVEBORDCAISSEEXCEL 202611 001 P"); }, ThrowsDbaError(DbaError::Kind::CommandFailed));
     m_store->remove(FileNames::TEMPO, Keys::REQUETEBORDEXCEL);
     run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
     EXPECT_FALSE(result().has_value());
+}
+
+TEST_F(ServerCommand, StatementsTheCodeLineCannotTellApartEachGetAFile)
+{
+    // Keys made by a lenient import: an invoice number that is not filled to
+    // ten characters beside one that is, "a/b" beside "a_b", a number longer
+    // than the code line's ten characters, and control characters.
+    const std::string scope = "001P013202611";
+    const std::string record = std::string("202611") + A + "SIG" + A;
+    const std::string longInvoice = "L123456789" + std::string(290, 'X');
+    for (const std::string& invoice : {std::string("F1"), std::string("F1        "), std::string("a/b       "), std::string("a_b       "),
+             longInvoice, std::string("T\tAB\x01     ")}) {
+        m_store->write(FileNames::ARCHIVEBORDCAISSE, scope + invoice, record + invoice);
+    }
+    // The code lines, as the screen cuts them from the keys.
+    request({{"013", "F1"}, {"013", "F1        "}, {"013", "a/b       "}, {"013", "a_b       "}, {"013", longInvoice.substr(0, 10)},
+        {"013", "T\tAB\x01     "}});
+    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+
+    const DbaDynArray listed(result().value_or(""));
+    ASSERT_EQ(listed.attributeCount(), 6u);
+    std::set<std::string> names;
+    for (std::int16_t i = 1; i <= 6; ++i) {
+        const std::string name = listed.attribute(i);
+        names.insert(name);
+        EXPECT_LE(name.size(), 80u) << name;
+        EXPECT_EQ(name.find_first_of(std::string("/\t\x01 ", 4)), std::string::npos) << name;
+    }
+    EXPECT_EQ(names.size(), 6u);
+    EXPECT_EQ(fusionFiles().size(), 6u);
+    EXPECT_TRUE(names.contains("001P_202611_013_F1.pdf"));
+    EXPECT_TRUE(names.contains("001P_202611_013_a_b.pdf"));
 }
 
 TEST_F(ServerCommand, OtherActivityAndSameStatementTwice)
@@ -218,7 +253,7 @@ TEST_F(ServerCommand, FilesFollowTheUmaskAndProgressIsReported)
     const mode_t former = ::umask(027);
     std::vector<std::pair<int, int>> progress;
     m_store->setCommandProgress([&](int done, int total) { progress.emplace_back(done, total); });
-    request({{"013", "F77"}, {"012", "NOPE"}, {"012", "F000000123"}});
+    request({{"013", "F77"}, {"", ""}, {"012", "F000000123"}});
     run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
     ::umask(former);
     m_store->setCommandProgress({});
@@ -253,8 +288,21 @@ TEST_F(ServerCommand, ReplacesAFormerFileOfTheSameName)
     EXPECT_NE(testsupport::pdfText(fusion() / "001P_202611_013_F77.pdf").find("LEROY PAUL"), std::string::npos);
 }
 
-TEST(FusionFileName, Form)
+TEST(FusionFileName, PlainNumbersReadAsTheyAreAndNoTwoStatementsShareAName)
 {
     EXPECT_EQ(server::fusionFileName("001", "P", "202611", "012", "F12       "), "001P_202611_012_F12.pdf");
-    EXPECT_EQ(server::fusionFileName("001", "I", "202611", "012", "A/B"), "001I_202611_012_A_B.pdf");
+    const std::vector<std::string> invoices{"A/B       ", "A_B       ", "A_B", "F12", "F12 ", std::string(300, 'Z'), std::string(299, 'Z') + "Y",
+        "A\nB       ", "A B       ", "A~B       ", "É1        "};
+    std::set<std::string> names;
+    for (const std::string& invoice : invoices) {
+        const std::string name = server::fusionFileName("001", "I", "202611", "012", invoice);
+        names.insert(name);
+        EXPECT_TRUE(name.starts_with("001I_202611_012_")) << name;
+        EXPECT_LE(name.size(), 16u + 40u + 13u + 4u) << name;
+        for (const char c : name) {
+            EXPECT_TRUE(std::isalnum(static_cast<unsigned char>(c)) || std::string_view("-_.~").find(c) != std::string_view::npos) << name;
+        }
+    }
+    EXPECT_EQ(names.size(), invoices.size());
+    EXPECT_TRUE(names.contains("001I_202611_012_A_B.pdf"));
 }

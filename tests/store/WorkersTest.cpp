@@ -253,16 +253,15 @@ protected:
         generateDemo(*m_admin, DemoOptions{100, 11, 300});
         const auto scope = m_admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
         ASSERT_GE(scope.DCount(), 250);
-        // Four ranges; across them a statement asked twice and one that is not archived.
+        // Four ranges; across them a statement asked twice.
         for (std::int16_t i = 1; i <= 250; ++i) {
             m_request.push_back(scope.attribute(i));
         }
-        m_request.insert(m_request.begin() + 100, "001P999202610NEANT");
         m_request.insert(m_request.begin() + 200, scope.attribute(5));
         std::set<std::string> seen;
         for (const auto& key : m_request) {
             const auto name = server::fusionFileName("001", "P", "202610", key.substr(4, 3), key.substr(13, 10));
-            if (key.substr(4, 3) != "999" && seen.insert(name).second) {
+            if (seen.insert(name).second) {
                 m_expected.push_back(name);
             }
         }

@@ -179,7 +179,10 @@ public:
 
     // Server commands, run by Execute "P": in this process on SQLite; on a server
     // Execute queues the command and waits for a worker to run it.
-    void registerCommand(std::string name, ServerCommand command);
+    // before, when given, runs first, outside the command's own transaction:
+    // what it writes stays even when the command then fails (such as clearing
+    // the result record of an earlier run, so a failed run never shows it).
+    void registerCommand(std::string name, ServerCommand command, ServerCommand before = {});
     void unregisterCommand(std::string_view name);
     const std::filesystem::path& fusionDirectory() const;
     void setFusionDirectory(std::filesystem::path directory);
