@@ -14,6 +14,9 @@ ScriptHost::ScriptHost(std::shared_ptr<EventLog> events)
 void ScriptHost::msgBox(const std::string& text, int style, const std::string& title)
 {
     m_events->push("MSGBOX " + std::to_string(style) + " \"" + title + "\" \"" + text + "\"");
+    if (const std::string note = m_noteFor ? m_noteFor(text, style, title) : std::string(); !note.empty()) {
+        m_events->push("NOTE \"" + note + "\"");
+    }
 }
 
 void ScriptHost::beep()

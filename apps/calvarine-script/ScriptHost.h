@@ -27,6 +27,10 @@ public:
     std::shared_ptr<AideEnLigne> createHelp() override;
     void reportFailure(const std::string& where, const std::string& what) override;
 
+    // What the host adds after a message (text, style, title), queued as
+    // NOTE "TEXT" when not empty.
+    void setNoteFor(std::function<std::string(const std::string&, int, const std::string&)> noteFor) { m_noteFor = std::move(noteFor); }
+
     // A window that shows the pop-up menus for real, after the event is queued.
     void setPopupShower(std::function<void(Control&)> show) { m_showPopup = std::move(show); }
 
@@ -38,6 +42,7 @@ public:
 private:
     std::shared_ptr<EventLog> m_events;
     std::function<void(Control&)> m_showPopup;
+    std::function<std::string(const std::string&, int, const std::string&)> m_noteFor;
     bool m_popupOpen = false;
     bool m_unloadRequested = false;
 };

@@ -1,5 +1,9 @@
 #include "Session.h"
 
+#include "ReissueOutcome.h"
+#include "WatchedDatabase.h"
+#include "reissue/GraphicFilesMessage.h"
+
 #include <stdlib.h>
 
 #include <algorithm>
@@ -164,7 +168,15 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
     m_store->setClient(m_client);
     // The control gets the logging decorator from the start, so that logging can
     // be switched on at any line.
-    m_database = std::make_shared<LoggingDatabase>(m_store, m_events);
+    auto watched = std::make_shared<outcome::WatchedDatabase>(m_store);
+    m_database = std::make_shared<LoggingDatabase>(watched, m_events);
+    if (options.notes) {
+        m_host.setNoteFor([this, watched](const std::string& text, int style, const std::string& title) {
+            const auto told = reissue::readGraphicMessage(text, style, title);
+            return told ? outcome::reissueNote(*told, watched->exchange(), m_store->path().empty() ? std::filesystem::path() : m_fusion)
+                        : std::string();
+        });
+    }
 
     m_control = std::make_unique<Ctr_Calvarine>(m_host);
     if (options.printTo) {

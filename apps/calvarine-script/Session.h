@@ -33,6 +33,10 @@ struct Options {
     std::optional<std::filesystem::path> printTo;
     // Play the operator through the widgets of the real window (--view qt).
     bool widgets = false;
+    // After a message of a graphic run that does not hold as it stands (files
+    // listed that were not made, a failure with a known cause), queue the
+    // desktop's note as the event NOTE "TEXT" (--notes).
+    bool notes = false;
 };
 
 // Counts over all files.

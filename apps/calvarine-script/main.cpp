@@ -1,4 +1,4 @@
-// calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] [--print-to DIR] FILE...
+// calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] [--print-to DIR] [--notes] FILE...
 // calvarine-script --db PATH|URL [--view model|qt] [--print-to DIR] FILE...
 //
 // Plays scenario files against the control and prints one line per failed
@@ -19,7 +19,7 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] [--print-to DIR] FILE...\n"
+    "usage: calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] [--print-to DIR] [--notes] FILE...\n"
     "       calvarine-script --db PATH|URL [--view model|qt] [--print-to DIR] FILE...\n"
     "  --view qt     play the operator through the widgets of the real window\n"
     "  --fusion DIR  the FUSION folder: made if missing; refused if it holds files\n"
@@ -28,7 +28,9 @@ constexpr const char* kUsage =
     "  --db PATH|URL play every file on this existing database, as one more workstation:\n"
     "                nothing is created or cleared, graphic files go to the database's\n"
     "                FUSION (a server's go where its calvarine-server workers put them)\n"
-    "  --print-to DIR paper runs go through the real printing control, as PDF files in DIR\n";
+    "  --print-to DIR paper runs go through the real printing control, as PDF files in DIR\n"
+    "  --notes       after a graphic run's message that does not hold as it stands, the\n"
+    "                event NOTE \"TEXT\" with what the desktop adds to the box\n";
 
 // The offscreen platform says of each window what it cannot do (raise it,
 // grab the keyboard); that is no news for a scenario.
@@ -63,6 +65,8 @@ int main(int argc, char** argv)
             options.db = argv[++i];
         } else if (arg == "--print-to" && i + 1 < argc) {
             options.printTo = argv[++i];
+        } else if (arg == "--notes") {
+            options.notes = true;
         } else if (arg == "--view" && i + 1 < argc && (std::string(argv[i + 1]) == "qt" || std::string(argv[i + 1]) == "model")) {
             options.widgets = std::string(argv[++i]) == "qt";
         } else if (arg.starts_with("--")) {

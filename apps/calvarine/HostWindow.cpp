@@ -15,6 +15,9 @@
 #include "StatusText.h"
 #include "Store.h"
 #include "ArchiveBordCaisseExcel.h"
+#include "ReissueOutcome.h"
+#include "WatchedDatabase.h"
+#include "reissue/GraphicFilesMessage.h"
 #include "shell/Ctr_Calvarine.h"
 
 HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, const HostFactory& makeHost)
@@ -29,6 +32,16 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
     // On a server the files are made where the workers run, which may be another
     // machine: only a database file's FUSION is surely this one's.
     setup.fusionDirectory = [this] { return m_store->path().empty() ? std::filesystem::path() : m_store->fusionDirectory(); };
+    // The control's account of a graphic run is checked against what the
+    // database calls gave and what FUSION holds; what does not hold is said.
+    setup.noteFor = [this](const std::string& text, int style, const std::string& title) {
+        const auto told = reissue::readGraphicMessage(text, style, title);
+        if (!told || !m_watched) {
+            return std::string();
+        }
+        return outcome::reissueNote(*told, m_watched->exchange(),
+            m_store->path().empty() ? std::filesystem::path() : m_store->fusionDirectory());
+    };
     m_host = makeHost ? makeHost(std::move(setup)) : std::make_unique<QtHostServices>(std::move(setup));
     m_host->setDialogParent(this);
 
@@ -95,7 +108,8 @@ bool HostWindow::start()
             m_host->reportFailure("Ctr_Belmontis1", e.what());
         }
 
-        m_control->TheDatabase(std::make_shared<CommandProgressDatabase>(m_store, *m_host));
+        m_watched = std::make_shared<outcome::WatchedDatabase>(m_store);
+        m_control->TheDatabase(std::make_shared<CommandProgressDatabase>(m_watched, *m_host));
         m_control->TheClient(client);
         m_control->DroitsUtilisateur(rights);
         m_control->Init();

@@ -15,6 +15,9 @@ class PrintingMenu;
 class ScreenView;
 class StatusText;
 
+namespace outcome {
+class WatchedDatabase;
+}
 namespace store {
 class Store;
 }
@@ -60,6 +63,8 @@ protected:
 
 private:
     std::shared_ptr<store::Store> m_store;
+    // The database as the control reaches it, watched for the outcome of a re-issue.
+    std::shared_ptr<outcome::WatchedDatabase> m_watched;
     Options m_options;
     std::unique_ptr<QtHostServices> m_host;
     std::unique_ptr<Ctr_Calvarine> m_control;

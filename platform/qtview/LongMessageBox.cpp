@@ -63,12 +63,29 @@ LongMessageBox::LongMessageBox(QMessageBox::Icon icon, const QString& title, con
     layout->addWidget(m_body, 1, 1);
     layout->setRowStretch(1, 1);
 
+    m_note = new QLabel(this);
+    m_note->setWordWrap(true);
+    m_note->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_note->setVisible(false);
+    layout->addWidget(m_note, 2, 1);
+
     m_buttons = new QDialogButtonBox(QDialogButtonBox::Ok, this);
     m_ok = m_buttons->button(QDialogButtonBox::Ok);
     m_ok->setDefault(true);
     m_ok->setFocus();
     connect(m_buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    layout->addWidget(m_buttons, 2, 0, 1, 2);
+    layout->addWidget(m_buttons, 3, 0, 1, 2);
+}
+
+QString LongMessageBox::note() const
+{
+    return m_note->text();
+}
+
+void LongMessageBox::setNote(const QString& note)
+{
+    m_note->setText(note);
+    m_note->setVisible(!note.isEmpty());
 }
 
 QPushButton* LongMessageBox::addCopyButton()

@@ -25,6 +25,9 @@ public:
     QString text() const { return m_text; }
     QPlainTextEdit* body() const { return m_body; }
     QPushButton* okButton() const { return m_ok; }
+    // A paragraph under the text, from the host rather than the one who wrote the text.
+    void setNote(const QString& note);
+    QString note() const;
 
     // "Copier la liste": the lines of the body, without their " - " bullets.
     QPushButton* addCopyButton();
@@ -42,6 +45,7 @@ private:
     QMessageBox::Icon m_icon;
     QString m_text;
     QPlainTextEdit* m_body = nullptr;
+    class QLabel* m_note = nullptr;
     QPushButton* m_ok = nullptr;
     class QDialogButtonBox* m_buttons = nullptr;
 };

@@ -14,6 +14,7 @@
 #include "CommandProgressWindow.h"
 #include "FrenchDates.h"
 #include "LongMessageBox.h"
+#include "reissue/GraphicFilesMessage.h"
 #include "shell/ScreenModel.h"
 
 namespace {
@@ -56,20 +57,24 @@ bool QtHostServices::isLongMessage(const std::string& text)
     return shown.count(QLatin1Char('\n')) >= kLongLines || shown.size() > kLongChars;
 }
 
-bool QtHostServices::isFileList(const std::string& text)
+bool QtHostServices::isFileList(const std::string& text, int style, const std::string& title)
 {
-    return text.starts_with("Le fichier suivant a été généré dans le répertoire FUSION")
-        || text.starts_with("Les fichiers suivants ont été générés dans le répertoire FUSION");
+    const auto told = reissue::readGraphicMessage(text, style, title);
+    return told && !told->failed;
 }
 
 void QtHostServices::msgBox(const std::string& text, int style, const std::string& title)
 {
     std::error_code error;
     const std::filesystem::path fusion = m_setup.fusionDirectory ? m_setup.fusionDirectory() : std::filesystem::path();
-    const bool folder = isFileList(text) && !fusion.empty() && std::filesystem::is_directory(fusion, error);
+    const bool folder = isFileList(text, style, title) && !fusion.empty() && std::filesystem::is_directory(fusion, error);
+    const QString note = QString::fromStdString(m_setup.noteFor ? m_setup.noteFor(text, style, title) : std::string());
+    // A message that does not hold as it stands is a warning, whatever the control chose.
+    const QMessageBox::Icon icon = note.isEmpty() ? iconOfStyle(style) : QMessageBox::Warning;
     if (!isLongMessage(text)) {
-        QMessageBox box(iconOfStyle(style), QString::fromStdString(title), QString::fromStdString(text), QMessageBox::Ok, m_parent);
-        if (isFileList(text)) {
+        QMessageBox box(icon, QString::fromStdString(title), QString::fromStdString(text), QMessageBox::Ok, m_parent);
+        box.setInformativeText(note);
+        if (isFileList(text, style, title)) {
             box.setTextInteractionFlags(Qt::TextSelectableByMouse);
         }
         if (folder) {
@@ -81,8 +86,9 @@ void QtHostServices::msgBox(const std::string& text, int style, const std::strin
         execMessageBox(box);
         return;
     }
-    LongMessageBox box(iconOfStyle(style), QString::fromStdString(title), QString::fromStdString(text), m_parent);
-    if (isFileList(text)) {
+    LongMessageBox box(icon, QString::fromStdString(title), QString::fromStdString(text), m_parent);
+    box.setNote(note);
+    if (isFileList(text, style, title)) {
         box.addCopyButton();
         if (folder) {
             box.addOpenFolderButton([this] { openFusion(); });

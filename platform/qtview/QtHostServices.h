@@ -48,6 +48,9 @@ public:
         // Opens a folder in the desktop's file manager, and says whether the
         // desktop did; empty: QDesktopServices.
         std::function<bool(const std::filesystem::path&)> openFolder;
+        // What the host adds under a message of the control (text, style, title),
+        // in the box itself, with the warning icon; "" for nothing. Empty: nothing.
+        std::function<std::string(const std::string& text, int style, const std::string& title)> noteFor;
     };
 
     explicit QtHostServices(Setup setup);
@@ -84,7 +87,7 @@ public:
     // A text that a QMessageBox would show taller than the screen or too wide.
     static bool isLongMessage(const std::string& text);
     // The control's message that lists the files generated in FUSION.
-    static bool isFileList(const std::string& text);
+    static bool isFileList(const std::string& text, int style, const std::string& title);
 
 protected:
     // Shows the menu at the pointer; returns the action chosen, or null.

@@ -71,8 +71,9 @@ void checkSentence(const std::vector<std::string>& arguments)
 void checkPeriodKnown(store::Store& store, const std::string& period, const std::string& entity, const std::string& letter)
 {
     if (store.select(archive::scopeSentence(period, entity, letter, archive::Order::None)).attribute(1).empty()) {
-        throw std::invalid_argument(std::string(kArchiveBordCaisseExcel) + ": nothing archived for period " + period + ", entity "
-            + entity + ", activity " + letter);
+        throw DbaError(DbaError::Kind::CommandFailed, kArchiveBordCaisseExcel,
+            "nothing archived for period " + period + ", entity " + entity + ", activity " + letter,
+            "l'archive n'a aucun bordereau de la période " + period + " pour l'entité " + entity + " et l'activité " + letter);
     }
 }
 

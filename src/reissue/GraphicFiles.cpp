@@ -1,4 +1,5 @@
 #include "database/FileNames.h"
+#include "reissue/GraphicFilesMessage.h"
 #include "shell/Ctr_Calvarine.h"
 #include "shell/ErrorTrap.h"
 #include "shell/HostServices.h"
@@ -38,8 +39,7 @@ void Ctr_Calvarine::PickExe()
     // no result record ends in the same message.
     trap.step([&] { Variable::I_Tempo = Obj(Variable::F_Tempo, "F_Tempo").ReadItem(Keys::BORDCAISSEEXCEL); });
     if (trap.isNoRecord()) {
-        m_screen.host().msgBox(
-            "Le fichier graphique n'a pas pu être généré. Si le problème persiste, contacter TRIVALDEN.", 48, "Message TRIVALDEN");
+        m_screen.host().msgBox(std::string(reissue::kGraphicFailure), 48, std::string(reissue::kGraphicTitle));
         return;
     }
     std::int16_t n = 0;
@@ -47,15 +47,15 @@ void Ctr_Calvarine::PickExe()
     std::string message;
     trap.step([&] {
         if (n == 1) {
-            message = "Le fichier suivant a été généré dans le répertoire FUSION :\r\n - " + Obj(Variable::I_Tempo, "I_Tempo").attribute(1);
+            message = std::string(reissue::kOneFileLine) + "\r\n - " + Obj(Variable::I_Tempo, "I_Tempo").attribute(1);
         } else {
-            message = "Les fichiers suivants ont été générés dans le répertoire FUSION :\r\n";
+            message = std::string(reissue::kFilesLine) + "\r\n";
             for (int i = 1; i <= n; ++i) {
                 message += " - " + Obj(Variable::I_Tempo, "I_Tempo").attribute(i) + "\r\n";
             }
         }
     });
-    trap.step([&] { m_screen.host().msgBox(message, 64, "Message TRIVALDEN"); });
+    trap.step([&] { m_screen.host().msgBox(message, 64, std::string(reissue::kGraphicTitle)); });
     trap.step([&] { Obj(Variable::F_Tempo, "F_Tempo").DeleteItem(Keys::BORDCAISSEEXCEL); });
     trap.step([&] { Obj(Variable::F_Tempo, "F_Tempo").DeleteItem(Keys::REQUETEBORDEXCEL); });
 }
