@@ -195,7 +195,8 @@ void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
     }
     const SubmittedJob job = submitPdf(printer, jobTitle(), pdf, m_paper);
     m_compteRendu = statements + " envoyé" + (found.size() > 1 ? "s" : "") + " à l'imprimante " + job.printer + " (travail n° "
-        + std::to_string(job.id) + (job.waiting ? ", en attente" : "") + ")";
+        + std::to_string(job.id) + (job.waiting ? ", en attente" : "") + ")"
+        + (job.unknownState.empty() ? std::string() : ", état inconnu : " + job.unknownState);
 }
 
 } // namespace belmontis

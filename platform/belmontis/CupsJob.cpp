@@ -76,7 +76,7 @@ JobState jobState(int id)
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
     const Ipp response(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
     if (!response || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
-        throw PrintFailure("l'état du travail " + std::to_string(id) + " est inconnu : " + lastReason());
+        throw PrintFailure("le serveur d'impression n'a pas donné l'état du travail : " + lastReason());
     }
     JobState result;
     if (ipp_attribute_t* state = ippFindAttribute(response.get(), "job-state", IPP_TAG_ENUM)) {
@@ -172,10 +172,19 @@ SubmittedJob submitPdf(const std::string& printer, const std::string& title, con
 
     // The queue holds the job. Follow it a moment: a job the printer throws
     // out at once (a backend failing, a filter missing) is not a printed one.
-    SubmittedJob job{printer, id, false};
+    SubmittedJob job{printer, id, false, {}};
+    if (options.submitted) {
+        options.submitted(id);
+    }
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
     for (;;) {
-        const JobState state = jobState(id);
+        JobState state;
+        try {
+            state = jobState(id);
+        } catch (const PrintFailure& failure) {
+            job.unknownState = failure.what();
+            return job;
+        }
         if (state.state == IPP_JSTATE_ABORTED || state.state == IPP_JSTATE_CANCELED) {
             throw PrintFailure("l'imprimante " + printer + " a abandonné le travail " + std::to_string(id)
                 + (state.why.empty() ? std::string() : " : " + state.why) + " [serveur " + serverName() + "]");

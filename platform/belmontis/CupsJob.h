@@ -4,6 +4,7 @@
 // configuration names): the printer to use, its paper, and a PDF job submitted
 // and followed until the queue has taken it.
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -23,12 +24,18 @@ struct PaperOptions {
     std::string printer; // empty: the default destination
     int copies = 1;
     bool duplex = false; // both sides, bound on the long edge
+    // Called with the job's number once the queue holds the whole document,
+    // before its state is read; empty: nothing (tests stop the server there).
+    std::function<void(int job)> submitted;
 };
 
 struct SubmittedJob {
     std::string printer;
     int id = 0;
     bool waiting = false; // taken by the queue, not yet started (printer stopped or busy)
+    // Why the job's state could not be read once the queue held it (the server
+    // restarting, the network); empty when it was. The job is sent all the same.
+    std::string unknownState;
 };
 
 // The printer wanted, checked to exist, or the default destination. Throws
@@ -41,7 +48,10 @@ QPageSize paperOf(const std::string& printer);
 
 // Submits pdf as one job named title and follows it until the queue holds it
 // (pending, printing or done). Throws PrintFailure when the queue refuses it,
-// the server goes away, or the job is aborted or cancelled right away.
+// the server goes away before it holds the whole document, or the job is
+// aborted or cancelled right away. Once the queue holds the document the job
+// is sent: a state that cannot be read then is told in unknownState, never
+// thrown, so that nobody prints it twice.
 SubmittedJob submitPdf(const std::string& printer, const std::string& title, const QByteArray& pdf, const PaperOptions& options);
 
 } // namespace belmontis

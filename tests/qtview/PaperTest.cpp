@@ -23,6 +23,7 @@
 #include <QTest>
 #include <QTimer>
 
+#include "CupsJob.h"
 #include "HostWindow.h"
 #include "PrintingMenu.h"
 #include "Rights.h"
@@ -348,6 +349,29 @@ TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
     // The screen is reset after a run that went through, and nothing is kept beside the printer.
     EXPECT_EQ(control("Lst_CodeOrgaSel").listCount(), 0);
     EXPECT_FALSE(fs::exists(root() / "calvarine" / "spool"));
+}
+
+TEST_F(PaperTest, AJobTheQueueHoldsIsSentEvenWhenItsStateCannotBeRead)
+{
+    // The server goes away once it holds the whole document, before the job's
+    // state is read: the job is sent, its state unknown, and nothing says
+    // that nothing was printed (a reprint would double the paper).
+    const pid_t pid = std::stoi(readFile(kCups / "cupsd.pid"));
+    belmontis::PaperOptions options;
+    options.submitted = [pid](int) {
+        kill(pid, SIGKILL);
+        for (int i = 0; i < 100 && kill(pid, 0) == 0; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    };
+    const QByteArray document = "%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj 2 0 obj<</Type/Pages/Kids[]/Count 0>>endobj\n"
+                                "trailer<</Root 1 0 R>>\n%%EOF\n";
+    const auto job = belmontis::submitPdf(belmontis::choosePrinter({}), "Bordereaux 001P 202611", document, options);
+    EXPECT_GT(job.id, 0);
+    EXPECT_FALSE(job.unknownState.empty());
+    EXPECT_NE(job.unknownState.find("n'a pas donné l'état du travail"), std::string::npos) << job.unknownState;
+
+    cupsCommand(QStringLiteral(CALVARINE_CUPS_SCRIPT), {QStringLiteral("start"), QString::fromStdString(kCups.string())});
 }
 
 TEST_F(PaperTest, AJobNotTakenReachesTheOperatorWithTheReasonAndNothingIsLost)
