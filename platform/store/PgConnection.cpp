@@ -43,6 +43,8 @@ struct BinaryParams {
 constexpr std::chrono::seconds kReconnectBound{8};
 // libpq's shortest connect_timeout, in its own words.
 constexpr const char* kProbeTimeout = "2";
+// A probe that went unanswered holds for the calls that follow this closely.
+constexpr std::chrono::seconds kProbeKept{3};
 
 const std::string kUnreachable = "la connexion à la base a été perdue : le serveur de la base ne répond pas";
 const std::string kLost = "la connexion à la base a été perdue";
@@ -195,8 +197,11 @@ void Connection::ensureConnected(std::string_view context)
     }
     const auto start = std::chrono::steady_clock::now();
     // Once the server was found gone, every next call would wait as long again:
-    // until it answers a probe, calls fail at once.
-    if (m_unreachable && !serverAnswers()) {
+    // until it answers a probe, calls fail at once (one probe for a burst of calls).
+    if (m_unreachable && (start - m_probeFailed < kProbeKept || !serverAnswers())) {
+        if (start - m_probeFailed >= kProbeKept) {
+            m_probeFailed = std::chrono::steady_clock::now();
+        }
         throw DbaError(DbaError::Kind::Storage, std::string(context),
             "the PostgreSQL server cannot be reached (it did not answer a probe either)", kUnreachable);
     }
@@ -418,6 +423,16 @@ void Connection::drainNotifications()
             found->second(notification->extra);
         }
     }
+}
+
+void Connection::setApplicationName(const std::string& name)
+{
+    ensureConnected("set application name");
+    const char* current = PQparameterStatus(m_conn.get(), "application_name");
+    if (current && name == current) {
+        return;
+    }
+    run("SELECT set_config('application_name', $1::text, false)", {name}, "set application name");
 }
 
 bool Connection::waitForInput(std::chrono::steady_clock::time_point deadline)

@@ -114,6 +114,10 @@ public:
 
     [[noreturn]] void fail(std::string_view context, pg_result* result) const;
 
+    // The name the server shows for this connection (pg_stat_activity), set
+    // again after a reconnection; a round trip only when it changes.
+    void setApplicationName(const std::string& name);
+
 private:
     struct FinishConnection {
         void operator()(pg_conn* connection) const;
@@ -150,6 +154,7 @@ private:
     std::chrono::seconds m_silence{5};
     // The server was found gone (frozen or stopped) and not reached since.
     bool m_unreachable = false;
+    std::chrono::steady_clock::time_point m_probeFailed;
     Handle m_conn;
     std::function<void()> m_onReconnect;
     int m_depth = 0;

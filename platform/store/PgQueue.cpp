@@ -23,6 +23,9 @@ constexpr const char* kClientGone = "30 seconds";
 constexpr auto kClientPoll = 250ms;
 // Progress reaches the row at most this often.
 constexpr auto kProgressEvery = 250ms;
+// A command still queued this long after it was sent makes the client look
+// whether any worker is connected at all, and then every as often again.
+constexpr auto kWorkersLook = 3s;
 
 std::string text(int value)
 {
@@ -202,6 +205,7 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
     const std::string number = std::to_string(id);
     // The time since a worker last held the command.
     auto held = std::chrono::steady_clock::now();
+    auto looked = held;
     std::pair<std::string, std::string> shown{"", ""};
     while (true) {
         m_doneSignal = false;
@@ -229,6 +233,16 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
         const auto now = std::chrono::steady_clock::now();
         if (cell(state.get(), 0, 4) == "true") {
             held = now;
+        } else if (status == "queued" && now - looked >= kWorkersLook) {
+            looked = now;
+            // Nobody could take it: the operator hears so now, not after the whole timeout.
+            if (workersConnected() == 0) {
+                auto outcome = withdraw(number, std::chrono::duration_cast<std::chrono::milliseconds>(now - held));
+                if (!outcome.message.empty()) {
+                    return outcome;
+                }
+                continue;
+            }
         } else if (now - held >= timeout) {
             auto outcome = withdraw(number, timeout);
             if (!outcome.message.empty()) {
@@ -241,6 +255,19 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
             m_db.drainNotifications();
         }
     }
+}
+
+std::int64_t PgCommandQueue::workersConnected()
+{
+    auto count = m_db.run("SELECT count(*)::text FROM pg_stat_activity WHERE datname = current_database() AND application_name = $1::text",
+        {workerName()}, "Execute P");
+    return std::stoll(std::string(cell(count.get(), 0, 0)));
+}
+
+std::string PgCommandQueue::workerName() const
+{
+    // Per schema: a worker of another schema of the same database serves nobody here.
+    return ("calvarine-server " + m_schema).substr(0, 63);
 }
 
 CommandOutcome PgCommandQueue::withdraw(const std::string& number, std::chrono::milliseconds timeout)
@@ -273,6 +300,7 @@ CommandOutcome PgCommandQueue::withdraw(const std::string& number, std::chrono::
 
 std::optional<QueuedCommand> PgCommandQueue::claim(std::string_view worker, std::chrono::seconds lease)
 {
+    m_db.setApplicationName(workerName());
     // Commands whose client went away unseen are nobody's to run (a part's
     // client is the command that offered it: see sweepParts).
     m_db.runPrepared(std::string("UPDATE ") + kCommandTable + " SET state = 'withdrawn', message = 'its client stopped waiting', done_at = now() "
@@ -344,6 +372,8 @@ bool PgCommandQueue::complete(const QueuedCommand& command, const Work& work)
 
 void PgCommandQueue::waitForCommands(std::chrono::milliseconds timeout)
 {
+    // Waiting for commands is what a worker does: clients see it connected.
+    m_db.setApplicationName(workerName());
     m_db.listen(pg::kQueueChannel, [this](std::string_view payload) { m_queueSignal = m_queueSignal || payload == m_schema; });
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     m_db.drainNotifications();

@@ -45,6 +45,10 @@ public:
 
 private:
     CommandOutcome withdraw(const std::string& number, std::chrono::milliseconds timeout);
+    // The workers connected to this schema's queue (see workerName).
+    std::int64_t workersConnected();
+    // The application name under which a worker waits for this schema's commands.
+    std::string workerName() const;
     pg::Connection& partsConnection();
 
     pg::Connection& m_db;

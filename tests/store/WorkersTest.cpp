@@ -6,7 +6,9 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
 #include <future>
+#include <iostream>
 #include <map>
 #include <gtest/gtest.h>
 #include <set>
@@ -165,6 +167,8 @@ public:
 
     // Connecting and waiting for answers give up after 2 s.
     std::string url() const { return m_url + "?connect_timeout=2"; }
+    // As the programs connect by default.
+    const std::string& plainUrl() const { return m_url; }
     void freeze() { script("freeze"); }
     void thaw() { script("thaw"); }
     void halt() { script("halt"); }
@@ -240,6 +244,98 @@ TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
     const auto after = reissue(*client, {scope.attribute(2)}).at(0);
     EXPECT_TRUE(std::filesystem::is_regular_file(folder.path() / "FUSION" / after)) << after;
     EXPECT_TRUE(eventually([&] { return readText(log).find("connected to the database again") != std::string::npos; })) << readText(log);
+}
+
+// A workstation's re-issue (calvarine-script --notes, as an operator at the
+// window would see it) while the server is frozen, or stopped, once the command
+// is queued: the operator is told that no file was made, and why, in seconds.
+class ReissueOutage : public ::testing::Test {
+protected:
+    struct Run {
+        std::string output;
+        double seconds = 0;
+    };
+
+    // Plays the scenario on the cluster's database; disturb runs once the command is queued.
+    // The control's message when it read its own request back as the result.
+    static std::string falseList()
+    {
+        return std::string("MSGBOX 64 \\\"Message TRIVALDEN\\\" \\\"Le fichier suivant a été généré dans le répertoire FUSION :\\r\\n - 012")
+            + DbaDynArray::kValueMark + "F000000008\\\"";
+    }
+
+    Run reissue(const std::string& message, const std::string& note, const std::function<void()>& disturb)
+    {
+        const auto scenario = m_folder.path() / "reissue.scn";
+        std::ofstream(scenario) << "fixture " << CALVARINE_SCENARIO_DATA << "/statements.jsonl\n"
+                                << "init\ntype Txt_Entite \"002\"\nclick Lst_OrgaPos 0\nclick Cmd_PasseDroit\n"
+                                << "click Opt_Fichier\nclick Cmd_Imprimer\n"
+                                << "expect event \"" << message << "\"\n"
+                                << "expect event \"NOTE \\\"" << note << "\\\"\"\n";
+        const auto output = m_folder.path() / "output";
+        const std::string command = std::string(CALVARINE_SCRIPT) + " --notes --db '" + m_scratch.connection() + "' " + scenario.string()
+            + " >" + output.string() + " 2>&1";
+        const auto start = std::chrono::steady_clock::now();
+        auto played = std::async(std::launch::async, [command] { return std::system(command.c_str()); });
+        const bool queued = eventually([&] {
+            try {
+                return !column(std::string("SELECT id::text FROM ") + pg::kCommandTable + " WHERE state = 'queued'").empty();
+            } catch (const DbaError&) {
+                return false; // the workstation has not made the queue's tables yet
+            }
+        });
+        EXPECT_TRUE(queued) << "the command was never queued";
+        disturb();
+        const bool ended = played.wait_for(90s) == std::future_status::ready;
+        Run run{readText(output), std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count()};
+        m_cluster.thaw();
+        EXPECT_TRUE(ended) << "the workstation still waits";
+        return run;
+    }
+
+    std::vector<std::string> column(const std::string& sql) const
+    {
+        pg::Connection db(m_scratch.connection() + "&connect_timeout=2");
+        auto rows = db.run(sql, {}, "test");
+        std::vector<std::string> cells;
+        for (int row = 0; row < pg::rowCount(rows.get()); ++row) {
+            cells.emplace_back(pg::cell(rows.get(), row, 0));
+        }
+        return cells;
+    }
+
+    OwnCluster m_cluster;
+    ScratchSchema m_scratch{m_cluster.plainUrl()};
+    TempDir m_folder;
+};
+
+TEST_F(ReissueOutage, AFrozenServerGivesNoFalseSuccessAndAnAnswerInSeconds)
+{
+    const auto run = reissue(falseList(),
+        "Attention : aucun fichier n'a été créé : la connexion à la base a été perdue : le serveur de la base ne répond pas.",
+        [&] { m_cluster.freeze(); });
+    EXPECT_NE(run.output.find("2 passed, 0 failed"), std::string::npos) << run.output;
+    std::cout << "frozen server: the workstation's run ended in " << run.seconds << " s\n";
+}
+
+TEST_F(ReissueOutage, AStoppedServerGivesNoFalseSuccessAndAnAnswerInSeconds)
+{
+    const auto run = reissue(falseList(),
+        "Attention : aucun fichier n'a été créé : la connexion à la base a été perdue : le serveur de la base ne répond pas.",
+        [&] { m_cluster.halt(); });
+    EXPECT_NE(run.output.find("2 passed, 0 failed"), std::string::npos) << run.output;
+    std::cout << "stopped server: the workstation's run ended in " << run.seconds << " s\n";
+    m_cluster.start();
+}
+
+TEST_F(ReissueOutage, NoWorkerIsSaidInSecondsNotAfterTheWholeWait)
+{
+    const auto run = reissue("MSGBOX 48 \\\"Message TRIVALDEN\\\" \\\"Le fichier graphique n'a pas pu être généré. Si le problème persiste, "
+                             "contacter TRIVALDEN.\\\"",
+        "Cause : aucun programme serveur (calvarine-server) n'a pris la demande en 3 s : il n'est pas démarré ; la demande a été retirée.",
+        [] {});
+    EXPECT_NE(run.output.find("2 passed, 0 failed"), std::string::npos) << run.output;
+    std::cout << "no worker: the workstation's run ended in " << run.seconds << " s\n";
 }
 
 // One large request split across workers: ranges of its entries rendered by
