@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <system_error>
 #include <cstring>
 #include <random>
 #include <stdexcept>
@@ -17,9 +18,12 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kHiddenPrefix = ".calvarine-";
 
-std::string reason(int error)
+// Throws the system's error with what was being done; what is built only
+// once error is taken, so that building it cannot change errno first.
+template <typename What>
+[[noreturn]] void throwSystemError(int error, const What& what)
 {
-    return std::strerror(error);
+    throw std::system_error(error, std::generic_category(), what());
 }
 
 // A file descriptor closed when it goes.
@@ -54,7 +58,7 @@ Descriptor openDirectory(const fs::path& directory)
 {
     const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
-        throw std::runtime_error("cannot open " + directory.string() + ": " + reason(errno));
+        throwSystemError(errno, [&] { return "cannot open " + directory.string(); });
     }
     return Descriptor(fd);
 }
@@ -92,7 +96,7 @@ void FusionBatch::stage(const std::string& name, std::string_view bytes)
         staged = hiddenName(".part");
         fd = ::open(staged.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0 && (errno != EEXIST || attempt > 8)) {
-            throw std::runtime_error("cannot write " + name + " in " + m_directory.string() + ": " + reason(errno));
+            throwSystemError(errno, [&] { return "cannot write " + name + " in " + m_directory.string(); });
         }
     }
     Descriptor file(fd);
@@ -103,12 +107,12 @@ void FusionBatch::stage(const std::string& name, std::string_view bytes)
             if (errno == EINTR) {
                 continue;
             }
-            throw std::runtime_error("cannot write " + name + ": " + reason(errno));
+            throwSystemError(errno, [&] { return "cannot write " + name; });
         }
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
     if (const int error = file.close()) {
-        throw std::runtime_error("cannot write " + name + ": " + reason(error));
+        throwSystemError(error, [&] { return "cannot write " + name; });
     }
 }
 
@@ -116,7 +120,7 @@ void FusionBatch::syncDirectory() const
 {
     const Descriptor directory = openDirectory(m_directory);
     if (::fsync(directory.get()) != 0) {
-        throw std::runtime_error("cannot sync " + m_directory.string() + ": " + reason(errno));
+        throwSystemError(errno, [&] { return "cannot sync " + m_directory.string(); });
     }
 }
 
@@ -130,7 +134,7 @@ void FusionBatch::publish()
         // per file would commit it once per file.
         const Descriptor directory = openDirectory(m_directory);
         if (::syncfs(directory.get()) != 0) {
-            throw std::runtime_error("cannot write the files in " + m_directory.string() + ": " + reason(errno));
+            throwSystemError(errno, [&] { return "cannot write the files in " + m_directory.string(); });
         }
     }
     if (m_observer) {
@@ -150,11 +154,11 @@ void FusionBatch::publish()
                 break;
             }
             if (errno != EEXIST || attempt > 8) {
-                throw std::runtime_error("cannot replace " + file.name + ": " + reason(errno));
+                throwSystemError(errno, [&] { return "cannot replace " + file.name; });
             }
         }
         if (::rename(file.staged.c_str(), target.c_str()) != 0) {
-            throw std::runtime_error("cannot write " + file.name + ": " + reason(errno));
+            throwSystemError(errno, [&] { return "cannot write " + file.name; });
         }
         file.published = true;
         if (m_observer) {

@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
 #include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include <csignal>
 #include <fstream>
@@ -274,6 +278,35 @@ TEST_F(ServerCommand, AnUnwritableFusionSaysWhy)
     } catch (const std::runtime_error& e) {
         EXPECT_NE(std::string(e.what()).find("Not a directory"), std::string::npos) << e.what();
     }
+}
+
+TEST_F(ServerCommand, AFullDiskIsSaidPlainlyAndLeavesNothing)
+{
+    // FUSION on a small file system of its own, nearly full.
+    const fs::path small = testsupport::path(m_dir) / "small";
+    fs::create_directories(small);
+    if (::mount("tmpfs", small.c_str(), "tmpfs", 0, "size=64k") != 0) {
+        GTEST_SKIP() << "no tmpfs can be mounted here (" << std::strerror(errno) << ")";
+    }
+    struct Unmount {
+        fs::path folder;
+        ~Unmount() { ::umount2(folder.c_str(), MNT_DETACH); }
+    } unmount{small};
+    std::ofstream(small / "autre.pdf") << std::string(56 * 1024, 'x');
+    m_store->setFusionDirectory(small);
+    request({{"013", "F77"}, {"012", "F000000123"}});
+    try {
+        run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
+        FAIL() << "a run on a full disk succeeded";
+    } catch (const DbaError& e) {
+        EXPECT_EQ(e.reason(), "le disque du dossier FUSION (" + small.string() + ") est plein") << e.what();
+    }
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(small)) {
+        left.push_back(entry.path().filename().string());
+    }
+    EXPECT_EQ(left, (std::vector<std::string>{"autre.pdf"}));
+    EXPECT_FALSE(result().has_value());
 }
 
 TEST_F(ServerCommand, ReplacesAFormerFileOfTheSameName)
