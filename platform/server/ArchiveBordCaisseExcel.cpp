@@ -253,17 +253,37 @@ void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserve
     }
 
     // Published only once everything is rendered; taken back if the result cannot be recorded.
-    FusionBatch batch(context.fusion, observer);
-    for (const RenderedFile& file : files) {
-        batch.stage(file.name, file.bytes);
+    auto batch = std::make_shared<FusionBatch>(context.fusion, observer);
+    try {
+        for (const RenderedFile& file : files) {
+            batch->stage(file.name, file.bytes);
+        }
+        batch->publish();
+        DbaDynArray result;
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            result.setAttribute(static_cast<std::int16_t>(i + 1), files[i].name);
+        }
+        store.write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, result.text());
+    } catch (const std::exception& failure) {
+        const std::string left = batch->rollback();
+        if (left.empty()) {
+            throw;
+        }
+        throw std::runtime_error(failure.what() + ("; " + left));
     }
-    batch.publish();
-    DbaDynArray result;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        result.setAttribute(static_cast<std::int16_t>(i + 1), files[i].name);
+    if (context.settled) {
+        // A worker's outcome commits after this returns: the earlier files are
+        // kept (and the folder held) until it has, and put back if it cannot.
+        *context.settled = [batch](bool committed) {
+            if (committed) {
+                batch->commit();
+            } else {
+                batch->rollback();
+            }
+        };
+        return;
     }
-    store.write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, result.text());
-    batch.commit();
+    batch->commit();
 }
 
 void archiveBordCaisseExcelPart(store::CommandContext& context)
@@ -296,6 +316,9 @@ void archiveBordCaisseExcelPart(store::CommandContext& context)
 
 void registerArchiveBordCaisseExcel(store::Store& store)
 {
+    // A publication that a dead run left half done is completed or undone as
+    // soon as a program that can run the command opens the database.
+    sweepLeftovers(store.fusionDirectory(), std::chrono::seconds(0));
     store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); });
     store.registerCommand(kArchiveBordCaisseExcelPart, archiveBordCaisseExcelPart);
 }

@@ -1,6 +1,8 @@
 #include "Store.h"
 
 #include <exception>
+#include <stdexcept>
+#include <utility>
 
 #include "PgEngine.h"
 #include "SqliteEngine.h"
@@ -179,7 +181,7 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
     if (m_impl->engine->commandQueue()) {
         return executeQueued(commandText, words.front());
     }
-    const auto failure = m_impl->runCommand(*this, words, m_impl->progress, nullptr, [](const std::function<void()>& run) { run(); });
+    const auto failure = m_impl->runCommand(*this, words, m_impl->progress, nullptr, nullptr, [](const std::function<void()>& run) { run(); });
     if (failure) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), *failure);
     }
@@ -187,7 +189,7 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
 }
 
 std::optional<std::string> Store::Impl::runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
-    CommandParts* parts, const std::function<void(const std::function<void()>&)>& transact)
+    CommandParts* parts, std::function<void(bool)>* settled, const std::function<void(const std::function<void()>&)>& transact)
 {
     if (words.empty()) {
         return "no command given";
@@ -208,6 +210,7 @@ std::optional<std::string> Store::Impl::runCommand(Store& store, const std::vect
         context.progress = std::move(commandProgress);
     }
     context.parts = parts;
+    context.settled = settled;
     try {
         transact([&] { command(context); });
     } catch (const std::exception& failure) {
@@ -259,7 +262,7 @@ void Store::waitForCommands(std::chrono::milliseconds timeout)
     }
 }
 
-bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease)
+bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease, const std::function<bool()>& stopping)
 {
     auto& engine = *m_impl->engine;
     auto* queue = engine.commandQueue();
@@ -280,19 +283,47 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
     m_impl->client = std::make_shared<DbaClient>(claimed->user, claimed->session);
     m_impl->setSession(m_impl->client);
 
-    queue->complete(*claimed, [&](const CommandProgress& progress) -> CommandOutcome {
-        // A command that stopped its workers this often would stop every next one.
-        constexpr int kMaxAttempts = 3;
-        if (claimed->attempt > kMaxAttempts) {
-            return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it"};
+    // What the command leaves to follow its outcome (its files published) learns whether it committed.
+    std::function<void(bool)> settled;
+    bool committed = false;
+    try {
+        committed = queue->complete(*claimed, [&](const CommandProgress& progress) -> CommandOutcome {
+            // A command that stopped its workers this often would stop every next one.
+            constexpr int kMaxAttempts = 3;
+            if (claimed->attempt > kMaxAttempts) {
+                return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it"};
+            }
+            // Its parts still offered are withdrawn once it ends, before its outcome commits.
+            const auto parts = queue->parts(*claimed);
+            // The worker is asked to stop: the command ends at its next report, for another worker to run.
+            bool handedBack = false;
+            const CommandProgress reported = [&](int done, int total) {
+                if (stopping && stopping()) {
+                    handedBack = true;
+                    throw std::runtime_error("the worker is stopping");
+                }
+                progress(done, total);
+            };
+            // A failed command leaves none of its records.
+            const auto failure = m_impl->runCommand(*this, commandWords(claimed->sentence), reported, parts.get(), &settled,
+                [&](const std::function<void()>& run) { engine.transaction(run); });
+            if (failure && settled) {
+                std::exchange(settled, nullptr)(false);
+            }
+            if (handedBack) {
+                throw CommandQueue::HandedBack{};
+            }
+            return failure ? CommandOutcome{false, *failure} : CommandOutcome{true, {}};
+        });
+    } catch (...) {
+        if (settled) {
+            settled(false);
         }
-        // Its parts still offered are withdrawn once it ends, before its outcome commits.
-        const auto parts = queue->parts(*claimed);
-        // A failed command leaves none of its records.
-        const auto failure = m_impl->runCommand(*this, commandWords(claimed->sentence), progress, parts.get(),
-            [&](const std::function<void()>& run) { engine.transaction(run); });
-        return failure ? CommandOutcome{false, *failure} : CommandOutcome{true, {}};
-    });
+        throw;
+    }
+    if (settled) {
+        settled(committed);
+    }
     return true;
 }
 

@@ -32,9 +32,10 @@ public:
     // Runs the registered command named by the first word, with the other words
     // as its arguments, on both paths (in this process, or taken from the queue):
     // nothing when it succeeded, else why not (no such command, FUSION not made,
-    // or the command's own message). transact wraps the command's run.
+    // or the command's own message). transact wraps the command's run; settled
+    // is the command's CommandContext::settled.
     std::optional<std::string> runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
-        CommandParts* parts, const std::function<void(const std::function<void()>&)>& transact);
+        CommandParts* parts, std::function<void(bool)>* settled, const std::function<void(const std::function<void()>&)>& transact);
     // A sentence's selection; on a session-private file, only this session's records.
     DbaDynArray select(const sentence::Parsed& parsed, std::string_view attributes);
 };
