@@ -107,6 +107,9 @@ std::vector<RenderedFile> renderRequest(store::CommandContext& context, std::spa
         if (const int done = std::min(doneHere + doneByParts, total); done > reported) {
             reported = done;
             context.progress(reported, total);
+        } else if (context.parts) {
+            // Said again unchanged on a worker: where a worker asked to stop learns it.
+            context.progress(reported, total);
         }
     };
     const auto renderHere = [&](std::size_t first, std::size_t count) {

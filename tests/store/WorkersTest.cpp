@@ -10,6 +10,7 @@
 #include <map>
 #include <gtest/gtest.h>
 #include <set>
+#include <sys/file.h>
 #include <sys/wait.h>
 
 #include "ArchiveBordCaisseExcel.h"
@@ -40,6 +41,8 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
     void kill() { m_process.kill(); }
+    // SIGTERM: true when it stopped by itself within a minute.
+    bool stop() { return m_process.stop(); }
 
 private:
     static std::vector<std::string> arguments(const std::string& url, const std::filesystem::path& fusion, const std::string& name,
@@ -303,9 +306,17 @@ protected:
             {state});
     }
     std::vector<std::string> filesHandedBack() const { return column(std::string("SELECT name FROM ") + pg::kCommandFilesTable); }
-    // Every file of FUSION, hidden ones included.
+    // Every file of FUSION, hidden ones included, once no run holds the folder:
+    // the worker lets go of the files a run replaced just after its outcome
+    // commits, which is when the client learns it.
     std::vector<std::string> fusionFiles() const
     {
+        EXPECT_TRUE(eventually([&] {
+            const int folder = ::open(fusion().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            const bool free = folder >= 0 && ::flock(folder, LOCK_EX | LOCK_NB) == 0;
+            ::close(folder);
+            return free;
+        })) << "a run still holds FUSION";
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(fusion())) {
             names.push_back(entry.path().filename().string());
@@ -388,6 +399,87 @@ TEST_F(SplitRequest, APartWorkerKilledMidPartLosesAndDuplicatesNothing)
     EXPECT_EQ(column("SELECT state" + partRow, {part.front()}), std::vector<std::string>{"withdrawn"});
     EXPECT_TRUE(partWorkers("failed").empty());
     EXPECT_TRUE(filesHandedBack().empty());
+}
+
+// calvarine-server --workers 3: a supervisor and three worker processes.
+class Supervision : public SplitRequest {
+protected:
+    // The pids of the workers the supervisor said it started, latest first.
+    std::vector<pid_t> startedPids(const std::string& name) const
+    {
+        std::vector<pid_t> pids;
+        const std::string text = readText(log(name));
+        const std::string mark = " started (pid ";
+        for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) {
+            pids.insert(pids.begin(), std::stoi(text.substr(at + mark.size())));
+        }
+        return pids;
+    }
+    static std::size_t count(const std::string& text, const std::string& part)
+    {
+        std::size_t n = 0;
+        for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+            ++n;
+        }
+        return n;
+    }
+    static bool alive(pid_t pid) { return ::kill(pid, 0) == 0; }
+};
+
+TEST_F(Supervision, KilledWorkersAreStartedAgainAndServe)
+{
+    auto server = std::make_unique<Worker>(m_database.connection(), fusion(), "sup", log("sup"), std::vector<std::string>{"--workers", "3"},
+        std::vector<std::string>{"CALVARINE_RENDER_THREADS=1"});
+    ASSERT_TRUE(eventually([&] { return count(readText(log("sup")), "waiting for commands") == 3; })) << readText(log("sup"));
+    const auto first = startedPids("sup");
+    ASSERT_EQ(first.size(), 3u);
+    ::kill(first[0], SIGKILL);
+    ::kill(first[1], SIGKILL);
+    // Both logged, started again after a second, and connected again.
+    ASSERT_TRUE(eventually([&] { return count(readText(log("sup")), "waiting for commands") == 5; })) << readText(log("sup"));
+    const std::string text = readText(log("sup"));
+    EXPECT_EQ(count(text, "was killed by signal 9 (Killed); starting it again in 1 s"), 2u) << text;
+    const auto now = startedPids("sup");
+    ASSERT_EQ(now.size(), 5u);
+    for (const pid_t pid : {now[0], now[1], first[2]}) {
+        EXPECT_TRUE(alive(pid)) << pid;
+    }
+    // They serve: the large request is shared among the three again.
+    EXPECT_EQ(reissue(*m_client, m_request), m_expected);
+    EXPECT_EQ(fusionFiles(), expectedFiles());
+    const auto helpers = partWorkers("done");
+    EXPECT_FALSE(helpers.empty());
+}
+
+TEST_F(Supervision, SigtermStopsEveryWorkerAndHandsTheCommandInFlightBack)
+{
+    auto server = std::make_unique<Worker>(m_database.connection(), fusion(), "sup", log("sup"), std::vector<std::string>{"--workers", "3"},
+        std::vector<std::string>{"CALVARINE_RENDER_THREADS=1"});
+    ASSERT_TRUE(eventually([&] { return count(readText(log("sup")), "waiting for commands") == 3; })) << readText(log("sup"));
+    const auto pids = startedPids("sup");
+    auto client = std::async(std::launch::async, [&] { return reissue(*m_client, m_request); });
+    const std::string commandRow = std::string(" FROM ") + pg::kCommandTable + " WHERE parent IS NULL";
+    // As soon as it has begun, long before its end.
+    ASSERT_TRUE(eventually([&] {
+        const auto done = column("SELECT coalesce(progress_done, 0)::text" + commandRow + " AND state = 'running'");
+        return !done.empty() && std::stoi(done.front()) >= 1;
+    })) << readText(log("sup"));
+    ASSERT_EQ(column("SELECT worker" + commandRow).at(0).rfind("sup/", 0), 0u);
+    ASSERT_TRUE(server->stop()) << "the workers did not stop on SIGTERM: " << readText(log("sup"));
+    // Another host's worker, which takes the command at once: its lease (60 s) is not waited out.
+    auto other = startWorker("other");
+    for (const pid_t pid : pids) {
+        EXPECT_FALSE(alive(pid)) << pid;
+    }
+    EXPECT_EQ(count(readText(log("sup")), ": stopped"), 3u) << readText(log("sup"));
+    // Handed back rather than left until its lease of 60 s runs out.
+    EXPECT_TRUE(eventually([&] { return column("SELECT worker" + commandRow).at(0) == "other"; }))
+        << column("SELECT state || ' ' || coalesce(worker, '') || ' ' || coalesce(message, '')" + commandRow).at(0) << "\n"
+        << readText(log("sup")) << readText(log("other"));
+    ASSERT_EQ(client.wait_for(120s), std::future_status::ready);
+    EXPECT_EQ(client.get(), m_expected);
+    EXPECT_EQ(fusionFiles(), expectedFiles());
+    EXPECT_TRUE(partWorkers("failed").empty());
 }
 
 } // namespace
