@@ -6,12 +6,15 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
 #include <future>
 #include <map>
 #include <gtest/gtest.h>
 #include <set>
 #include <sys/file.h>
 #include <sys/wait.h>
+
+#include <QGuiApplication>
 
 #include "ArchiveBordCaisseExcel.h"
 #include "Demo.h"
@@ -129,6 +132,68 @@ TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
         EXPECT_TRUE(std::filesystem::is_regular_file(fusion / name)) << name;
     }
     EXPECT_EQ(admin->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
+}
+
+// A worker's outcome commits after the command has put its files in place: when
+// it cannot (here another worker took the command meanwhile), the earlier files
+// are back; the run that then completes publishes its own.
+TEST(Workers, AnOutcomeThatCannotCommitPutsTheEarlierFilesBack)
+{
+    // This process is the worker here: it draws the statements.
+    static int argc = 1;
+    static char name[] = "store_worker_tests";
+    static char* argv[] = {name, nullptr};
+    static QGuiApplication application(argc, argv);
+    TestDatabase database(EngineKind::Postgres);
+    auto admin = database.connect();
+    generateDemo(*admin, DemoOptions{60, 3, 4});
+    const auto scope = admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
+    ASSERT_GE(scope.DCount(), 3);
+    std::vector<std::string> keys;
+    std::vector<std::string> names;
+    for (std::int16_t i = 1; i <= 3; ++i) {
+        keys.push_back(scope.attribute(i));
+        names.push_back(server::fusionFileName("001", "P", "202610", keys.back().substr(4, 3), keys.back().substr(13, 10)));
+    }
+    const auto fusion = database.folder() / "FUSION";
+    std::filesystem::create_directories(fusion);
+    for (const auto& name : {names[0], names[1]}) {
+        std::ofstream(fusion / name) << "former";
+    }
+    const auto contents = [&](const std::string& name) {
+        std::ifstream in(fusion / name, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {}).substr(0, 6);
+    };
+    auto client = database.connect();
+    client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    client->setSessionPrivate("TEMPO");
+    auto asked = std::async(std::launch::async, [&] { return reissue(*client, keys); });
+
+    auto worker = database.connect();
+    worker->setFusionDirectory(fusion);
+    server::registerArchiveBordCaisseExcel(*worker);
+    worker->registerCommand(server::kArchiveBordCaisseExcel, [&](CommandContext& context) {
+        server::archiveBordCaisseExcel(context);
+        EXPECT_EQ(contents(names[0]), "%PDF-1");
+        pg::Connection other(database.connection());
+        other.run(std::string("UPDATE ") + pg::kCommandTable + " SET attempt = attempt + 1 WHERE state = 'running'", {}, "test");
+    });
+    ASSERT_TRUE(eventually([&] { return worker->runQueuedCommand("w1"); }));
+    EXPECT_EQ(contents(names[0]), "former");
+    EXPECT_EQ(contents(names[1]), "former");
+    EXPECT_FALSE(std::filesystem::exists(fusion / names[2]));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fusion), {}), 2);
+
+    // Given back to the queue, the command runs again, whole this time.
+    pg::Connection(database.connection()).run(std::string("UPDATE ") + pg::kCommandTable + " SET state = 'queued' WHERE state = 'running'", {}, "test");
+    server::registerArchiveBordCaisseExcel(*worker);
+    ASSERT_TRUE(worker->runQueuedCommand("w1"));
+    ASSERT_EQ(asked.wait_for(60s), std::future_status::ready);
+    EXPECT_EQ(asked.get(), names);
+    for (const auto& name : names) {
+        EXPECT_EQ(contents(name), "%PDF-1") << name;
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fusion), {}), 3);
 }
 
 ::testing::AssertionResult contains(const std::string& text, const std::string& part)
