@@ -181,11 +181,36 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
     if (m_impl->engine->commandQueue()) {
         return executeQueued(commandText, words.front());
     }
+    m_impl->sweepDeadSessions();
     const auto failure = m_impl->runCommand(*this, words, m_impl->progress, nullptr, nullptr, [](const std::function<void()>& run) { run(); });
     if (failure) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), *failure);
     }
     return {};
+}
+
+void Store::Impl::sweepDeadSessions()
+{
+    try {
+        std::vector<std::string> dead;
+        for (const auto& file : sessionKeys->privateFiles()) {
+            if (!engine->fileExists(file)) {
+                continue;
+            }
+            engine->forEach(file, [&](std::string_view key, std::string_view) {
+                const auto session = SessionKeys::sessionOf(key);
+                if (session && SessionKeys::isDeadHere(*session)) {
+                    dead.push_back(file + '\n' + std::string(key));
+                }
+            });
+        }
+        for (const auto& entry : dead) {
+            const auto cut = entry.find('\n');
+            engine->remove(entry.substr(0, cut), entry.substr(cut + 1));
+        }
+    } catch (const std::exception&) {
+        // Tidying only: the command that follows says what is wrong with the database.
+    }
 }
 
 std::optional<std::string> Store::Impl::runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,

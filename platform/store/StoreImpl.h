@@ -36,6 +36,9 @@ public:
     // is the command's CommandContext::settled.
     std::optional<std::string> runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
         CommandParts* parts, std::function<void(bool)>* settled, const std::function<void(const std::function<void()>&)>& transact);
+    // Removes the records that processes of this host which have ended left in
+    // the session-private files (see SessionKeys::isDeadHere). Never throws.
+    void sweepDeadSessions();
     // A sentence's selection; on a session-private file, only this session's records.
     DbaDynArray select(const sentence::Parsed& parsed, std::string_view attributes);
 };

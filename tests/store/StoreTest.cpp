@@ -2,6 +2,8 @@
 #include <fstream>
 #include <future>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <sstream>
 
 #include "ThrowsDbaError.h"
@@ -584,6 +586,46 @@ TEST(StoreOnSqlite, OpeningDuringAWriteTransactionNeitherWaitsNorWrites)
         EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
     });
     EXPECT_EQ(Store::open(file)->read("F", "k"), "during");
+}
+
+// TEMPO keeps no records of processes that ended without removing them (killed
+// mid-run): the next command run on the database sweeps them, and only them.
+TEST(StoreOnSqlite, RecordsOfProcessesThatEndedAreSweptByTheNextCommand)
+{
+    TempDir dir;
+    const auto file = dir.path() / "db.sqlite";
+    auto store = Store::create(file);
+    store->registerCommand("RIEN", [](CommandContext&) {});
+    store->write("TEMPO", "REQUETEBORDEXCEL", "mine");
+    auto alive = Store::open(file);
+    alive->write("TEMPO", "REQUETEBORDEXCEL", "alive");
+    // Sessions a host names, and sessions of another host, are nobody's here to judge.
+    auto named = Store::open(file);
+    named->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    named->write("TEMPO", "REQUETEBORDEXCEL", "named");
+    store->write("TEMPO", "REQUETEBORDEXCEL@p1.1.elsewhere.0000abcd", "elsewhere");
+    for (int run = 0; run < 3; ++run) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            auto dying = Store::open(file);
+            dying->write("TEMPO", "REQUETEBORDEXCEL", "dead");
+            dying->write("TEMPO", "BORDCAISSEEXCEL", "dead");
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+    }
+    const auto records = [&] {
+        std::vector<std::string> texts;
+        store->forEachStored("TEMPO", [&](std::string_view, std::string_view record) { texts.emplace_back(record); });
+        std::sort(texts.begin(), texts.end());
+        return texts;
+    };
+    ASSERT_EQ(records().size(), 10u);
+    std::int32_t status = 0;
+    store->Execute("P\xFE" "RIEN", "", status);
+    EXPECT_EQ(records(), (std::vector<std::string>{"alive", "elsewhere", "mine", "named"}));
 }
 
 CALVARINE_BOTH_ENGINES(Sentences);
