@@ -464,16 +464,41 @@ TEST(StoreOnSqlite, OpeningRefusesWhatIsNotAnExistingDatabase)
     EXPECT_THAT([&] { Store::connect(""); }, ThrowsDbaError(DbaError::Kind::NotConnected));
 }
 
-TEST(StoreOnSqlite, OpeningAReadOnlyDatabaseSaysSo)
+// A database on read-only media is read (records, selections, an export's
+// walk), and every write says plainly that it cannot be; a full disk says so too.
+TEST(StoreOnSqlite, ReadOnlyMediaAreReadAndAFullDiskSaysSo)
 {
     SmallDisk disk("1m");
     if (!disk.mounted()) {
         GTEST_SKIP() << "mounting a tmpfs is not permitted here";
     }
     const auto file = disk.path() / "db.sqlite";
-    Store::create(file)->write("F", "k", "v");
+    {
+        auto store = Store::create(file);
+        store->defineName("F", "Nom", 1);
+        store->write("F", "k", "v");
+        // Filled up by another file: the write that finds no room says the disk is full.
+        {
+            std::ofstream filler(disk.path() / "filler", std::ios::binary);
+            const std::string block(4096, 'x');
+            while (filler.write(block.data(), static_cast<std::streamsize>(block.size())) && filler.flush()) {
+            }
+        }
+        EXPECT_THAT([&] { store->write("F", "big", std::string(64 * 1024, 'x')); }, ThrowsDbaError(DbaError::Kind::Storage, "", "the disk is full"));
+        std::filesystem::remove(disk.path() / "filler");
+        EXPECT_EQ(store->read("F", "k"), "v");
+    }
     ASSERT_TRUE(disk.makeReadOnly());
-    EXPECT_THAT([&] { Store::open(file); }, ThrowsDbaError(DbaError::Kind::NotConnected, "open " + file.string() + ": ", "read-only"));
+    auto store = Store::open(file);
+    EXPECT_EQ(store->read("F", "k"), "v");
+    EXPECT_EQ(store->select(R"(SSELECT F AVEC Nom = "v")").text(), "k");
+    int records = 0;
+    store->forEachStored("F", [&](std::string_view, std::string_view) { ++records; });
+    EXPECT_EQ(records, 1);
+    EXPECT_THAT([&] { store->write("F", "k", "w"); }, ThrowsDbaError(DbaError::Kind::Storage, "", "the database is read-only"));
+    EXPECT_EQ(store->read("F", "k"), "v");
+    // Making a database there is still refused.
+    EXPECT_THAT([&] { Store::create(disk.path() / "new.sqlite"); }, ThrowsDbaError(DbaError::Kind::NotConnected));
 }
 
 // The reads of one operation share a read snapshot: another connection's

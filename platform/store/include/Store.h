@@ -115,11 +115,16 @@ class Store : public DbaDatabase {
 public:
     // Opens an existing database file of the store. Opening writes nothing and
     // takes no write lock, so it never waits for another process's import. A
-    // missing file or folder, a folder, a file that is not a database of the
-    // store and a read-only file are refused with DbaError NotConnected, whose
-    // context names the path and detail the cause; nothing is created.
+    // missing file or folder, a folder and a file that is not a database of the
+    // store are refused with DbaError NotConnected, whose context names the path
+    // and detail the cause; nothing is created. A file that cannot be written (a
+    // write-protected file, read-only media) is opened for reading only: reads,
+    // selections and exports work, and every write fails with DbaError Storage
+    // whose detail begins "the database is read-only". A write that finds the
+    // disk full fails with a detail that begins "the disk is full".
     // With OpenMode::Create the file is made (with its folder and the store's
-    // schema) when missing, and opened as it is when it exists.
+    // schema) when missing, and opened as it is when it exists; a read-only
+    // file is then refused ("read-only: <reason>").
     // FUSION defaults to the folder "FUSION" beside the file.
     static std::shared_ptr<Store> open(const std::filesystem::path& file, OpenMode mode = OpenMode::Existing);
     // open(file, OpenMode::Create): for the commands that make a database
