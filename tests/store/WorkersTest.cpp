@@ -11,6 +11,9 @@
 #include <map>
 #include <gtest/gtest.h>
 #include <set>
+#include <thread>
+#include <iostream>
+#include <random>
 #include <sys/file.h>
 #include <sys/wait.h>
 
@@ -194,6 +197,96 @@ TEST(Workers, AnOutcomeThatCannotCommitPutsTheEarlierFilesBack)
         EXPECT_EQ(contents(name), "%PDF-1") << name;
     }
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fusion), {}), 3);
+}
+
+// A worker killed at random moments of publishing a re-issue of 40 statements
+// over earlier files of the same names: once the next program has looked at the
+// folder it holds the earlier files or the new ones, never a mix, and the next
+// worker completes the request.
+TEST(Workers, KilledWhilePublishingLeavesTheEarlierOrTheNewSet)
+{
+    TestDatabase database(EngineKind::Postgres);
+    auto admin = database.connect();
+    generateDemo(*admin, DemoOptions{100, 11, 60});
+    const auto scope = admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
+    ASSERT_GE(scope.DCount(), 40);
+    std::vector<std::string> keys;
+    std::vector<std::string> names;
+    for (std::int16_t i = 1; i <= 40; ++i) {
+        keys.push_back(scope.attribute(i));
+        names.push_back(server::fusionFileName("001", "P", "202610", keys.back().substr(4, 3), keys.back().substr(13, 10)));
+    }
+    const auto fusion = database.folder() / "FUSION";
+    std::filesystem::create_directories(fusion);
+    const auto hidden = [&] {
+        for (const auto& entry : std::filesystem::directory_iterator(fusion)) {
+            if (entry.path().filename().string().starts_with(".")) {
+                return true;
+            }
+        }
+        return false;
+    };
+    // "former" or "new" for every name; "mixed" otherwise.
+    const auto state = [&] {
+        std::set<std::string> seen;
+        for (const auto& name : names) {
+            std::ifstream in(fusion / name, std::ios::binary);
+            std::string head(6, '\0');
+            in.read(head.data(), 6);
+            seen.insert(head == "former" ? "former" : head == "%PDF-1" ? "new" : "broken");
+        }
+        std::size_t files = 0;
+        for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(fusion)) {
+            ++files;
+        }
+        return seen.size() == 1 && files == names.size() ? *seen.begin() : std::string("mixed");
+    };
+    auto client = database.connect();
+    client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    client->setSessionPrivate("TEMPO");
+    client->setCommandTimeout(60s);
+    const std::vector<std::string> quick{"--lease", "1"};
+
+    std::mt19937 random(20261125);
+    std::chrono::microseconds span = std::chrono::seconds(10);
+    constexpr int kUndisturbed = 3;
+    std::map<std::string, int> outcomes;
+    int duringPublication = 0;
+    for (int kill = 0; kill < kUndisturbed + 40; ++kill) {
+        for (const auto& name : names) {
+            std::ofstream(fusion / name) << "former";
+        }
+        auto asked = std::async(std::launch::async, [&] { return reissue(*client, keys); });
+        auto worker = std::make_unique<Worker>(database.connection(), fusion, "w" + std::to_string(kill), std::filesystem::path{}, quick);
+        // Publishing has begun when the run's first hidden file shows.
+        ASSERT_TRUE(eventually([&] { return hidden(); })) << "kill " << kill;
+        const auto began = std::chrono::steady_clock::now();
+        if (kill < kUndisturbed) {
+            // The first runs undisturbed: how long publishing lasts, at the shortest.
+            ASSERT_EQ(asked.wait_for(60s), std::future_status::ready);
+            ASSERT_EQ(asked.get(), names);
+            while (hidden()) {
+            }
+            span = std::min(span, std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began));
+            continue;
+        }
+        std::this_thread::sleep_until(began + std::chrono::microseconds(std::uniform_int_distribution<std::int64_t>(0, span.count() * 5 / 4)(random)));
+        duringPublication += hidden() ? 1 : 0;
+        worker->kill();
+        server::recoverPublications(fusion);
+        const auto after = state();
+        ASSERT_NE(after, "mixed") << "kill " << kill;
+        ASSERT_NE(after, "broken") << "kill " << kill;
+        ++outcomes[after];
+        // The next worker takes the command once the dead one's lease has run out, and completes it.
+        Worker next(database.connection(), fusion, "n" + std::to_string(kill), std::filesystem::path{}, quick);
+        ASSERT_EQ(asked.wait_for(60s), std::future_status::ready) << "kill " << kill;
+        EXPECT_EQ(asked.get(), names) << "kill " << kill;
+        EXPECT_TRUE(eventually([&] { return !hidden(); }));
+        EXPECT_EQ(state(), "new") << "kill " << kill;
+    }
+    std::cout << "40 kills of a worker while publishing " << span.count() << " us: " << outcomes["former"] << " left the earlier set, "
+              << outcomes["new"] << " the new one; " << duringPublication << " with the publication under way\n";
 }
 
 ::testing::AssertionResult contains(const std::string& text, const std::string& part)
