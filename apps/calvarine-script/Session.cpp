@@ -58,17 +58,50 @@ const std::unordered_map<std::string_view, Method>& publicMethods()
 
 // A FUSION folder given with --fusion is the host's only if it made it: it
 // keeps there the list of the files its scenarios wrote, and removes those
-// alone before the next file. A folder holding anything else is refused.
+// alone before the next file. A folder holding anything else is refused. The
+// list is a file anyone who may write the folder can change: it names plain
+// files of the folder only (no other folder, no link, no subfolder), and a
+// list that names anything else refuses the folder before anything is removed.
 namespace {
 
-std::set<std::string> fusionFilesWritten(const std::filesystem::path& dir)
+namespace fs = std::filesystem;
+
+[[noreturn]] void refuse(const fs::path& dir, const std::string& why)
 {
+    throw std::runtime_error("the FUSION folder " + dir.string() + " " + why + ": give an empty or a new folder");
+}
+
+bool isPlainFile(const fs::path& path)
+{
+    std::error_code ec;
+    return fs::symlink_status(path, ec).type() == fs::file_type::regular;
+}
+
+bool isOwnName(const std::string& name)
+{
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos && name != kFusionLedger;
+}
+
+std::set<std::string> fusionFilesWritten(const fs::path& dir)
+{
+    std::error_code ec;
+    const auto ledger = fs::symlink_status(dir / kFusionLedger, ec).type();
+    if (ledger == fs::file_type::not_found) {
+        return {};
+    }
+    if (ledger != fs::file_type::regular) {
+        refuse(dir, std::string("holds ") + kFusionLedger + ", which is not a plain file");
+    }
     std::set<std::string> names;
     std::ifstream in(dir / kFusionLedger);
     for (std::string name; std::getline(in, name);) {
-        if (!name.empty()) {
-            names.insert(name);
+        if (name.empty()) {
+            continue;
         }
+        if (!isOwnName(name)) {
+            refuse(dir, std::string("has a list ") + kFusionLedger + " naming \"" + name + "\", which is not a file of the folder");
+        }
+        names.insert(name);
     }
     return names;
 }
@@ -77,12 +110,12 @@ std::set<std::string> fusionFilesWritten(const std::filesystem::path& dir)
 
 void claimFusion(const std::filesystem::path& dir)
 {
-    std::filesystem::create_directories(dir);
+    fs::create_directories(dir);
     const std::set<std::string> ours = fusionFilesWritten(dir);
     std::vector<std::string> foreign;
-    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    for (const auto& entry : fs::directory_iterator(dir)) {
         const std::string name = entry.path().filename().string();
-        if (name != kFusionLedger && !ours.contains(name)) {
+        if (name != kFusionLedger && !(ours.contains(name) && isPlainFile(entry.path()))) {
             foreign.push_back(name);
         }
     }
@@ -92,11 +125,11 @@ void claimFusion(const std::filesystem::path& dir)
         for (const auto& name : foreign) {
             names += (names.empty() ? "" : ", ") + name;
         }
-        throw std::runtime_error("the FUSION folder " + dir.string() + " holds files that calvarine-script did not write (" + names
-            + "): give an empty or a new folder");
+        refuse(dir, "holds files that calvarine-script did not write (" + names + ")");
     }
     for (const auto& name : ours) {
-        std::filesystem::remove_all(dir / name);
+        std::error_code ec;
+        fs::remove(dir / name, ec);
     }
     std::ofstream(dir / kFusionLedger, std::ios::trunc);
 }
@@ -104,10 +137,16 @@ void claimFusion(const std::filesystem::path& dir)
 void noteFusion(const std::filesystem::path& dir)
 {
     std::error_code ec;
-    std::set<std::string> names = fusionFilesWritten(dir);
-    for (const auto& entry : std::filesystem::directory_iterator(dir, ec)) {
-        if (entry.path().filename() != kFusionLedger) {
-            names.insert(entry.path().filename().string());
+    std::set<std::string> names;
+    try {
+        names = fusionFilesWritten(dir);
+    } catch (const std::exception&) {
+        return; // changed by someone else meanwhile: the next claim refuses the folder
+    }
+    for (const auto& entry : fs::directory_iterator(dir, ec)) {
+        const std::string name = entry.path().filename().string();
+        if (isOwnName(name) && name.find('\n') == std::string::npos && isPlainFile(entry.path())) {
+            names.insert(name);
         }
     }
     std::ofstream out(dir / kFusionLedger, std::ios::trunc);

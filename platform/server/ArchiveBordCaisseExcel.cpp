@@ -128,6 +128,9 @@ std::vector<RenderedFile> renderRequest(store::CommandContext& context, std::spa
         if (const int done = std::min(doneHere + doneByParts, total); done > reported) {
             reported = done;
             context.progress(reported, total);
+        } else if (context.parts) {
+            // Said again unchanged on a worker: where a worker asked to stop learns it.
+            context.progress(reported, total);
         }
     };
     const auto renderHere = [&](std::size_t first, std::size_t count) {
@@ -339,17 +342,37 @@ void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserve
     }
 
     // Published only once everything is rendered; taken back if the result cannot be recorded.
-    FusionBatch batch(context.fusion, observer);
-    for (const RenderedFile& file : files) {
-        batch.stage(file.name, file.bytes);
+    auto batch = std::make_shared<FusionBatch>(context.fusion, observer);
+    try {
+        for (const RenderedFile& file : files) {
+            batch->stage(file.name, file.bytes);
+        }
+        batch->publish();
+        DbaDynArray result;
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            result.setAttribute(static_cast<std::int16_t>(i + 1), files[i].name);
+        }
+        store.write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, result.text());
+    } catch (const std::exception& failure) {
+        const std::string left = batch->rollback();
+        if (left.empty()) {
+            throw;
+        }
+        throw std::runtime_error(failure.what() + ("; " + left));
     }
-    batch.publish();
-    DbaDynArray result;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        result.setAttribute(static_cast<std::int16_t>(i + 1), files[i].name);
+    if (context.settled) {
+        // A worker's outcome commits after this returns: the earlier files are
+        // kept (and the folder held) until it has, and put back if it cannot.
+        *context.settled = [batch](bool committed) {
+            if (committed) {
+                batch->commit();
+            } else {
+                batch->rollback();
+            }
+        };
+        return;
     }
-    store.write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, result.text());
-    batch.commit();
+    batch->commit();
 }
 
 void archiveBordCaisseExcelPart(store::CommandContext& context)
@@ -387,6 +410,9 @@ void clearResult(store::CommandContext& context)
 
 void registerArchiveBordCaisseExcel(store::Store& store)
 {
+    // A publication that a dead run left half done is completed or undone as
+    // soon as a program that can run the command opens the database.
+    sweepLeftovers(store.fusionDirectory(), std::chrono::seconds(0));
     // An earlier run's result must never read as this run's, whatever becomes of it.
     store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); }, clearResult);
     store.registerCommand(kArchiveBordCaisseExcelPart, archiveBordCaisseExcelPart);

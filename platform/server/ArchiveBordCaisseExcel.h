@@ -20,8 +20,12 @@
 // which the entity and activity have nothing archived, or any failure while
 // working, the result's write included, fails the command and leaves FUSION
 // exactly as it was: no file of this run, and every file it would have replaced
-// back under its name. The command reports its progress after each entry of
-// the request (done out of the number of entries).
+// back under its name. On a worker of a shared server, whose outcome commits
+// after the command returns (CommandContext::settled), the replaced files are
+// kept until it has committed, and put back when it does not. The command
+// reports its progress after each entry of the request (done out of the number
+// of entries); on a worker also while it waits, unchanged, so that a worker
+// asked to stop hands the command back without waiting for the next entry.
 //
 // On a shared server a large request is rendered by several workers at once:
 // the worker that runs the command offers every range of the request's entries

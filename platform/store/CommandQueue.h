@@ -59,6 +59,9 @@ public:
     // reaches the waiting client; that progress throws once the command is no
     // longer this worker's. Gives false, undoing work, when the claim is no longer
     // this worker's (withdrawn, or taken by another after this worker froze).
+    // When work throws HandedBack, its records are undone and the command goes
+    // back to the queue at once, for any worker; complete then gives false.
+    struct HandedBack {};
     using Work = std::function<CommandOutcome(const CommandProgress& progress)>;
     virtual bool complete(const QueuedCommand& command, const Work& work) = 0;
     // Waits until a command may be waiting (a notification) or the time runs out.

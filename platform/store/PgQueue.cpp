@@ -366,6 +366,13 @@ bool PgCommandQueue::complete(const QueuedCommand& command, const Work& work)
         });
     } catch (const ClaimLost&) {
         return false;
+    } catch (const HandedBack&) {
+        // Queued again as it was first: a worker may take it now, not once the lease has run out.
+        m_db.runPrepared(std::string("UPDATE ") + kCommandTable
+                + " SET state = 'queued', worker = NULL, lease_until = NULL, progress_done = NULL, progress_total = NULL "
+                  "WHERE id = $1::text::bigint AND attempt = $2::text::integer AND state = 'running'",
+            {std::to_string(command.id), std::to_string(command.attempt)}, "hand back command " + std::to_string(command.id));
+        return false;
     }
     return true;
 }

@@ -1,17 +1,89 @@
 #include "SessionKeys.h"
 
+#include <unistd.h>
+
+#include <cctype>
 #include <cstdio>
+#include <fstream>
 #include <random>
+#include <sstream>
+#include <vector>
 
 namespace store {
+
+namespace {
+
+// The start time of a process (clock ticks after boot, /proc/PID/stat field
+// 22): with the pid, a name no later process of the host has. Empty when the
+// process does not exist.
+std::string processStart(long pid)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    if (!std::getline(in, line)) {
+        return {};
+    }
+    // The command name, in parentheses, may hold spaces: count from its end.
+    const auto close = line.rfind(')');
+    if (close == std::string::npos) {
+        return {};
+    }
+    std::istringstream fields(line.substr(close + 1));
+    std::string field;
+    for (int i = 3; i <= 22 && fields >> field; ++i) {
+    }
+    return field;
+}
+
+std::string hostName()
+{
+    char host[256] = {};
+    ::gethostname(host, sizeof host - 1);
+    std::string name;
+    for (const char* c = host; *c && name.size() < 32; ++c) {
+        name += std::isalnum(static_cast<unsigned char>(*c)) || *c == '-' ? *c : '-';
+    }
+    return name;
+}
+
+} // namespace
 
 SessionKeys::SessionKeys()
 {
     std::random_device random;
-    char text[24];
-    std::snprintf(text, sizeof text, "s%08x%08x", random(), random());
-    m_own = text;
+    char text[16];
+    std::snprintf(text, sizeof text, "%08x", random());
+    const long pid = ::getpid();
+    m_own = "p" + std::to_string(pid) + "." + processStart(pid) + "." + hostName() + "." + text;
     m_session = m_own;
+}
+
+std::optional<std::string_view> SessionKeys::sessionOf(std::string_view storedKey)
+{
+    const auto at = storedKey.rfind('@');
+    if (at == std::string_view::npos) {
+        return std::nullopt;
+    }
+    return storedKey.substr(at + 1);
+}
+
+bool SessionKeys::isDeadHere(std::string_view session)
+{
+    // p<pid>.<start>.<host>.<random>
+    if (!session.starts_with('p')) {
+        return false;
+    }
+    std::vector<std::string> parts;
+    std::size_t from = 1;
+    for (std::size_t dot; (dot = session.find('.', from)) != std::string_view::npos; from = dot + 1) {
+        parts.emplace_back(session.substr(from, dot - from));
+    }
+    parts.emplace_back(session.substr(from));
+    if (parts.size() != 4 || parts[0].empty() || parts[1].empty() || parts[2] != hostName()
+        || parts[0].find_first_not_of("0123456789") != std::string::npos) {
+        return false;
+    }
+    return processStart(std::stol(parts[0])) != parts[1];
 }
 
 std::optional<std::string_view> SessionKeys::shown(std::string_view storedKey) const

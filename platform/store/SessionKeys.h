@@ -18,11 +18,22 @@ namespace store {
 
 class SessionKeys {
 public:
-    // A session of this process's own, used while the host names none.
+    // A session of this process's own, used while the host names none. Its name
+    // says which process on which host it is ("p<pid>.<start>.<host>.<random>"),
+    // so that the records of a process that died can be told from the others.
     SessionKeys();
+
+    // The session of a key as stored (after its last '@'), if it has one.
+    static std::optional<std::string_view> sessionOf(std::string_view storedKey);
+    // True for a session of a process of this host that has ended (killed,
+    // crashed, or ended without removing its records). False for a live one, a
+    // session of another host and a session named by a host, which nobody here
+    // can judge.
+    static bool isDeadHere(std::string_view session);
 
     void declare(std::string file) { m_files.insert(std::move(file)); }
     bool isPrivate(std::string_view file) const { return !m_files.empty() && m_files.contains(file); }
+    const std::set<std::string, std::less<>>& privateFiles() const { return m_files; }
     // The host's session; empty: this process's own.
     void setSession(const std::string& session) { m_session = session.empty() ? m_own : session; }
     const std::string& session() const { return m_session; }

@@ -1,5 +1,7 @@
 #include "SqliteEngine.h"
 
+#include <cerrno>
+
 #include <algorithm>
 #include <sqlite3.h>
 
@@ -32,16 +34,32 @@ void SqliteEngine::Finalize::operator()(sqlite3_stmt* statement) const
     sqlite3_finalize(statement);
 }
 
+std::string SqliteEngine::failure(sqlite3* db, std::string_view said)
+{
+    std::string detail(said.empty() ? std::string_view(sqlite3_errmsg(db)) : said);
+    // A full or read-only disk reaches SQLite as a write that failed: "disk I/O
+    // error" or "attempt to write a readonly database" say neither plainly.
+    const int code = sqlite3_extended_errcode(db);
+    const int system = sqlite3_system_errno(db);
+    if ((code & 0xFF) == SQLITE_FULL || system == ENOSPC || system == EDQUOT) {
+        return "the disk is full (" + detail + ")";
+    }
+    if ((code & 0xFF) == SQLITE_READONLY || system == EROFS) {
+        return "the database is read-only: it can be read, not changed (" + detail + ")";
+    }
+    return detail;
+}
+
 void SqliteEngine::fail(const std::string& context) const
 {
-    throw DbaError(DbaError::Kind::Storage, context, sqlite3_errmsg(m_db));
+    throw DbaError(DbaError::Kind::Storage, context, failure(m_db));
 }
 
 void SqliteEngine::exec(const char* sql)
 {
     char* message = nullptr;
     if (sqlite3_exec(m_db, sql, nullptr, nullptr, &message) != SQLITE_OK) {
-        std::string detail = message ? message : sqlite3_errmsg(m_db);
+        std::string detail = failure(m_db, message ? message : "");
         sqlite3_free(message);
         throw DbaError(DbaError::Kind::Storage, sql, detail);
     }

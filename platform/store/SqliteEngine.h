@@ -99,6 +99,10 @@ private:
     void step(sqlite3_stmt* statement, const char* context);
     void indexRecord(const WritePlan& plan, std::string_view key, std::string_view oldRecord, std::string_view newRecord);
 
+    // What a failed call on db means, in plain words for a full or read-only
+    // disk; said: SQLite's own message when it gave one apart.
+    static std::string failure(sqlite3* db, std::string_view said = {});
+
     std::filesystem::path m_path;
     sqlite3* m_db = nullptr;
     struct Finalize {

@@ -75,8 +75,34 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
             refuse("cannot create the folder " + file.parent_path().string() + ": " + error.message());
         }
     }
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (missing ? SQLITE_OPEN_CREATE : 0);
-    const int rc = sqlite3_open_v2(file.c_str(), &m_db, flags, nullptr);
+    // A database that cannot be written (a write-protected file, read-only
+    // media) is opened for reading: its records can be looked at and exported,
+    // and every write says why it cannot be done. Made, it must be writable.
+    const bool readOnly = !missing && access(file.c_str(), W_OK) != 0;
+    const int readOnlyWhy = readOnly ? errno : 0;
+    if (readOnly && mode == OpenMode::Create) {
+        refuse(std::string("read-only: ") + std::strerror(readOnlyWhy));
+    }
+    int flags = (readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) | SQLITE_OPEN_NOMUTEX | (missing ? SQLITE_OPEN_CREATE : 0);
+    std::string name = file.string();
+    if (readOnlyWhy == EROFS) {
+        // Nobody can change a database on read-only media, and its write-ahead
+        // log's index cannot be made there: read it as the immutable file it is.
+        std::string uri = "file:";
+        for (const char c : std::filesystem::absolute(file).string()) {
+            if (c == '%' || c == '?' || c == '#') {
+                static constexpr char kHex[] = "0123456789ABCDEF";
+                uri += '%';
+                uri += kHex[static_cast<unsigned char>(c) >> 4];
+                uri += kHex[static_cast<unsigned char>(c) & 0xF];
+            } else {
+                uri += c;
+            }
+        }
+        name = uri + "?immutable=1";
+        flags |= SQLITE_OPEN_URI;
+    }
+    const int rc = sqlite3_open_v2(name.c_str(), &m_db, flags, nullptr);
     try {
         if (rc != SQLITE_OK) {
             refuse(m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(rc));
@@ -84,11 +110,6 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
         // Idle and age bounds: far above the gaps between the reads of one
         // operation (microseconds), far below an operator's pause.
         m_snapshot = std::make_unique<ReadSnapshot>(m_db, std::chrono::milliseconds(20), std::chrono::milliseconds(200));
-        // SQLite quietly opens a write-protected file for reading only; the
-        // screen writes its working records, so say so now rather than later.
-        if (sqlite3_db_readonly(m_db, "main") == 1) {
-            refuse(std::string("read-only: ") + (access(file.c_str(), W_OK) != 0 ? std::strerror(errno) : "cannot be written"));
-        }
         sqlite3_busy_timeout(m_db, 10000);
         sqlite3_extended_result_codes(m_db, 1);
         // One read (a shared lock, never the write lock) tells a database of the

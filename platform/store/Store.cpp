@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <exception>
+#include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "PgEngine.h"
 #include "SqliteEngine.h"
@@ -196,15 +198,40 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
     if (m_impl->engine->commandQueue()) {
         return executeQueued(commandText, words.front());
     }
-    const auto outcome = m_impl->runCommand(*this, words, m_impl->progress, nullptr, [](const std::function<void()>& run) { run(); });
+    m_impl->sweepDeadSessions();
+    const auto outcome = m_impl->runCommand(*this, words, m_impl->progress, nullptr, nullptr, [](const std::function<void()>& run) { run(); });
     if (!outcome.succeeded) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + words.front(), outcome.message, outcome.reason);
     }
     return {};
 }
 
+void Store::Impl::sweepDeadSessions()
+{
+    try {
+        std::vector<std::string> dead;
+        for (const auto& file : sessionKeys->privateFiles()) {
+            if (!engine->fileExists(file)) {
+                continue;
+            }
+            engine->forEach(file, [&](std::string_view key, std::string_view) {
+                const auto session = SessionKeys::sessionOf(key);
+                if (session && SessionKeys::isDeadHere(*session)) {
+                    dead.push_back(file + '\n' + std::string(key));
+                }
+            });
+        }
+        for (const auto& entry : dead) {
+            const auto cut = entry.find('\n');
+            engine->remove(entry.substr(0, cut), entry.substr(cut + 1));
+        }
+    } catch (const std::exception&) {
+        // Tidying only: the command that follows says what is wrong with the database.
+    }
+}
+
 CommandOutcome Store::Impl::runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
-    CommandParts* parts, const std::function<void(const std::function<void()>&)>& transact)
+    CommandParts* parts, std::function<void(bool)>* settled, const std::function<void(const std::function<void()>&)>& transact)
 {
     if (words.empty()) {
         return {false, "no command given", {}};
@@ -225,6 +252,7 @@ CommandOutcome Store::Impl::runCommand(Store& store, const std::vector<std::stri
         context.progress = std::move(commandProgress);
     }
     context.parts = parts;
+    context.settled = settled;
     try {
         if (command.before) {
             command.before(context);
@@ -283,7 +311,7 @@ void Store::waitForCommands(std::chrono::milliseconds timeout)
     }
 }
 
-bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease)
+bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease, const std::function<bool()>& stopping)
 {
     auto& engine = *m_impl->engine;
     auto* queue = engine.commandQueue();
@@ -304,19 +332,48 @@ bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease
     m_impl->client = std::make_shared<DbaClient>(claimed->user, claimed->session);
     m_impl->setSession(m_impl->client);
 
-    queue->complete(*claimed, [&](const CommandProgress& progress) -> CommandOutcome {
-        // A command that stopped its workers this often would stop every next one.
-        constexpr int kMaxAttempts = 3;
-        if (claimed->attempt > kMaxAttempts) {
-            return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it",
-                "la demande a arrêté " + std::to_string(kMaxAttempts) + " programmes serveur (calvarine-server) et a été abandonnée"};
+    // What the command leaves to follow its outcome (its files published) learns whether it committed.
+    std::function<void(bool)> settled;
+    bool committed = false;
+    try {
+        committed = queue->complete(*claimed, [&](const CommandProgress& progress) -> CommandOutcome {
+            // A command that stopped its workers this often would stop every next one.
+            constexpr int kMaxAttempts = 3;
+            if (claimed->attempt > kMaxAttempts) {
+                return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it",
+                    "la demande a arrêté " + std::to_string(kMaxAttempts) + " programmes serveur (calvarine-server) et a été abandonnée"};
+            }
+            // Its parts still offered are withdrawn once it ends, before its outcome commits.
+            const auto parts = queue->parts(*claimed);
+            // The worker is asked to stop: the command ends at its next report, for another worker to run.
+            bool handedBack = false;
+            const CommandProgress reported = [&](int done, int total) {
+                if (stopping && stopping()) {
+                    handedBack = true;
+                    throw std::runtime_error("the worker is stopping");
+                }
+                progress(done, total);
+            };
+            // A failed command leaves none of its records.
+            auto outcome = m_impl->runCommand(*this, commandWords(claimed->sentence), reported, parts.get(), &settled,
+                [&](const std::function<void()>& run) { engine.transaction(run); });
+            if (!outcome.succeeded && settled) {
+                std::exchange(settled, nullptr)(false);
+            }
+            if (handedBack) {
+                throw CommandQueue::HandedBack{};
+            }
+            return outcome;
+        });
+    } catch (...) {
+        if (settled) {
+            settled(false);
         }
-        // Its parts still offered are withdrawn once it ends, before its outcome commits.
-        const auto parts = queue->parts(*claimed);
-        // A failed command leaves none of its records.
-        return m_impl->runCommand(*this, commandWords(claimed->sentence), progress, parts.get(),
-            [&](const std::function<void()>& run) { engine.transaction(run); });
-    });
+        throw;
+    }
+    if (settled) {
+        settled(committed);
+    }
     return true;
 }
 

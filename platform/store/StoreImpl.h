@@ -38,9 +38,13 @@ public:
     // as its arguments, on both paths (in this process, or taken from the queue):
     // its outcome, with why not when it failed (no such command, FUSION not made,
     // or the command's own message and, when known, the cause in an operator's
-    // words). transact wraps the command's run.
+    // words). transact wraps the command's run; settled is the command's
+    // CommandContext::settled.
     CommandOutcome runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
-        CommandParts* parts, const std::function<void(const std::function<void()>&)>& transact);
+        CommandParts* parts, std::function<void(bool)>* settled, const std::function<void(const std::function<void()>&)>& transact);
+    // Removes the records that processes of this host which have ended left in
+    // the session-private files (see SessionKeys::isDeadHere). Never throws.
+    void sweepDeadSessions();
     // A sentence's selection; on a session-private file, only this session's records.
     DbaDynArray select(const sentence::Parsed& parsed, std::string_view attributes);
 };

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "ThrowsDbaError.h"
 #include "ArchiveBordCaisseExcel.h"
@@ -319,6 +320,72 @@ TEST_F(ServerCommand, ReplacesAFormerFileOfTheSameName)
     run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
     EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_013_F77.pdf"}));
     EXPECT_NE(testsupport::pdfText(fusion() / "001P_202611_013_F77.pdf").find("LEROY PAUL"), std::string::npos);
+}
+
+TEST_F(ServerCommand, AnOutcomeThatDoesNotCommitTakesTheFilesBack)
+{
+    // As a worker runs it: the files are in place when the command returns, the
+    // earlier ones kept until its outcome commits or not.
+    writeFormer("001P_202611_013_F77.pdf");
+    request({{"013", "F77"}, {"012", "F000000123"}});
+    for (const bool committed : {false, true}) {
+        std::function<void(bool)> settled;
+        store::CommandContext context{*m_store, fusion(), {"202611", "001", "P"}, nullptr};
+        context.settled = &settled;
+        server::archiveBordCaisseExcel(context);
+        ASSERT_TRUE(settled);
+        auto visible = fusionFiles();
+        std::erase_if(visible, [](const std::string& name) { return name.starts_with("."); });
+        EXPECT_EQ(visible, (std::vector<std::string>{"001P_202611_012_F000000123.pdf", "001P_202611_013_F77.pdf"}));
+        settled(committed);
+        if (!committed) {
+            EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_013_F77.pdf"}));
+            EXPECT_EQ(contents(fusion() / "001P_202611_013_F77.pdf"), "former");
+        }
+    }
+    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_012_F000000123.pdf", "001P_202611_013_F77.pdf"}));
+    EXPECT_EQ(testsupport::pdfPageCount(fusion() / "001P_202611_013_F77.pdf"), 1);
+}
+
+// Two workstations re-issue one scope at once; one of them fails once its files
+// are in place. Whichever order they come in, the other's message names files
+// that are all there, its own.
+TEST_F(ServerCommand, TwoWorkstationsOnOneScopeWithOneFailing)
+{
+    const std::string shared = "001P_202611_012_F000000123.pdf";
+    const std::string failingOnly = "001P_202611_013_F77.pdf";
+    auto other = store::Store::open(m_store->path());
+    server::registerArchiveBordCaisseExcel(*other);
+    // The failing one asks for both statements, the other for one of them.
+    request({{"013", "F77"}, {"012", "F000000123"}});
+    other->write(FileNames::TEMPO, Keys::REQUETEBORDEXCEL, "012" + std::string(1, V) + "F000000123");
+    for (int round = 0; round < 6; ++round) {
+        writeFormer(shared);
+        writeFormer(failingOnly);
+        m_store->remove(FileNames::TEMPO, Keys::BORDCAISSEEXCEL);
+        other->remove(FileNames::TEMPO, Keys::BORDCAISSEEXCEL);
+        std::thread failing([&] {
+            const auto failAtTheEnd = [](server::PublishStep step, std::size_t) {
+                if (step == server::PublishStep::Published) {
+                    throw std::runtime_error("its result could not be written");
+                }
+            };
+            EXPECT_THROW(runDirectly(failAtTheEnd), std::runtime_error);
+        });
+        std::int32_t status = -1;
+        if (round % 2 == 0) {
+            failing.join();
+        }
+        other->Execute(std::string("P") + A + "ARCHIVEBORDCAISSEEXCEL 202611 001 P", "", status);
+        if (round % 2 == 1) {
+            failing.join();
+        }
+        EXPECT_EQ(other->read(FileNames::TEMPO, Keys::BORDCAISSEEXCEL).value_or("<none>"), shared) << round;
+        EXPECT_EQ(testsupport::pdfPageCount(fusion() / shared), 1) << round;
+        EXPECT_EQ(contents(fusion() / failingOnly), "former") << round;
+        EXPECT_FALSE(result().has_value()) << round;
+        EXPECT_EQ(fusionFiles(), (std::vector<std::string>{shared, failingOnly})) << round;
+    }
 }
 
 TEST(FusionFileName, PlainNumbersReadAsTheyAreAndNoTwoStatementsShareAName)

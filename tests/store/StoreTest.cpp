@@ -2,6 +2,8 @@
 #include <fstream>
 #include <future>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <sstream>
 
 #include "ThrowsDbaError.h"
@@ -462,16 +464,41 @@ TEST(StoreOnSqlite, OpeningRefusesWhatIsNotAnExistingDatabase)
     EXPECT_THAT([&] { Store::connect(""); }, ThrowsDbaError(DbaError::Kind::NotConnected));
 }
 
-TEST(StoreOnSqlite, OpeningAReadOnlyDatabaseSaysSo)
+// A database on read-only media is read (records, selections, an export's
+// walk), and every write says plainly that it cannot be; a full disk says so too.
+TEST(StoreOnSqlite, ReadOnlyMediaAreReadAndAFullDiskSaysSo)
 {
     SmallDisk disk("1m");
     if (!disk.mounted()) {
         GTEST_SKIP() << "mounting a tmpfs is not permitted here";
     }
     const auto file = disk.path() / "db.sqlite";
-    Store::create(file)->write("F", "k", "v");
+    {
+        auto store = Store::create(file);
+        store->defineName("F", "Nom", 1);
+        store->write("F", "k", "v");
+        // Filled up by another file: the write that finds no room says the disk is full.
+        {
+            std::ofstream filler(disk.path() / "filler", std::ios::binary);
+            const std::string block(4096, 'x');
+            while (filler.write(block.data(), static_cast<std::streamsize>(block.size())) && filler.flush()) {
+            }
+        }
+        EXPECT_THAT([&] { store->write("F", "big", std::string(64 * 1024, 'x')); }, ThrowsDbaError(DbaError::Kind::Storage, "", "the disk is full"));
+        std::filesystem::remove(disk.path() / "filler");
+        EXPECT_EQ(store->read("F", "k"), "v");
+    }
     ASSERT_TRUE(disk.makeReadOnly());
-    EXPECT_THAT([&] { Store::open(file); }, ThrowsDbaError(DbaError::Kind::NotConnected, "open " + file.string() + ": ", "read-only"));
+    auto store = Store::open(file);
+    EXPECT_EQ(store->read("F", "k"), "v");
+    EXPECT_EQ(store->select(R"(SSELECT F AVEC Nom = "v")").text(), "k");
+    int records = 0;
+    store->forEachStored("F", [&](std::string_view, std::string_view) { ++records; });
+    EXPECT_EQ(records, 1);
+    EXPECT_THAT([&] { store->write("F", "k", "w"); }, ThrowsDbaError(DbaError::Kind::Storage, "", "the database is read-only"));
+    EXPECT_EQ(store->read("F", "k"), "v");
+    // Making a database there is still refused.
+    EXPECT_THAT([&] { Store::create(disk.path() / "new.sqlite"); }, ThrowsDbaError(DbaError::Kind::NotConnected));
 }
 
 // The reads of one operation share a read snapshot: another connection's
@@ -584,6 +611,46 @@ TEST(StoreOnSqlite, OpeningDuringAWriteTransactionNeitherWaitsNorWrites)
         EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
     });
     EXPECT_EQ(Store::open(file)->read("F", "k"), "during");
+}
+
+// TEMPO keeps no records of processes that ended without removing them (killed
+// mid-run): the next command run on the database sweeps them, and only them.
+TEST(StoreOnSqlite, RecordsOfProcessesThatEndedAreSweptByTheNextCommand)
+{
+    TempDir dir;
+    const auto file = dir.path() / "db.sqlite";
+    auto store = Store::create(file);
+    store->registerCommand("RIEN", [](CommandContext&) {});
+    store->write("TEMPO", "REQUETEBORDEXCEL", "mine");
+    auto alive = Store::open(file);
+    alive->write("TEMPO", "REQUETEBORDEXCEL", "alive");
+    // Sessions a host names, and sessions of another host, are nobody's here to judge.
+    auto named = Store::open(file);
+    named->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    named->write("TEMPO", "REQUETEBORDEXCEL", "named");
+    store->write("TEMPO", "REQUETEBORDEXCEL@p1.1.elsewhere.0000abcd", "elsewhere");
+    for (int run = 0; run < 3; ++run) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            auto dying = Store::open(file);
+            dying->write("TEMPO", "REQUETEBORDEXCEL", "dead");
+            dying->write("TEMPO", "BORDCAISSEEXCEL", "dead");
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+    }
+    const auto records = [&] {
+        std::vector<std::string> texts;
+        store->forEachStored("TEMPO", [&](std::string_view, std::string_view record) { texts.emplace_back(record); });
+        std::sort(texts.begin(), texts.end());
+        return texts;
+    };
+    ASSERT_EQ(records().size(), 10u);
+    std::int32_t status = 0;
+    store->Execute("P\xFE" "RIEN", "", status);
+    EXPECT_EQ(records(), (std::vector<std::string>{"alive", "elsewhere", "mine", "named"}));
 }
 
 CALVARINE_BOTH_ENGINES(Sentences);

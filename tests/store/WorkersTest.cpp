@@ -12,7 +12,13 @@
 #include <map>
 #include <gtest/gtest.h>
 #include <set>
+#include <thread>
+#include <iostream>
+#include <random>
+#include <sys/file.h>
 #include <sys/wait.h>
+
+#include <QGuiApplication>
 
 #include "ArchiveBordCaisseExcel.h"
 #include "Demo.h"
@@ -42,6 +48,8 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
     void kill() { m_process.kill(); }
+    // SIGTERM: true when it stopped by itself within a minute.
+    bool stop() { return m_process.stop(); }
 
 private:
     static std::vector<std::string> arguments(const std::string& url, const std::filesystem::path& fusion, const std::string& name,
@@ -128,6 +136,158 @@ TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
         EXPECT_TRUE(std::filesystem::is_regular_file(fusion / name)) << name;
     }
     EXPECT_EQ(admin->read("TEMPO", "REQUETEBORDEXCEL"), std::nullopt);
+}
+
+// A worker's outcome commits after the command has put its files in place: when
+// it cannot (here another worker took the command meanwhile), the earlier files
+// are back; the run that then completes publishes its own.
+TEST(Workers, AnOutcomeThatCannotCommitPutsTheEarlierFilesBack)
+{
+    // This process is the worker here: it draws the statements.
+    static int argc = 1;
+    static char name[] = "store_worker_tests";
+    static char* argv[] = {name, nullptr};
+    static QGuiApplication application(argc, argv);
+    TestDatabase database(EngineKind::Postgres);
+    auto admin = database.connect();
+    generateDemo(*admin, DemoOptions{60, 3, 4});
+    const auto scope = admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
+    ASSERT_GE(scope.DCount(), 3);
+    std::vector<std::string> keys;
+    std::vector<std::string> names;
+    for (std::int16_t i = 1; i <= 3; ++i) {
+        keys.push_back(scope.attribute(i));
+        names.push_back(server::fusionFileName("001", "P", "202610", keys.back().substr(4, 3), keys.back().substr(13, 10)));
+    }
+    const auto fusion = database.folder() / "FUSION";
+    std::filesystem::create_directories(fusion);
+    for (const auto& name : {names[0], names[1]}) {
+        std::ofstream(fusion / name) << "former";
+    }
+    const auto contents = [&](const std::string& name) {
+        std::ifstream in(fusion / name, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {}).substr(0, 6);
+    };
+    auto client = database.connect();
+    client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    client->setSessionPrivate("TEMPO");
+    auto asked = std::async(std::launch::async, [&] { return reissue(*client, keys); });
+
+    auto worker = database.connect();
+    worker->setFusionDirectory(fusion);
+    server::registerArchiveBordCaisseExcel(*worker);
+    worker->registerCommand(server::kArchiveBordCaisseExcel, [&](CommandContext& context) {
+        server::archiveBordCaisseExcel(context);
+        EXPECT_EQ(contents(names[0]), "%PDF-1");
+        pg::Connection other(database.connection());
+        other.run(std::string("UPDATE ") + pg::kCommandTable + " SET attempt = attempt + 1 WHERE state = 'running'", {}, "test");
+    });
+    ASSERT_TRUE(eventually([&] { return worker->runQueuedCommand("w1"); }));
+    EXPECT_EQ(contents(names[0]), "former");
+    EXPECT_EQ(contents(names[1]), "former");
+    EXPECT_FALSE(std::filesystem::exists(fusion / names[2]));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fusion), {}), 2);
+
+    // Given back to the queue, the command runs again, whole this time.
+    pg::Connection(database.connection()).run(std::string("UPDATE ") + pg::kCommandTable + " SET state = 'queued' WHERE state = 'running'", {}, "test");
+    server::registerArchiveBordCaisseExcel(*worker);
+    ASSERT_TRUE(worker->runQueuedCommand("w1"));
+    ASSERT_EQ(asked.wait_for(60s), std::future_status::ready);
+    EXPECT_EQ(asked.get(), names);
+    for (const auto& name : names) {
+        EXPECT_EQ(contents(name), "%PDF-1") << name;
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fusion), {}), 3);
+}
+
+// A worker killed at random moments of publishing a re-issue of 40 statements
+// over earlier files of the same names: once the next program has looked at the
+// folder it holds the earlier files or the new ones, never a mix, and the next
+// worker completes the request.
+TEST(Workers, KilledWhilePublishingLeavesTheEarlierOrTheNewSet)
+{
+    TestDatabase database(EngineKind::Postgres);
+    auto admin = database.connect();
+    generateDemo(*admin, DemoOptions{100, 11, 60});
+    const auto scope = admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
+    ASSERT_GE(scope.DCount(), 40);
+    std::vector<std::string> keys;
+    std::vector<std::string> names;
+    for (std::int16_t i = 1; i <= 40; ++i) {
+        keys.push_back(scope.attribute(i));
+        names.push_back(server::fusionFileName("001", "P", "202610", keys.back().substr(4, 3), keys.back().substr(13, 10)));
+    }
+    const auto fusion = database.folder() / "FUSION";
+    std::filesystem::create_directories(fusion);
+    const auto hidden = [&] {
+        for (const auto& entry : std::filesystem::directory_iterator(fusion)) {
+            if (entry.path().filename().string().starts_with(".")) {
+                return true;
+            }
+        }
+        return false;
+    };
+    // "former" or "new" for every name; "mixed" otherwise.
+    const auto state = [&] {
+        std::set<std::string> seen;
+        for (const auto& name : names) {
+            std::ifstream in(fusion / name, std::ios::binary);
+            std::string head(6, '\0');
+            in.read(head.data(), 6);
+            seen.insert(head == "former" ? "former" : head == "%PDF-1" ? "new" : "broken");
+        }
+        std::size_t files = 0;
+        for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(fusion)) {
+            ++files;
+        }
+        return seen.size() == 1 && files == names.size() ? *seen.begin() : std::string("mixed");
+    };
+    auto client = database.connect();
+    client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
+    client->setSessionPrivate("TEMPO");
+    client->setCommandTimeout(60s);
+    const std::vector<std::string> quick{"--lease", "1"};
+
+    std::mt19937 random(20261125);
+    std::chrono::microseconds span = std::chrono::seconds(10);
+    constexpr int kUndisturbed = 3;
+    std::map<std::string, int> outcomes;
+    int duringPublication = 0;
+    for (int kill = 0; kill < kUndisturbed + 40; ++kill) {
+        for (const auto& name : names) {
+            std::ofstream(fusion / name) << "former";
+        }
+        auto asked = std::async(std::launch::async, [&] { return reissue(*client, keys); });
+        auto worker = std::make_unique<Worker>(database.connection(), fusion, "w" + std::to_string(kill), std::filesystem::path{}, quick);
+        // Publishing has begun when the run's first hidden file shows.
+        ASSERT_TRUE(eventually([&] { return hidden(); })) << "kill " << kill;
+        const auto began = std::chrono::steady_clock::now();
+        if (kill < kUndisturbed) {
+            // The first runs undisturbed: how long publishing lasts, at the shortest.
+            ASSERT_EQ(asked.wait_for(60s), std::future_status::ready);
+            ASSERT_EQ(asked.get(), names);
+            while (hidden()) {
+            }
+            span = std::min(span, std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began));
+            continue;
+        }
+        std::this_thread::sleep_until(began + std::chrono::microseconds(std::uniform_int_distribution<std::int64_t>(0, span.count() * 5 / 4)(random)));
+        duringPublication += hidden() ? 1 : 0;
+        worker->kill();
+        server::recoverPublications(fusion);
+        const auto after = state();
+        ASSERT_NE(after, "mixed") << "kill " << kill;
+        ASSERT_NE(after, "broken") << "kill " << kill;
+        ++outcomes[after];
+        // The next worker takes the command once the dead one's lease has run out, and completes it.
+        Worker next(database.connection(), fusion, "n" + std::to_string(kill), std::filesystem::path{}, quick);
+        ASSERT_EQ(asked.wait_for(60s), std::future_status::ready) << "kill " << kill;
+        EXPECT_EQ(asked.get(), names) << "kill " << kill;
+        EXPECT_TRUE(eventually([&] { return !hidden(); }));
+        EXPECT_EQ(state(), "new") << "kill " << kill;
+    }
+    std::cout << "40 kills of a worker while publishing " << span.count() << " us: " << outcomes["former"] << " left the earlier set, "
+              << outcomes["new"] << " the new one; " << duringPublication << " with the publication under way\n";
 }
 
 ::testing::AssertionResult contains(const std::string& text, const std::string& part)
@@ -398,9 +558,17 @@ protected:
             {state});
     }
     std::vector<std::string> filesHandedBack() const { return column(std::string("SELECT name FROM ") + pg::kCommandFilesTable); }
-    // Every file of FUSION, hidden ones included.
+    // Every file of FUSION, hidden ones included, once no run holds the folder:
+    // the worker lets go of the files a run replaced just after its outcome
+    // commits, which is when the client learns it.
     std::vector<std::string> fusionFiles() const
     {
+        EXPECT_TRUE(eventually([&] {
+            const int folder = ::open(fusion().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            const bool free = folder >= 0 && ::flock(folder, LOCK_EX | LOCK_NB) == 0;
+            ::close(folder);
+            return free;
+        })) << "a run still holds FUSION";
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(fusion())) {
             names.push_back(entry.path().filename().string());
@@ -483,6 +651,87 @@ TEST_F(SplitRequest, APartWorkerKilledMidPartLosesAndDuplicatesNothing)
     EXPECT_EQ(column("SELECT state" + partRow, {part.front()}), std::vector<std::string>{"withdrawn"});
     EXPECT_TRUE(partWorkers("failed").empty());
     EXPECT_TRUE(filesHandedBack().empty());
+}
+
+// calvarine-server --workers 3: a supervisor and three worker processes.
+class Supervision : public SplitRequest {
+protected:
+    // The pids of the workers the supervisor said it started, latest first.
+    std::vector<pid_t> startedPids(const std::string& name) const
+    {
+        std::vector<pid_t> pids;
+        const std::string text = readText(log(name));
+        const std::string mark = " started (pid ";
+        for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) {
+            pids.insert(pids.begin(), std::stoi(text.substr(at + mark.size())));
+        }
+        return pids;
+    }
+    static std::size_t count(const std::string& text, const std::string& part)
+    {
+        std::size_t n = 0;
+        for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+            ++n;
+        }
+        return n;
+    }
+    static bool alive(pid_t pid) { return ::kill(pid, 0) == 0; }
+};
+
+TEST_F(Supervision, KilledWorkersAreStartedAgainAndServe)
+{
+    auto server = std::make_unique<Worker>(m_database.connection(), fusion(), "sup", log("sup"), std::vector<std::string>{"--workers", "3"},
+        std::vector<std::string>{"CALVARINE_RENDER_THREADS=1"});
+    ASSERT_TRUE(eventually([&] { return count(readText(log("sup")), "waiting for commands") == 3; })) << readText(log("sup"));
+    const auto first = startedPids("sup");
+    ASSERT_EQ(first.size(), 3u);
+    ::kill(first[0], SIGKILL);
+    ::kill(first[1], SIGKILL);
+    // Both logged, started again after a second, and connected again.
+    ASSERT_TRUE(eventually([&] { return count(readText(log("sup")), "waiting for commands") == 5; })) << readText(log("sup"));
+    const std::string text = readText(log("sup"));
+    EXPECT_EQ(count(text, "was killed by signal 9 (Killed); starting it again in 1 s"), 2u) << text;
+    const auto now = startedPids("sup");
+    ASSERT_EQ(now.size(), 5u);
+    for (const pid_t pid : {now[0], now[1], first[2]}) {
+        EXPECT_TRUE(alive(pid)) << pid;
+    }
+    // They serve: the large request is shared among the three again.
+    EXPECT_EQ(reissue(*m_client, m_request), m_expected);
+    EXPECT_EQ(fusionFiles(), expectedFiles());
+    const auto helpers = partWorkers("done");
+    EXPECT_FALSE(helpers.empty());
+}
+
+TEST_F(Supervision, SigtermStopsEveryWorkerAndHandsTheCommandInFlightBack)
+{
+    auto server = std::make_unique<Worker>(m_database.connection(), fusion(), "sup", log("sup"), std::vector<std::string>{"--workers", "3"},
+        std::vector<std::string>{"CALVARINE_RENDER_THREADS=1"});
+    ASSERT_TRUE(eventually([&] { return count(readText(log("sup")), "waiting for commands") == 3; })) << readText(log("sup"));
+    const auto pids = startedPids("sup");
+    auto client = std::async(std::launch::async, [&] { return reissue(*m_client, m_request); });
+    const std::string commandRow = std::string(" FROM ") + pg::kCommandTable + " WHERE parent IS NULL";
+    // As soon as it has begun, long before its end.
+    ASSERT_TRUE(eventually([&] {
+        const auto done = column("SELECT coalesce(progress_done, 0)::text" + commandRow + " AND state = 'running'");
+        return !done.empty() && std::stoi(done.front()) >= 1;
+    })) << readText(log("sup"));
+    ASSERT_EQ(column("SELECT worker" + commandRow).at(0).rfind("sup/", 0), 0u);
+    ASSERT_TRUE(server->stop()) << "the workers did not stop on SIGTERM: " << readText(log("sup"));
+    // Another host's worker, which takes the command at once: its lease (60 s) is not waited out.
+    auto other = startWorker("other");
+    for (const pid_t pid : pids) {
+        EXPECT_FALSE(alive(pid)) << pid;
+    }
+    EXPECT_EQ(count(readText(log("sup")), ": stopped"), 3u) << readText(log("sup"));
+    // Handed back rather than left until its lease of 60 s runs out.
+    EXPECT_TRUE(eventually([&] { return column("SELECT worker" + commandRow).at(0) == "other"; }))
+        << column("SELECT state || ' ' || coalesce(worker, '') || ' ' || coalesce(message, '')" + commandRow).at(0) << "\n"
+        << readText(log("sup")) << readText(log("other"));
+    ASSERT_EQ(client.wait_for(120s), std::future_status::ready);
+    EXPECT_EQ(client.get(), m_expected);
+    EXPECT_EQ(fusionFiles(), expectedFiles());
+    EXPECT_TRUE(partWorkers("failed").empty());
 }
 
 } // namespace

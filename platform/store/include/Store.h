@@ -84,6 +84,12 @@ struct CommandContext {
     // A worker's way to share the command with the other workers (not owned);
     // null where commands run in the calling process (one database file).
     CommandParts* parts = nullptr;
+    // Where the command's outcome commits only after it returns (a worker of a
+    // shared server, whose completion commits with the command's records), the
+    // command may leave here what must follow that outcome: it is called with
+    // true once the outcome has committed, false when it has not (the claim
+    // lost, the commit failed). Null where the command's return is its outcome.
+    std::function<void(bool committed)>* settled = nullptr;
 };
 
 // A server command. Throws (DbaError or any std::exception) on failure; Execute
@@ -109,11 +115,16 @@ class Store : public DbaDatabase {
 public:
     // Opens an existing database file of the store. Opening writes nothing and
     // takes no write lock, so it never waits for another process's import. A
-    // missing file or folder, a folder, a file that is not a database of the
-    // store and a read-only file are refused with DbaError NotConnected, whose
-    // context names the path and detail the cause; nothing is created.
+    // missing file or folder, a folder and a file that is not a database of the
+    // store are refused with DbaError NotConnected, whose context names the path
+    // and detail the cause; nothing is created. A file that cannot be written (a
+    // write-protected file, read-only media) is opened for reading only: reads,
+    // selections and exports work, and every write fails with DbaError Storage
+    // whose detail begins "the database is read-only". A write that finds the
+    // disk full fails with a detail that begins "the disk is full".
     // With OpenMode::Create the file is made (with its folder and the store's
-    // schema) when missing, and opened as it is when it exists.
+    // schema) when missing, and opened as it is when it exists; a read-only
+    // file is then refused ("read-only: <reason>").
     // FUSION defaults to the folder "FUSION" beside the file.
     static std::shared_ptr<Store> open(const std::filesystem::path& file, OpenMode mode = OpenMode::Existing);
     // open(file, OpenMode::Create): for the commands that make a database
@@ -208,8 +219,12 @@ public:
     // Takes one waiting command (or one whose worker's lease ran out), runs it with
     // the commands registered here, in the session of the client that asked, and
     // records the outcome; the command's records commit with its completion.
-    // False when nothing was waiting.
-    bool runQueuedCommand(std::string_view worker, std::chrono::seconds lease = std::chrono::seconds(60));
+    // False when nothing was waiting. Once stopping (when given) answers true,
+    // which it is asked whenever the command reports progress, the command is
+    // stopped there, its records undone, and handed back to the queue at once
+    // for another worker, its lease released (true is still returned).
+    bool runQueuedCommand(std::string_view worker, std::chrono::seconds lease = std::chrono::seconds(60),
+        const std::function<bool()>& stopping = {});
     // Waits until a command may be waiting, or the time runs out.
     void waitForCommands(std::chrono::milliseconds timeout);
 
