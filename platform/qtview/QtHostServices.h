@@ -4,8 +4,10 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include <QMessageBox>
 #include <QPointer>
 #include <QWidget>
 
@@ -34,6 +36,12 @@ class QMessageBox;
 // answer dialogs and menus without a nested event loop.
 class QtHostServices : public HostServices {
 public:
+    // A failure as the operator is told it.
+    struct Explained {
+        QMessageBox::Icon icon = QMessageBox::Critical;
+        QString text;
+    };
+
     struct Setup {
         // Closes the form that carries the control. Called from inside a handler
         // of the control: it must not destroy the control before returning.
@@ -48,6 +56,10 @@ public:
         // Opens a folder in the desktop's file manager, and says whether the
         // desktop did; empty: QDesktopServices.
         std::function<bool(const std::filesystem::path&)> openFolder;
+        // Says a failure of a handler in the operator's words with its icon
+        // (a paper run the operator cancelled is information, not an error);
+        // nothing: "Erreur dans <handler>" with the critical icon.
+        std::function<std::optional<Explained>(const std::string& where, const std::string& what)> explainFailure;
     };
 
     explicit QtHostServices(Setup setup);
