@@ -65,20 +65,29 @@ int pagesOf(const std::string& pdf)
     return pages;
 }
 
-// A statement of exactly pages pages on A4.
+int pagesOf(const StatementData& data)
+{
+    QBuffer buffer;
+    buffer.open(QIODevice::WriteOnly);
+    const auto writer = statements::archiveWriter(buffer, QStringLiteral("essai"));
+    return statements::render({&data, 1}, *writer).front();
+}
+
+// A statement of exactly pages pages on A4: the fewest rows that fill them
+// (a row more adds a page at most), found by halving.
 StatementData statementOf(int pages)
 {
-    for (int rows = (pages - 1) * 30 + 1;; ++rows) {
-        StatementData data = statement(pages, rows);
-        QBuffer buffer;
-        buffer.open(QIODevice::WriteOnly);
-        const auto writer = statements::archiveWriter(buffer, QStringLiteral("essai"));
-        const int drawn = statements::render({&data, 1}, *writer).front();
-        if (drawn >= pages) {
-            return data;
+    int fewest = 1;
+    int most = pages * 60;
+    while (fewest < most) {
+        const int rows = (fewest + most) / 2;
+        if (pagesOf(statement(pages, rows)) >= pages) {
+            most = rows;
+        } else {
+            fewest = rows + 1;
         }
-        rows += (pages - drawn - 1) * 25;
     }
+    return statement(pages, fewest);
 }
 
 void save(const std::filesystem::path& file, const std::string& bytes)
