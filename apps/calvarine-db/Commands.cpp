@@ -1,10 +1,12 @@
 #include "Commands.h"
 
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <streambuf>
+#include <string_view>
 
 #include "Consistency.h"
 #include "Fixtures.h"
@@ -113,25 +115,47 @@ private:
 
 } // namespace
 
+namespace {
+
+// Why a line is not JSON, in the administrator's words (the parser's own are
+// English and name its inner states).
+std::string unreadableJson(const json::parse_error& error, const std::string& line)
+{
+    if (std::string_view(error.what()).find("unexpected end of input") != std::string_view::npos || error.byte > line.size()) {
+        return "ce n'est pas du JSON valable : la ligne s'arrête avant la fin de l'objet (un guillemet, une accolade ou un crochet manque)";
+    }
+    // byte counts from 1: the character the parser stopped at.
+    const std::size_t column = std::max<std::size_t>(error.byte, 1);
+    return "ce n'est pas du JSON valable : caractère inattendu en colonne " + std::to_string(column) + " (« "
+        + line.substr(column - 1, 1) + " »)";
+}
+
+std::string plural(std::size_t count, const std::string& one, const std::string& many)
+{
+    return std::to_string(count) + " " + (count <= 1 ? one : many);
+}
+
+} // namespace
+
 int importFiles(store::Store& store, const std::vector<std::string>& files, bool lenient)
 {
     Consistency consistency([&](const std::string& file, const std::string& key) {
         return store.fileExists(file) && store.read(file, key).has_value();
     });
     std::vector<std::string> reports;
-    std::vector<Consistency::Problem> malformed;
     // The space the load needs is checked first, beside the database.
     std::uintmax_t bytes = 0;
     for (const auto& name : files) {
         std::error_code error;
-        const auto size = std::filesystem::file_size(name, error);
+        const auto size = name == "-" ? 0 : std::filesystem::file_size(name, error);
         bytes += error ? 0 : size;
     }
     try {
         store.bulkLoad([&] { store.transaction([&] {
             for (const auto& name : files) {
                 InputFile input(name);
-                ProgressBar bar("import " + std::filesystem::path(name).filename().string());
+                const std::string shown = input.shownName();
+                ProgressBar bar("import " + (name == "-" ? shown : std::filesystem::path(name).filename().string()));
                 std::map<std::string, std::size_t> records;
                 std::size_t names = 0;
                 std::size_t number = 0;
@@ -144,17 +168,23 @@ int importFiles(store::Store& store, const std::vector<std::string>& files, bool
                     if (line.find_first_not_of(" \t\r") == std::string::npos) {
                         continue;
                     }
-                    const std::string where = name + ":" + std::to_string(number);
+                    const std::string where = shown + ":" + std::to_string(number);
+                    json parsed;
+                    try {
+                        parsed = json::parse(line);
+                    } catch (const json::parse_error& error) {
+                        consistency.unreadable(where, unreadableJson(error, line));
+                        continue;
+                    }
                     try {
                         store::importJsonLine(store, line, where);
                     } catch (const DbaError& error) {
                         if (error.kind() != DbaError::Kind::BadData) {
                             throw;
                         }
-                        malformed.push_back({where, error.detail()});
+                        consistency.unreadable(where, error.detail());
                         continue;
                     }
-                    const json parsed = json::parse(line);
                     if (recordOf(parsed, file, key, attributes)) {
                         ++records[file];
                         consistency.record(file, key, attributes, where);
@@ -168,34 +198,35 @@ int importFiles(store::Store& store, const std::vector<std::string>& files, bool
                     perFile += (total ? ", " : " (") + file + " " + std::to_string(count);
                     total += count;
                 }
-                const std::string report = name + ": " + std::to_string(total) + (total == 1 ? " record" : " records")
-                    + (perFile.empty() ? "" : perFile + ")") + ", " + std::to_string(names)
-                    + (names == 1 ? " dictionary name" : " dictionary names");
-                reports.push_back(report);
+                reports.push_back(shown + " : " + plural(total, "fiche", "fiches") + (perFile.empty() ? "" : perFile + ")") + ", "
+                    + plural(names, "nom de dictionnaire", "noms de dictionnaire"));
             }
             consistency.finish();
-            if (!malformed.empty() || (!lenient && !consistency.problems().empty())) {
-                throw Refused("import refused");
+            for (const auto& problem : consistency.problems()) {
+                if (problem.unreadable || (!problem.notice && !lenient)) {
+                    throw Refused("import refusé");
+                }
             }
         }); }, bytes);
     } catch (const Refused&) {
-        for (const auto& problem : malformed) {
-            std::cerr << problem.where << ": " << problem.what << '\n';
-        }
+        std::size_t errors = 0;
+        bool unreadable = false;
         for (const auto& problem : consistency.problems()) {
-            std::cerr << problem.where << ": " << problem.what << '\n';
+            if (!problem.notice) {
+                std::cerr << problem.where << " : " << problem.what << '\n';
+                ++errors;
+                unreadable = unreadable || problem.unreadable;
+            }
         }
-        const std::size_t count = malformed.size() + (lenient ? 0 : consistency.problems().size());
-        std::cerr << "calvarine-db: import refused, " << count << (count == 1 ? " problem" : " problems")
-                  << "; nothing imported";
-        if (malformed.empty()) {
-            std::cerr << " (--lenient imports such records with a warning each)";
+        std::cerr << "calvarine-db : import refusé, " << plural(errors, "erreur", "erreurs") << " ; rien n'est importé";
+        if (!unreadable) {
+            std::cerr << " (--lenient importe ces fiches avec un avertissement chacune)";
         }
         std::cerr << '\n';
         return 1;
     }
     for (const auto& problem : consistency.problems()) {
-        std::cerr << "warning: " << problem.where << ": " << problem.what << '\n';
+        std::cerr << (problem.notice ? "avis : " : "avertissement : ") << problem.where << " : " << problem.what << '\n';
     }
     for (const auto& report : reports) {
         std::cout << report << '\n';
@@ -231,10 +262,10 @@ int checkDatabase(store::Store& store)
     store::exportJsonLines(store, out, files);
     consistency.finish();
     for (const auto& problem : consistency.problems()) {
-        std::cout << problem.where << ": " << problem.what << '\n';
+        std::cout << (problem.notice ? "avis : " : "erreur : ") << problem.where << " : " << problem.what << '\n';
     }
-    const std::size_t count = consistency.problems().size();
-    std::cout << "check: " << records << (records == 1 ? " record, " : " records, ") << count
-              << (count == 1 ? " problem" : " problems") << '\n';
-    return count == 0 ? 0 : 1;
+    const std::size_t errors = consistency.errors();
+    std::cout << "check : " << plural(records, "fiche", "fiches") << ", " << plural(errors, "erreur", "erreurs") << ", "
+              << plural(consistency.notices(), "avis", "avis") << '\n';
+    return errors == 0 ? 0 : 1;
 }

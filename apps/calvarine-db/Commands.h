@@ -10,12 +10,13 @@ namespace store {
 class Store;
 }
 
-// Imports the files in one transaction, all or nothing. Every line is checked
-// (see Consistency): a problem refuses the whole run, with one "file:line: ..."
-// per problem, unless lenient, which imports them with a warning each. Prints
-// what it imported per file.
+// Imports the files ("-": standard input) in one transaction, all or nothing.
+// Every line is checked (see Consistency): a line that is no record, or an
+// error, refuses the whole run, with one "file:line : ..." per error in line
+// order; lenient imports the errors of records with a warning each. Notices
+// never refuse. Prints what it imported per file.
 int importFiles(store::Store& store, const std::vector<std::string>& files, bool lenient);
 
-// Reads every record of the database and reports each inconsistency with the
-// count; 1 when there is any.
+// Reads every record of the database and reports each error and notice with
+// their counts; 1 when there is an error.
 int checkDatabase(store::Store& store);

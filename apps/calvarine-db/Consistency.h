@@ -7,10 +7,15 @@
 //    entity (3), activity letter (1), organisation (3), period yyyymm (6) and
 //    invoice number (10, blank-padded), and attribute 1 must hold the period,
 //    attribute 3 the invoice number (trailing blanks aside);
-//  - an organisation (ORGPRISECHARGE) or an entity (ASSOCIATION) named by a
-//    statement or an activity and without a record of its own.
+//  - an entity (ASSOCIATION) named by a statement or an activity and without a
+//    record of its own.
 // The screen would show such statements with a blank name, or the re-issue would
 // find no statement for them and fail with a technical message.
+//
+// An organisation (ORGPRISECHARGE) named by statements and without a record is
+// no error but a notice: real archives have them (an organisation closed since),
+// and a statement addressed to it is still re-issued, under its code. One
+// notice per organisation, however many statements name it.
 
 #include <functional>
 #include <map>
@@ -26,6 +31,8 @@ public:
     struct Problem {
         std::string where; // "file.jsonl:12", or the file and key of a record
         std::string what;
+        bool notice = false;     // a fact of a normal archive, not an error
+        bool unreadable = false; // not a record at all: no import takes it
     };
     // Whether a record exists beyond those seen (in the database, say).
     using Exists = std::function<bool(const std::string& file, const std::string& key)>;
@@ -35,18 +42,29 @@ public:
     // One record: its attributes from 1 on; empty: no attribute at all.
     void record(const std::string& file, const std::string& key, const std::vector<std::string>& attributes,
         const std::string& where);
+    // A line that is no record at all (not JSON, not a fixture): an error in
+    // its place among the records.
+    void unreadable(const std::string& where, const std::string& what);
     // Call once every record was seen: references that no record answered.
     void finish();
 
+    // Errors and notices, in the order of the records they were found at.
     const std::vector<Problem>& problems() const { return m_problems; }
+    std::size_t errors() const;
+    std::size_t notices() const { return m_problems.size() - errors(); }
 
 private:
+    // what: who names it ("du bordereau \"...\""; for an organisation, the statement's key quoted).
     void refer(const std::string& file, const std::string& key, const std::string& what, const std::string& where);
+    void add(Problem problem);
     bool known(const std::string& file, const std::string& key);
 
     Exists m_exists;
     std::set<std::pair<std::string, std::string>> m_seen;             // organisation and entity records seen
     std::map<std::pair<std::string, std::string>, bool> m_looked;     // answers of m_exists
     std::vector<std::pair<std::pair<std::string, std::string>, Problem>> m_pending; // unknown when met
+    std::vector<std::size_t> m_pendingAt; // the number of the record of each pending reference
+    std::vector<std::pair<std::size_t, Problem>> m_found; // with the number of the record found at
+    std::size_t m_records = 0;
     std::vector<Problem> m_problems;
 };

@@ -4,8 +4,30 @@
 #include <fcntl.h>
 #include <iostream>
 #include <sys/stat.h>
+#include <stdexcept>
 #include <system_error>
 #include <unistd.h>
+
+std::string systemReason(int error)
+{
+    switch (error) {
+    case ENOENT:
+        return "ce fichier n'existe pas";
+    case EACCES:
+    case EPERM:
+        return "accès refusé";
+    case EISDIR:
+        return "c'est un dossier";
+    case EIO:
+        return "erreur d'entrée-sortie";
+    case ENOSPC:
+        return "plus de place sur le disque";
+    case EROFS:
+        return "système de fichiers en lecture seule";
+    default:
+        return std::generic_category().message(error);
+    }
+}
 
 ProgressBar::ProgressBar(std::string label)
     : m_label(std::move(label))
@@ -40,26 +62,38 @@ void ProgressBar::update(std::size_t done, std::size_t total)
 InputFile::InputFile(std::filesystem::path path)
     : m_path(std::move(path))
 {
+    if (m_path == "-") {
+        m_fd = STDIN_FILENO;
+        m_stdin = true;
+        return;
+    }
     m_fd = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
     if (m_fd < 0) {
-        throw std::system_error(errno, std::generic_category(), "cannot read " + m_path.string());
+        throw std::runtime_error("impossible de lire " + m_path.string() + " : " + systemReason(errno));
     }
     struct stat status {};
     if (::fstat(m_fd, &status) != 0) {
         const int error = errno;
         ::close(m_fd);
-        throw std::system_error(error, std::generic_category(), "cannot read " + m_path.string());
+        throw std::runtime_error("impossible de lire " + m_path.string() + " : " + systemReason(error));
     }
     if (S_ISDIR(status.st_mode)) {
         ::close(m_fd);
-        throw std::system_error(EISDIR, std::generic_category(), "cannot import " + m_path.string() + " (name its .jsonl files)");
+        throw std::runtime_error(m_path.string() + " est un dossier : nommez ses fichiers .jsonl un par un");
     }
     m_size = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
 InputFile::~InputFile()
 {
-    ::close(m_fd);
+    if (!m_stdin) {
+        ::close(m_fd);
+    }
+}
+
+std::string InputFile::shownName() const
+{
+    return m_stdin ? "entrée standard" : m_path.string();
 }
 
 bool InputFile::fill()
@@ -71,7 +105,7 @@ bool InputFile::fill()
             continue;
         }
         if (count < 0) {
-            throw std::system_error(errno, std::generic_category(), "read error in " + m_path.string());
+            throw std::runtime_error("erreur de lecture dans " + shownName() + " : " + systemReason(errno) + " ; rien n'est importé");
         }
         if (count == 0) {
             return false;

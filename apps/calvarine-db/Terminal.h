@@ -8,6 +8,10 @@
 #include <filesystem>
 #include <string>
 
+// The cause of a failed system call (errno) in French, the system's own words
+// for the rare ones.
+std::string systemReason(int error);
+
 // A progress bar on stderr, drawn only when stderr is a terminal.
 class ProgressBar {
 public:
@@ -25,8 +29,8 @@ private:
     std::chrono::steady_clock::time_point m_last;
 };
 
-// A file read line by line. Throws std::system_error naming the file when it
-// cannot be opened, is a folder, or fails in the middle.
+// A file read line by line, "-" standard input. Throws std::runtime_error
+// naming the file when it cannot be opened, is a folder, or fails in the middle.
 class InputFile {
 public:
     explicit InputFile(std::filesystem::path path);
@@ -38,12 +42,15 @@ public:
     bool next(std::string& line);
     std::size_t size() const { return m_size; }
     std::size_t consumed() const { return m_consumed; }
+    // The name messages give it: its path, or "entrée standard".
+    std::string shownName() const;
 
 private:
     bool fill();
 
     std::filesystem::path m_path;
     int m_fd = -1;
+    bool m_stdin = false;
     std::size_t m_size = 0;
     std::size_t m_consumed = 0;
     std::string m_buffer;

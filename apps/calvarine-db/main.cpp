@@ -13,6 +13,7 @@
 
 #include "Commands.h"
 #include "Demo.h"
+#include "database/DbaError.h"
 #include "Fixtures.h"
 #include "Store.h"
 #include "Terminal.h"
@@ -20,66 +21,76 @@
 
 namespace {
 
-constexpr const char* kUsage = R"(usage: calvarine-db [--db PATH|URL] COMMAND [ARGUMENTS]
-commands:
-  create                         make a new, empty database (the screen's files)
-  import [--lenient] FILE.jsonl...
-                                 load fixtures, all files or nothing, checked first
-  export [FILE...]               write files as JSON Lines to stdout (all when none named)
-  select "SENTENCE" [--attrs "0 12"]
-                                 one line per record, values separated by tabs
-  check                          report every inconsistency of the database
+constexpr const char* kUsage = R"(usage : calvarine-db [--db CHEMIN|URI] COMMANDE [ARGUMENTS]
+commandes :
+  create                         crée une base neuve et vide (les fichiers de l'écran)
+  import [--lenient] FICHIER.jsonl...
+                                 charge des fichiers JSON Lines, tous ou aucun, vérifiés
+                                 d'abord (- : l'entrée standard)
+  export [FICHIER...]            écrit des fichiers de la base en JSON Lines sur la
+                                 sortie standard (tous quand aucun n'est nommé)
+  select "PHRASE" [--attrs "0 12"]
+                                 une ligne par fiche, les valeurs séparées par des tabulations
+  check                          signale chaque erreur de la base, et les avis
   demo [--statements N] [--seed S] [--big-scope N]
-                                 make a new demo database (ten years of statements)
-  help [COMMAND]                 this text, or the details of a command
-The database defaults to $XDG_DATA_HOME/calvarine/demo.db (~/.local/share when unset);
---db takes a file (or sqlite:PATH) or a PostgreSQL URI (postgresql://user@host/db).
-Every command but create and demo needs a database that exists.
+                                 crée une base de démonstration (dix ans de bordereaux)
+  help [COMMANDE]                ce texte, ou le détail d'une commande
+La base par défaut est $XDG_DATA_HOME/calvarine/demo.db (~/.local/share sans XDG_DATA_HOME) ;
+--db prend un fichier (ou sqlite:CHEMIN) ou une URI PostgreSQL (postgresql://utilisateur@hôte/base).
+Toutes les commandes sauf create et demo demandent une base qui existe.
 )";
 
 const std::map<std::string, std::string>& commandHelp()
 {
     static const std::map<std::string, std::string> help = {
-        {"create", R"(usage: calvarine-db [--db PATH|URL] create
-Makes a new database holding the files the screen opens (ACTIVITES, ASSOCIATION,
-FACTURORG, ORGPRISECHARGE, PERIODESPAIE, TEMPO), DROITS and ARCHIVEBORDCAISSE with
-its dictionary, all empty. Refuses a database that exists already.
+        {"create", R"(usage : calvarine-db [--db CHEMIN|URI] create
+Crée une base neuve avec les fichiers que l'écran ouvre (ACTIVITES, ASSOCIATION,
+FACTURORG, ORGPRISECHARGE, PERIODESPAIE, TEMPO), DROITS et ARCHIVEBORDCAISSE avec
+son dictionnaire, tous vides. Refuse une base qui existe déjà, et un dossier qui
+n'existe pas (créez-le d'abord : une faute de frappe ne fait pas de dossier).
 )"},
-        {"import", R"(usage: calvarine-db [--db PATH|URL] import [--lenient] FILE.jsonl...
-Loads JSON Lines fixtures into an existing database, in one transaction: if any
-line is refused, nothing of any file is imported. Refused, with file:line:
-  - a line that is not a fixture (malformed JSON, unknown fields);
-  - a line with a key and no record;
-  - a statement of ARCHIVEBORDCAISSE whose key disagrees with its attributes
-    (period in attribute 1, invoice number in attribute 3);
-  - a statement or activity whose organisation (ORGPRISECHARGE) or entity
-    (ASSOCIATION) has no record, in the database or in the files imported.
---lenient imports the last three kinds with a warning each.
-Reports the records imported per file.
+        {"import", R"(usage : calvarine-db [--db CHEMIN|URI] import [--lenient] FICHIER.jsonl...
+Charge des fichiers JSON Lines dans une base qui existe, en une seule transaction :
+si une ligne est refusée, rien d'aucun fichier n'est importé. « - » lit l'entrée
+standard. Sont refusées, avec fichier:ligne, dans l'ordre des lignes :
+  - une ligne qui n'est pas une fiche (JSON mal formé, champ inconnu) ;
+  - une ligne avec une clé et sans fiche ;
+  - un bordereau d'ARCHIVEBORDCAISSE dont la clé contredit ses attributs
+    (la période en attribut 1, le numéro de facture en attribut 3) ;
+  - un bordereau ou une activité dont l'entité (ASSOCIATION) n'a pas de fiche,
+    ni dans la base ni dans les fichiers importés.
+--lenient importe les trois derniers cas avec un avertissement chacun.
+Un organisme (ORGPRISECHARGE) nommé par des bordereaux et sans fiche n'est pas une
+erreur : c'est un avis (un par organisme), et les bordereaux sont importés.
+Indique les fiches importées par fichier.
 )"},
-        {"export", R"(usage: calvarine-db [--db PATH|URL] export [FILE...]
-Writes the named files (all when none is named) as JSON Lines to stdout,
-dictionaries first; the output imports back as it is.
+        {"export", R"(usage : calvarine-db [--db CHEMIN|URI] export [FICHIER...]
+Écrit les fichiers nommés (tous quand aucun ne l'est) en JSON Lines sur la sortie
+standard, les dictionnaires d'abord ; ce qu'elle écrit se réimporte tel quel
+(import, sans --lenient) dans une base neuve faite par create.
 )"},
-        {"select", R"(usage: calvarine-db [--db PATH|URL] select "SENTENCE" [--attrs "0 12"]
-Runs a query sentence of the screen, for example
+        {"select", R"(usage : calvarine-db [--db CHEMIN|URI] select "PHRASE" [--attrs "0 12"]
+Exécute une phrase de requête de l'écran, par exemple
   'SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" PAR SigleOrgaArchive'
-and prints one line per record: the attributes asked (0: the key), tab-separated.
+et écrit une ligne par fiche : les attributs demandés (0 : la clé), séparés par
+des tabulations.
 )"},
-        {"check", R"(usage: calvarine-db [--db PATH|URL] check
-Reads every record and reports each inconsistency that import refuses: records
-without attributes, statements whose key disagrees with their attributes,
-organisations and entities named without a record. Ends with the count; the exit
-status is 1 when there is any.
+        {"check", R"(usage : calvarine-db [--db CHEMIN|URI] check
+Lit toutes les fiches et signale chaque erreur qu'import refuserait : fiches sans
+attribut, bordereaux dont la clé contredit les attributs, entités nommées sans
+fiche ; et les avis d'une archive normale : un organisme nommé par des bordereaux
+sans fiche (un avis par organisme). Finit par les comptes ; le code de sortie est
+1 quand il y a une erreur, 0 quand il n'y a que des avis.
 )"},
-        {"demo", R"(usage: calvarine-db [--db PATH|URL] demo [--statements N] [--seed S] [--big-scope N]
-Makes a new demo database: 30 entities, 152 organisations (three of them named by
-statements but without a record, as happens in real archives), rights for $USER,
-ADMIN and STAGIAIRE, and N statements (default 20000) over ten years; --big-scope
-adds N statements to one scope (entity 001, Prestataire, current period). The
-same seed gives the same data. Refuses a database that exists already.
+        {"demo", R"(usage : calvarine-db [--db CHEMIN|URI] demo [--statements N] [--seed S] [--big-scope N]
+Crée une base de démonstration : 30 entités, 152 organismes (dont trois nommés par
+des bordereaux mais sans fiche, comme dans les archives réelles), les droits de
+$USER, ADMIN et STAGIAIRE, et N bordereaux (20000 par défaut) sur dix ans ;
+--big-scope ajoute N bordereaux à une sélection (entité 001, Prestataire, période
+en cours). La même graine donne les mêmes données. Refuse une base qui existe déjà.
 )"},
-        {"help", R"(usage: calvarine-db help [COMMAND]
+        {"help", R"(usage : calvarine-db help [COMMANDE]
+Sans commande : la liste des commandes ; avec : le détail de celle-ci.
 )"},
     };
     return help;
@@ -120,6 +131,64 @@ std::filesystem::path fileOf(const std::string& database)
     return database.starts_with("sqlite:") ? database.substr(7) : database;
 }
 
+// Why the store could not open a database, in French; the store's own words
+// for causes it has no French for.
+std::string openFailure(const DbaError& error)
+{
+    const std::string& detail = error.detail();
+    if (error.context() == "connect to the PostgreSQL server") {
+        return "le serveur PostgreSQL ne peut pas être joint (" + detail + ")";
+    }
+    if (detail == "no such database file") {
+        return "ce fichier de base n'existe pas";
+    }
+    if (detail.starts_with("no such folder ")) {
+        return "le dossier " + detail.substr(15) + " n'existe pas";
+    }
+    if (detail == "a folder, not a database file") {
+        return "c'est un dossier, pas un fichier de base";
+    }
+    if (detail.starts_with("read-only")) {
+        return "le fichier est en lecture seule (" + detail + ")";
+    }
+    if (detail.starts_with("an empty file")) {
+        return "c'est un fichier vide, pas une base";
+    }
+    if (detail.find("not a database") != std::string::npos) {
+        return "ce fichier n'est pas une base de Calvarine (" + detail + ")";
+    }
+    return error.context() + " : " + detail;
+}
+
+// A failure of the store met by a command, in French: what kind of failure,
+// then what the store was doing and its own words.
+std::string databaseFailure(const DbaError& error)
+{
+    switch (error.kind()) {
+    case DbaError::Kind::NotConnected:
+        return "la base ne peut pas être ouverte : " + openFailure(error);
+    case DbaError::Kind::NoFile:
+        return "fichier inexistant dans la base (" + error.context() + " : " + error.detail() + ")";
+    case DbaError::Kind::BadData:
+        return "donnée refusée par la base (" + error.context() + " : " + error.detail() + ")";
+    case DbaError::Kind::BadSentence:
+    case DbaError::Kind::UnknownName:
+        return "phrase de requête refusée (" + error.context() + " : " + error.detail() + ")";
+    default:
+        return "erreur de la base (" + error.context() + " : " + error.detail() + ")";
+    }
+}
+
+// A database made now, or the reason in French.
+std::shared_ptr<store::Store> connectNew(const std::string& database)
+{
+    try {
+        return store::Store::connect(database, store::OpenMode::Create);
+    } catch (const DbaError& error) {
+        throw std::runtime_error(shown(database) + " : " + openFailure(error));
+    }
+}
+
 // An existing database; never makes one.
 std::shared_ptr<store::Store> openExisting(const std::string& database)
 {
@@ -128,9 +197,9 @@ std::shared_ptr<store::Store> openExisting(const std::string& database)
     } catch (const DbaError& error) {
         std::error_code ignored;
         if (isFile(database) && !std::filesystem::exists(fileOf(database), ignored)) {
-            throw std::runtime_error(error.context() + ": " + error.detail() + " (calvarine-db create or demo makes one)");
+            throw std::runtime_error(shown(database) + " : " + openFailure(error) + " (calvarine-db create ou demo en crée une)");
         }
-        throw;
+        throw std::runtime_error(shown(database) + " : " + openFailure(error));
     }
 }
 
@@ -139,20 +208,26 @@ std::shared_ptr<store::Store> openExisting(const std::string& database)
 // written over an existing database by these two.
 std::shared_ptr<store::Store> createNew(const std::string& database, const std::string& command)
 {
-    const std::string refusal = command + " makes a new database and never writes into an existing one: ";
+    const std::string refusal = command + " crée une base neuve et n'écrit jamais dans une base qui existe : ";
     if (isFile(database)) {
-        const auto file = fileOf(database).string();
+        const auto file = fileOf(database);
         std::error_code error;
         if (std::filesystem::exists(file, error)) {
-            throw std::runtime_error(file + " exists already. " + refusal + "give another path with --db, or remove " + file
-                + " (with its -wal and -shm files, if any) and run " + command + " again");
+            throw std::runtime_error(file.string() + " existe déjà. " + refusal + "donnez un autre chemin avec --db, ou supprimez "
+                + file.string() + " (avec ses fichiers -wal et -shm, s'il en a) et relancez " + command);
         }
-        return store::Store::connect(database, store::OpenMode::Create);
+        // A mistyped folder is not made: the database would land where nobody looks.
+        const auto folder = file.parent_path();
+        if (!folder.empty() && !std::filesystem::is_directory(folder, error)) {
+            throw std::runtime_error("le dossier " + folder.string() + " n'existe pas : " + command
+                + " ne crée pas de dossier ; vérifiez le chemin, ou créez le dossier (mkdir -p " + folder.string() + ")");
+        }
+        return connectNew(database);
     }
-    auto store = store::Store::connect(database, store::OpenMode::Create);
+    auto store = connectNew(database);
     if (store->fileExists(FileNames::ARCHIVEBORDCAISSE)) {
-        throw std::runtime_error("the PostgreSQL database " + shown(database) + " holds an archive already (file ARCHIVEBORDCAISSE). "
-            + refusal + "give --db another, empty database (createdb), or drop this one and create it again (dropdb, createdb)");
+        throw std::runtime_error("la base PostgreSQL " + shown(database) + " contient déjà une archive (fichier ARCHIVEBORDCAISSE). "
+            + refusal + "donnez à --db une autre base, vide (createdb), ou supprimez celle-ci et recréez-la (dropdb, createdb)");
     }
     return store;
 }
@@ -161,7 +236,7 @@ std::size_t number(const std::string& option, const std::string& text, std::size
 {
     const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
     if (!digits || text.size() > 12 || std::stoull(text) > largest) {
-        throw UsageError(option + " takes a whole number from 0 to " + std::to_string(largest) + ", not \"" + text + "\"");
+        throw UsageError(option + " prend un nombre entier de 0 à " + std::to_string(largest) + ", pas « " + text + " »");
     }
     return std::stoull(text);
 }
@@ -170,7 +245,7 @@ std::size_t number(const std::string& option, const std::string& text, std::size
 const std::string& valueOf(const std::vector<std::string>& args, std::size_t& i)
 {
     if (i + 1 >= args.size()) {
-        throw UsageError(args[i] + " needs a value");
+        throw UsageError(args[i] + " demande une valeur");
     }
     return args[++i];
 }
@@ -194,15 +269,15 @@ int select(const std::string& database, const std::vector<std::string>& args)
         if (args[i] == "--attrs") {
             attributes = valueOf(args, i);
         } else if (args[i].starts_with("--")) {
-            throw UsageError("unknown option " + args[i] + " for select");
+            throw UsageError("option inconnue de select : " + args[i]);
         } else if (sentence.empty()) {
             sentence = args[i];
         } else {
-            throw UsageError("select takes one sentence (quote it); \"" + args[i] + "\" is one word too many");
+            throw UsageError("select prend une seule phrase (entre guillemets) ; « " + args[i] + " » est un mot de trop");
         }
     }
     if (sentence.empty()) {
-        throw UsageError("select needs a sentence");
+        throw UsageError("select demande une phrase de requête");
     }
     auto store = openExisting(database);
     const auto result = store->select(sentence, attributes);
@@ -235,13 +310,13 @@ int demo(const std::string& database, const std::vector<std::string>& args)
         } else if (option == "--big-scope") {
             options.bigScope = number(option, valueOf(args, i), largest);
         } else {
-            throw UsageError("unknown option " + args[i] + " for demo");
+            throw UsageError("option inconnue de demo : " + args[i]);
         }
     }
     auto store = createNew(database, "demo");
     ProgressBar bar("demo");
     store::generateDemo(*store, options, [&](std::size_t done, std::size_t total) { bar.update(done, total); });
-    std::cerr << "demo data written to " << shown(database) << '\n';
+    std::cerr << "base de démonstration créée : " << shown(database) << '\n';
     return 0;
 }
 
@@ -260,11 +335,11 @@ int run(std::vector<std::string> args)
             database = args[0].substr(5);
             args.erase(args.begin());
         } else {
-            throw UsageError(args[0] == "--db" ? "--db needs a database" : "unknown option " + args[0]);
+            throw UsageError(args[0] == "--db" ? "--db demande une base (un fichier ou une URI)" : "option inconnue : " + args[0]);
         }
     }
     if (args.empty()) {
-        throw UsageError("no command given");
+        throw UsageError("aucune commande donnée");
     }
     const std::string command = args[0];
     args.erase(args.begin());
@@ -280,19 +355,23 @@ int run(std::vector<std::string> args)
             return 0;
         }
         const auto found = commandHelp().find(args[0]);
-        if (found == commandHelp().end() || args.size() > 1) {
-            throw UsageError("no command \"" + args[0] + "\" to explain");
+        if (found == commandHelp().end()) {
+            throw UsageError("pas de commande « " + args[0] + " » à expliquer");
+        }
+        if (args.size() > 1) {
+            throw UsageError("help explique une commande à la fois ; « " + args[1] + " » est de trop (calvarine-db help "
+                + args[0] + ")");
         }
         std::cout << found->second;
         return 0;
     }
     if (command == "create") {
         if (!args.empty()) {
-            throw UsageError("create takes no argument, not \"" + args[0] + "\"");
+            throw UsageError("create ne prend pas d'argument, pas « " + args[0] + " »");
         }
         auto store = createNew(database, "create");
         store->transaction([&] { store::createSchema(*store); });
-        std::cerr << "empty database made at " << shown(database) << '\n';
+        std::cerr << "base vide créée : " << shown(database) << '\n';
         return 0;
     }
     if (command == "import") {
@@ -302,13 +381,13 @@ int run(std::vector<std::string> args)
             if (arg == "--lenient") {
                 lenient = true;
             } else if (arg.starts_with("--")) {
-                throw UsageError("unknown option " + arg + " for import");
+                throw UsageError("option inconnue d'import : " + arg);
             } else {
                 files.push_back(arg);
             }
         }
         if (files.empty()) {
-            throw UsageError("import needs at least one file");
+            throw UsageError("import demande au moins un fichier (- : l'entrée standard)");
         }
         auto store = openExisting(database);
         return importFiles(*store, files, lenient);
@@ -316,10 +395,19 @@ int run(std::vector<std::string> args)
     if (command == "export") {
         for (const auto& arg : args) {
             if (arg.starts_with("-")) {
-                throw UsageError("unknown option " + arg + " for export");
+                throw UsageError("option inconnue d'export : " + arg);
             }
         }
         auto store = openExisting(database);
+        for (const auto& file : args) {
+            if (!store->fileExists(file)) {
+                std::string files;
+                for (const auto& name : store->files()) {
+                    files += (files.empty() ? "" : ", ") + name;
+                }
+                throw std::runtime_error("export : la base n'a pas de fichier " + file + " (ses fichiers : " + files + ")");
+            }
+        }
         store::exportJsonLines(*store, std::cout, args);
         return std::cout.good() ? 0 : 1;
     }
@@ -328,7 +416,7 @@ int run(std::vector<std::string> args)
     }
     if (command == "check") {
         if (!args.empty()) {
-            throw UsageError("check takes no argument, not \"" + args[0] + "\"");
+            throw UsageError("check ne prend pas d'argument, pas « " + args[0] + " »");
         }
         auto store = openExisting(database);
         return checkDatabase(*store);
@@ -336,7 +424,7 @@ int run(std::vector<std::string> args)
     if (command == "demo") {
         return demo(database, args);
     }
-    throw UsageError("unknown command \"" + command + "\"");
+    throw UsageError("commande inconnue : « " + command + " »");
 }
 
 } // namespace
@@ -346,10 +434,13 @@ int main(int argc, char** argv)
     try {
         return run(std::vector<std::string>(argv + 1, argv + argc));
     } catch (const UsageError& error) {
-        std::cerr << "calvarine-db: " << error.what() << "\n" << kUsage;
+        std::cerr << "calvarine-db : " << error.what() << "\n" << kUsage;
         return 2;
+    } catch (const DbaError& error) {
+        std::cerr << "calvarine-db : " << databaseFailure(error) << '\n';
+        return 1;
     } catch (const std::exception& error) {
-        std::cerr << "calvarine-db: " << error.what() << '\n';
+        std::cerr << "calvarine-db : " << error.what() << '\n';
         return 1;
     }
 }

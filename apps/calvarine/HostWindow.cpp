@@ -42,6 +42,14 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
         return outcome::reissueNote(*told, m_watched->exchange(),
             m_store->path().empty() ? std::filesystem::path() : m_store->fusionDirectory());
     };
+    // A paper run that printed nothing is said in the operator's words.
+    setup.explainFailure = [this](const std::string& where, const std::string& what) -> std::optional<QtHostServices::Explained> {
+        const auto belmontis = m_belmontis.lock();
+        if (where != "Cmd_Imprimer_Click" || !belmontis || belmontis->lastFailure().empty() || belmontis->lastFailure() != what) {
+            return std::nullopt;
+        }
+        return paperFailure(what);
+    };
     m_host = makeHost ? makeHost(std::move(setup)) : std::make_unique<QtHostServices>(std::move(setup));
     m_host->setDialogParent(this);
 
@@ -103,6 +111,7 @@ bool HostWindow::start()
                 Variant spool = m_options.printTo->string();
                 belmontis->setProperty("SpoolDirectory", spool);
             }
+            m_belmontis = belmontis;
             m_control->Controls().get("Ctr_Belmontis1").setObject(std::move(belmontis));
         } catch (const std::exception& e) {
             m_host->reportFailure("Ctr_Belmontis1", e.what());
@@ -119,6 +128,21 @@ bool HostWindow::start()
     }
     m_rights->setFullText(rightsText());
     return true;
+}
+
+QtHostServices::Explained paperFailure(const std::string& what)
+{
+    // The sibling lives in a library of its own: its failures are told apart by their words.
+    if (what.find("annulée dans l'aperçu") != std::string::npos) {
+        return {QMessageBox::Information,
+            QStringLiteral("Impression annulée dans l'aperçu : rien n'a été imprimé.\n\nLa sélection est gardée.")};
+    }
+    QString why = QString::fromStdString(what);
+    why.remove(QStringLiteral(" : rien n'a été imprimé"));
+    return {QMessageBox::Warning,
+        QStringLiteral("Rien n'a été imprimé : %1\n\nLa sélection est gardée : vous pouvez relancer l'impression, "
+                       "au besoin sur une autre imprimante (Fichier ▸ Imprimante…).")
+            .arg(why)};
 }
 
 QString HostWindow::rightsText() const

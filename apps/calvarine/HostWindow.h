@@ -11,6 +11,7 @@
 #include "QtHostServices.h"
 
 class Ctr_Calvarine;
+class HostedSibling;
 class PrintingMenu;
 class ScreenView;
 class StatusText;
@@ -72,9 +73,15 @@ private:
     StatusText* m_rights = nullptr; // in the status bar
     QString m_startFailure;
     PrintingMenu* m_printing = nullptr; // child object
+    std::weak_ptr<HostedSibling> m_belmontis; // the control holds it
     StatusText* m_paperStatus = nullptr; // in the status bar
 };
 
 // What an exception that stopped Init means for the operator: which file or
 // record of the database is missing, in French; other failures as they read.
 QString startFailureText(const std::exception& error);
+
+// A paper run that printed nothing (what the sibling threw) as the operator is
+// told it: a preview cancelled is information, anything else a warning with
+// the reason, and both say that the selection is kept.
+QtHostServices::Explained paperFailure(const std::string& what);

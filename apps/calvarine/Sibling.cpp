@@ -65,6 +65,7 @@ Variant HostedSibling::invoke(std::string_view name, std::vector<std::reference_
     m_sibling->setProperty("Copies", copies);
     m_sibling->setProperty("RectoVerso", duplex);
     m_sibling->setProperty("Apercu", preview);
+    m_lastFailure.clear();
     try {
         Variant result = m_sibling->invoke(name, std::move(args));
         const Variant done = m_sibling->invoke("Compte_Rendu", {});
@@ -73,6 +74,7 @@ Variant HostedSibling::invoke(std::string_view name, std::vector<std::reference_
         }
         return result;
     } catch (const std::exception& e) {
+        m_lastFailure = e.what();
         if (m_tell) {
             m_tell(std::string("Rien n'a été imprimé : ") + e.what());
         }

@@ -43,8 +43,13 @@ public:
     void setProperty(std::string_view name, Variant& value) override;
     Variant invoke(std::string_view name, std::vector<std::reference_wrapper<Variant>> args) override;
 
+    // Why the last paper run printed nothing (what the sibling threw); empty
+    // after a run that went through.
+    const std::string& lastFailure() const { return m_lastFailure; }
+
 private:
     std::shared_ptr<LateBoundObject> m_sibling;
     std::function<Choices()> m_choices;
     std::function<void(const std::string&)> m_tell;
+    std::string m_lastFailure;
 };

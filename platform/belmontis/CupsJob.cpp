@@ -22,16 +22,59 @@ std::string serverName()
     return server.front() == '/' ? server : server + ":" + std::to_string(ippPort());
 }
 
-// CUPS's own words for the last failure, and the server asked.
+// An IPP status in the operator's words.
+std::string statusInFrench(ipp_status_t status)
+{
+    switch (status) {
+    case IPP_STATUS_ERROR_NOT_FOUND:
+        return "imprimante ou travail introuvable";
+    case IPP_STATUS_ERROR_FORBIDDEN:
+    case IPP_STATUS_ERROR_NOT_AUTHORIZED:
+        return "le serveur d'impression refuse cette demande à cet utilisateur";
+    case IPP_STATUS_ERROR_NOT_AUTHENTICATED:
+        return "le serveur d'impression demande à l'utilisateur de s'identifier";
+    case IPP_STATUS_ERROR_NOT_ACCEPTING_JOBS:
+        return "l'imprimante n'accepte pas de travaux pour le moment";
+    case IPP_STATUS_ERROR_PRINTER_IS_DEACTIVATED:
+        return "l'imprimante est désactivée";
+    case IPP_STATUS_ERROR_DOCUMENT_FORMAT_NOT_SUPPORTED:
+        return "l'imprimante ne sait pas imprimer un PDF";
+    case IPP_STATUS_ERROR_ATTRIBUTES_OR_VALUES:
+        return "l'imprimante ne prend pas en charge une option demandée (copies, recto verso)";
+    case IPP_STATUS_ERROR_TOO_MANY_JOBS:
+    case IPP_STATUS_ERROR_BUSY:
+        return "le serveur d'impression est occupé";
+    case IPP_STATUS_ERROR_SERVICE_UNAVAILABLE:
+        return "le service d'impression est indisponible";
+    case IPP_STATUS_ERROR_TIMEOUT:
+        return "le serveur d'impression n'a pas répondu à temps";
+    case IPP_STATUS_ERROR_DEVICE:
+        return "l'imprimante est en erreur";
+    case IPP_STATUS_ERROR_JOB_CANCELED:
+        return "le travail a été annulé";
+    default:
+        if (status >= IPP_STATUS_ERROR_INTERNAL) {
+            return "le serveur d'impression est en erreur";
+        }
+        if (status >= IPP_STATUS_ERROR_BAD_REQUEST) {
+            return "le serveur d'impression refuse la demande";
+        }
+        return "réponse inattendue du serveur d'impression";
+    }
+}
+
+// The last failure said in French, then, as its detail, the server's own
+// words and status keyword, and the server asked.
 std::string lastReason()
 {
-    const char* text = cupsLastErrorString();
-    std::string reason = text && *text ? text : ippErrorString(cupsLastError());
-    const char* keyword = ippErrorString(cupsLastError());
-    if (keyword && reason != keyword) {
-        reason += " (" + std::string(keyword) + ")";
+    const ipp_status_t status = cupsLastError();
+    std::string said = cupsLastErrorString() ? cupsLastErrorString() : "";
+    const std::string keyword = ippErrorString(status) ? ippErrorString(status) : std::to_string(status);
+    while (!said.empty() && (said.back() == '.' || said.back() == ' ')) {
+        said.pop_back();
     }
-    return reason + " [serveur " + serverName() + "]";
+    std::string detail = said.empty() || said == keyword ? keyword : "« " + said + " », " + keyword;
+    return statusInFrench(status) + " (réponse du serveur " + serverName() + " : " + detail + ")";
 }
 
 // Why the server cannot be reached, or nothing when it can. CUPS answers "no
@@ -43,8 +86,9 @@ std::optional<std::string> unreachable()
         httpClose(http);
         return std::nullopt;
     }
+    // The system's words (English) only as the detail.
     const char* why = cupsLastErrorString();
-    return std::string(why && *why ? why : "pas de réponse");
+    return std::string("pas de réponse") + (why && *why ? std::string(" (« ") + why + " »)" : std::string());
 }
 
 struct DestDeleter {
@@ -108,8 +152,8 @@ std::string choosePrinter(const std::string& wanted)
             + (wanted.empty() ? std::string() : " (imprimante " + wanted + ")") + " : " + *why);
     }
     if (!wanted.empty()) {
-        throw PrintFailure("l'imprimante " + wanted + " n'existe pas sur le serveur " + serverName() + " : " + reason
-            + ". Choisissez-en une autre par Fichier ▸ Imprimante….");
+        throw PrintFailure("l'imprimante " + wanted + " n'existe pas : " + reason
+            + ". Choisissez-en une autre par Fichier ▸ Imprimante…");
     }
     throw PrintFailure(kNoPrinter);
 }

@@ -6,7 +6,6 @@
 #include <QBuffer>
 #include <QDialog>
 #include <QDialogButtonBox>
-#include <QPdfWriter>
 #include <QPrintPreviewWidget>
 #include <QPrinter>
 #include <QPushButton>
@@ -26,17 +25,10 @@ QByteArray layOut(const std::vector<statements::StatementData>& found, const QPa
     QByteArray pdf;
     QBuffer buffer(&pdf);
     buffer.open(QIODevice::WriteOnly);
-    if (paper.id() == QPageSize::A4) {
-        // The very PDF of the file output, so that paper and files never differ.
-        statements::renderPdf(found, buffer, QString::fromStdString(title));
-    } else {
-        QPdfWriter writer(&buffer);
-        writer.setTitle(QString::fromStdString(title));
-        writer.setCreator(QStringLiteral("Calvarine"));
-        writer.setResolution(300);
-        writer.setPageLayout(paperLayout(paper));
-        statements::render(found, writer);
-    }
+    // The renderer of the file output on the printer's paper: on A4 the very
+    // PDF of the files, so that paper and files never differ; on any paper an
+    // archive-grade PDF, as a spooled job may be kept.
+    statements::renderPdf(found, buffer, QString::fromStdString(title), paper);
     buffer.close();
     return pdf;
 }

@@ -18,8 +18,8 @@ namespace belmontis {
 // margins of the statements' PDF files.
 QPageLayout paperLayout(const QPageSize& paper);
 
-// The job as one PDF. On A4 it is exactly the PDF the server command writes for
-// the same statements, page for page.
+// The job as one PDF/A-1b on paper. On A4 it is exactly the PDF the server
+// command writes for the same statements, page for page.
 QByteArray layOut(const std::vector<statements::StatementData>& found, const QPageSize& paper, const std::string& title);
 
 // Shows the job in a print preview (a modal dialog named

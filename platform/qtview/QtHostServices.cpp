@@ -247,6 +247,13 @@ std::shared_ptr<AideEnLigne> QtHostServices::createHelp()
 
 void QtHostServices::reportFailure(const std::string& where, const std::string& what)
 {
+    if (m_setup.explainFailure) {
+        if (const auto explained = m_setup.explainFailure(where, what)) {
+            QMessageBox box(explained->icon, QStringLiteral("Calvarine"), explained->text, QMessageBox::Ok, m_parent);
+            execMessageBox(box);
+            return;
+        }
+    }
     QMessageBox box(QMessageBox::Critical, QStringLiteral("Calvarine"),
         QStringLiteral("Erreur dans %1 :\n%2").arg(QString::fromStdString(where), QString::fromStdString(what)),
         QMessageBox::Ok, m_parent);

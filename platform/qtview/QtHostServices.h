@@ -4,8 +4,10 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include <QMessageBox>
 #include <QPointer>
 #include <QWidget>
 
@@ -34,6 +36,12 @@ class QMessageBox;
 // answer dialogs and menus without a nested event loop.
 class QtHostServices : public HostServices {
 public:
+    // A failure as the operator is told it.
+    struct Explained {
+        QMessageBox::Icon icon = QMessageBox::Critical;
+        QString text;
+    };
+
     struct Setup {
         // Closes the form that carries the control. Called from inside a handler
         // of the control: it must not destroy the control before returning.
@@ -51,6 +59,10 @@ public:
         // What the host adds under a message of the control (text, style, title),
         // in the box itself, with the warning icon; "" for nothing. Empty: nothing.
         std::function<std::string(const std::string& text, int style, const std::string& title)> noteFor;
+        // Says a failure of a handler in the operator's words with its icon
+        // (a paper run the operator cancelled is information, not an error);
+        // nothing: "Erreur dans <handler>" with the critical icon.
+        std::function<std::optional<Explained>(const std::string& where, const std::string& what)> explainFailure;
     };
 
     explicit QtHostServices(Setup setup);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
+#include <string_view>
 #include <stdexcept>
 #include <utility>
 
@@ -145,16 +147,78 @@ std::string archived(QPDF& out, QPDFObjectHandle intents, const PdfMetadata& met
     writer.setObjectStreamMode(qpdf_o_disable);
     writer.setStreamDataMode(qpdf_s_preserve);
     writer.setMinimumPDFVersion("1.4");
+    // PDF/A wants an end of line before each endstream, not counted in the
+    // stream's /Length; Qt's streams end on their last byte.
+    writer.setNewlineBeforeEndstream(true);
     writer.write();
     const auto buffer = writer.getBufferSharedPointer();
     return {reinterpret_cast<const char*>(buffer->getBuffer()), buffer->getSize()};
 }
 
-std::unique_ptr<QPDF> opened(const QByteArray& document)
+bool isSubsetTag(std::string_view tag)
+{
+    return tag.size() == 6 && std::all_of(tag.begin(), tag.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+}
+
+// The tag after tag, counting in base 26 from its last letter.
+std::string nextTag(std::string tag)
+{
+    for (auto c = tag.rbegin(); c != tag.rend(); ++c) {
+        if (*c != 'Z') {
+            ++*c;
+            return tag;
+        }
+        *c = 'A';
+    }
+    return tag;
+}
+
+// Qt names a font subset "ABCDEF+DejaVuSans" in its descriptor only; its Type0
+// font and CID font are plain "DejaVuSans", which says the whole font is
+// embedded. Gives all three the tagged name, each subset a tag not yet in
+// tags: documents drawn apart have subsets of the same font under the same
+// tag, and a file joining them must tell them apart.
+void tagSubsets(QPDF& document, std::set<std::string>& tags)
+{
+    std::set<QPDFObjGen> seen;
+    for (auto& page : QPDFPageDocumentHelper(document).getAllPages()) {
+        QPDFObjectHandle resources = page.getObjectHandle().getKey("/Resources");
+        QPDFObjectHandle fonts = resources.isDictionary() ? resources.getKey("/Font") : QPDFObjectHandle();
+        if (!fonts.isInitialized() || !fonts.isDictionary()) {
+            continue;
+        }
+        for (auto& [key, font] : fonts.ditems()) {
+            if (!font.isDictionary() || (font.isIndirect() && !seen.insert(font.getObjGen()).second)) {
+                continue;
+            }
+            QPDFObjectHandle descendants = font.getKey("/DescendantFonts");
+            QPDFObjectHandle cid = descendants.isArray() && descendants.getArrayNItems() == 1 ? descendants.getArrayItem(0) : font;
+            QPDFObjectHandle descriptor = cid.isDictionary() ? cid.getKey("/FontDescriptor") : QPDFObjectHandle();
+            if (!descriptor.isInitialized() || !descriptor.isDictionary() || !descriptor.getKey("/FontName").isName()) {
+                continue;
+            }
+            const std::string name = descriptor.getKey("/FontName").getName(); // "/ABCDEF+Name"
+            if (name.size() < 9 || name[7] != '+' || !isSubsetTag(std::string_view(name).substr(1, 6))) {
+                continue;
+            }
+            std::string tag = name.substr(1, 6);
+            while (!tags.insert(tag).second) {
+                tag = nextTag(tag);
+            }
+            const QPDFObjectHandle tagged = QPDFObjectHandle::newName("/" + tag + name.substr(7));
+            descriptor.replaceKey("/FontName", tagged);
+            cid.replaceKey("/BaseFont", tagged);
+            font.replaceKey("/BaseFont", tagged);
+        }
+    }
+}
+
+std::unique_ptr<QPDF> opened(const QByteArray& document, std::set<std::string>& tags)
 {
     auto source = std::make_unique<QPDF>();
     source->setSuppressWarnings(true);
     source->processMemoryFile("statements", document.constData(), static_cast<std::size_t>(document.size()));
+    tagSubsets(*source, tags);
     return source;
 }
 
@@ -168,7 +232,8 @@ std::vector<std::string> splitPdf(const QByteArray& document, std::span<const in
     const Dates dates = now();
     std::vector<std::string> files;
     try {
-        const auto source = opened(document);
+        std::set<std::string> tags;
+        const auto source = opened(document, tags);
         const auto pages = QPDFPageDocumentHelper(*source).getAllPages();
         const QPDFObjectHandle intents = source->getRoot().getKey("/OutputIntents");
         std::size_t next = 0;
@@ -201,8 +266,9 @@ std::string joinPdf(std::span<const QByteArray> documents, const PdfMetadata& me
         out.emptyPDF();
         QPDFPageDocumentHelper outPages(out);
         QPDFObjectHandle intents;
+        std::set<std::string> tags;
         for (const QByteArray& document : documents) {
-            sources.push_back(opened(document));
+            sources.push_back(opened(document, tags));
             if (!intents.isInitialized() || intents.isNull()) {
                 intents = sources.back()->getRoot().getKey("/OutputIntents");
             }

@@ -6,9 +6,11 @@
 // so statements are drawn many to a document and the document is then cut into
 // one file per statement with qpdf: each file takes its pages and what they use
 // (the document's font subsets, its colour profile), and gets metadata of its
-// own. Files are PDF/A-1b as Qt draws them: fonts embedded, the sRGB output
-// intent, no object or cross-reference streams, an XMP packet that agrees with
-// the document information (title, author, subject, creator, producer, date).
+// own. Files are PDF/A-1b as Qt draws them (fonts embedded, the sRGB output
+// intent), written without object or cross-reference streams, each stream
+// ended by an end of line before endstream, every font subset named with its
+// tag, and an XMP packet that agrees with the document information (title,
+// author, subject, creator, producer, date).
 
 #include <span>
 #include <string>

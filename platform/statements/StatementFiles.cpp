@@ -41,8 +41,9 @@ public:
         QByteArray document;            // Output::Document
     };
 
-    Pool(Output output, unsigned threads)
+    Pool(Output output, unsigned threads, const QPageSize& paper = QPageSize(QPageSize::A4))
         : m_output(output)
+        , m_paper(paper)
     {
         for (unsigned i = 0; i < std::max(1u, threads); ++i) {
             // QThreads, so that Qt sets up and frees each thread's font caches.
@@ -132,7 +133,7 @@ private:
         QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
         {
-            const auto writer = archiveWriter(buffer, QStringLiteral("Bordereaux"));
+            const auto writer = archiveWriter(buffer, QStringLiteral("Bordereaux"), m_paper);
             StatementPrinter printer(*writer);
             for (const StatementData& data : part.statements) {
                 part.pageCounts.push_back(printer.add(data));
@@ -152,6 +153,7 @@ private:
     }
 
     const Output m_output;
+    const QPageSize m_paper;
     std::mutex m_mutex;
     std::condition_variable m_wake;     // a part queued, or closing
     std::condition_variable m_finished; // a part drawn
@@ -209,7 +211,7 @@ std::vector<std::string> StatementFiles::take(const std::function<void(std::size
     return std::exchange(m_files, {});
 }
 
-DrawnDocuments drawDocuments(std::span<const StatementData> statements, std::size_t perDocument, unsigned threads)
+DrawnDocuments drawDocuments(std::span<const StatementData> statements, std::size_t perDocument, unsigned threads, const QPageSize& paper)
 {
     DrawnDocuments drawn;
     if (statements.empty()) {
@@ -217,7 +219,7 @@ DrawnDocuments drawDocuments(std::span<const StatementData> statements, std::siz
     }
     requireGuiApplication();
     perDocument = std::max<std::size_t>(perDocument, 1);
-    StatementFiles::Pool pool(StatementFiles::Pool::Output::Document, threads ? threads : renderThreads());
+    StatementFiles::Pool pool(StatementFiles::Pool::Output::Document, threads ? threads : renderThreads(), paper);
     for (std::size_t first = 0; first < statements.size(); first += perDocument) {
         const auto part = statements.subspan(first, std::min(perDocument, statements.size() - first));
         pool.submit({part.begin(), part.end()});

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include <QByteArray>
+#include <QPageSize>
 
 #include "StatementData.h"
 
@@ -62,11 +63,12 @@ private:
 
 // The statements drawn as consecutive documents of up to perDocument statements
 // on the threads; gives the documents in order with each statement's number of
-// pages. For one output of the whole run, see joinPdf().
+// pages, on paper. For one output of the whole run, see joinPdf().
 struct DrawnDocuments {
     std::vector<QByteArray> documents;
     std::vector<int> pageCounts;
 };
-DrawnDocuments drawDocuments(std::span<const StatementData> statements, std::size_t perDocument = 64, unsigned threads = 0);
+DrawnDocuments drawDocuments(std::span<const StatementData> statements, std::size_t perDocument = 64, unsigned threads = 0,
+    const QPageSize& paper = QPageSize(QPageSize::A4));
 
 } // namespace statements

@@ -226,25 +226,25 @@ std::vector<int> render(std::span<const StatementData> statements, QPagedPaintDe
     return pageCounts;
 }
 
-std::unique_ptr<QPdfWriter> archiveWriter(QIODevice& out, const QString& title)
+std::unique_ptr<QPdfWriter> archiveWriter(QIODevice& out, const QString& title, const QPageSize& paper)
 {
     auto writer = std::make_unique<QPdfWriter>(&out);
     writer->setPdfVersion(QPagedPaintDevice::PdfVersion_A1b);
     writer->setTitle(title);
     writer->setCreator(QStringLiteral("Calvarine"));
     writer->setResolution(300);
-    writer->setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(15, 15, 15, 12),
+    writer->setPageLayout(QPageLayout(paper, QPageLayout::Portrait, QMarginsF(15, 15, 15, 12),
         QPageLayout::Millimeter));
     return writer;
 }
 
-std::vector<int> renderPdf(std::span<const StatementData> statements, QIODevice& out, const QString& title)
+std::vector<int> renderPdf(std::span<const StatementData> statements, QIODevice& out, const QString& title, const QPageSize& paper)
 {
     if (statements.empty()) {
         return {};
     }
     // Drawn in parts on the threads, then joined and written once with the document's metadata.
-    const DrawnDocuments drawn = drawDocuments(statements);
+    const DrawnDocuments drawn = drawDocuments(statements, 64, 0, paper);
     PdfMetadata metadata{title, QString::fromStdString(statements.front().entity.name),
         statements.size() == 1 ? QStringLiteral("Duplicata d'un bordereau")
                                : QStringLiteral("Duplicata de %1 bordereaux").arg(statements.size())};

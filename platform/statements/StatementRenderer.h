@@ -15,6 +15,7 @@
 #include <span>
 #include <vector>
 
+#include <QPageSize>
 #include <QPainter>
 #include <QSizeF>
 
@@ -55,18 +56,19 @@ private:
     bool m_firstPage = true;
 };
 
-// A PDF writer set up for archive-grade statements: PDF/A-1b, A4 with the
-// statements' margins.
-std::unique_ptr<QPdfWriter> archiveWriter(QIODevice& out, const QString& title);
+// A PDF writer set up for archive-grade statements: PDF/A-1b, the paper (A4
+// for the files) with the statements' margins.
+std::unique_ptr<QPdfWriter> archiveWriter(QIODevice& out, const QString& title, const QPageSize& paper = QPageSize(QPageSize::A4));
 
 // Draws the statements on device with a StatementPrinter; gives the number of
 // pages of each statement. An empty span draws nothing.
 std::vector<int> render(std::span<const StatementData> statements, QPagedPaintDevice& device);
 
-// Writes the statements as one archive-grade PDF (PDF/A-1b, A4, title, author
-// and subject), drawn in parts on the render threads, to out, already open for writing; gives the number of pages of
-// each statement.
-std::vector<int> renderPdf(std::span<const StatementData> statements, QIODevice& out, const QString& title);
+// Writes the statements as one archive-grade PDF (PDF/A-1b, title, author and
+// subject) on paper, drawn in parts on the render threads, to out, already
+// open for writing; gives the number of pages of each statement.
+std::vector<int> renderPdf(std::span<const StatementData> statements, QIODevice& out, const QString& title,
+    const QPageSize& paper = QPageSize(QPageSize::A4));
 
 // Writes the statements as one PDF file at path, atomically: the file is either
 // the whole new document or what it was before. Throws std::runtime_error on

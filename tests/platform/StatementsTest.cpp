@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QPageLayout>
 #include <QPdfWriter>
+#include <QRegularExpression>
 
 #include "Format.h"
 #include "PdfArchive.h"
@@ -153,20 +154,27 @@ TEST_F(StatementRendering, SeveralStatementsStartOnTheirOwnPages)
     EXPECT_NE(text.find("DUPLICATA – Facture n° F999"), std::string::npos) << text;
 }
 
-TEST_F(StatementRendering, FontsAreEmbedded)
+TEST_F(StatementRendering, FontsAreEmbeddedSubsetsUnderNamesOfTheirOwn)
 {
-    const auto file = write({sample(1)});
+    // Seventy statements are drawn as two documents and joined: each font has
+    // a subset from each, which must not share a name.
+    const auto file = write(std::vector<StatementData>(70, sample(1)));
     QProcess process;
     process.start(QStringLiteral("pdffonts"), {QString::fromStdString(file.string())});
     ASSERT_TRUE(process.waitForFinished(30000));
     const auto lines = QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    ASSERT_GT(lines.size(), 2) << "no font listed";
+    ASSERT_EQ(lines.size(), 2 + 4) << "two fonts, two subsets each";
+    QStringList names;
     for (int i = 2; i < lines.size(); ++i) {
-        // Columns: name type encoding emb sub uni ...; "emb" is the first yes/no.
+        // Columns: name type encoding emb sub uni object; emb and sub are the first yes/no.
         const auto words = lines[i].split(QLatin1Char(' '), Qt::SkipEmptyParts);
         const auto emb = std::find_if(words.begin(), words.end(), [](const QString& w) { return w == "yes" || w == "no"; });
-        ASSERT_NE(emb, words.end()) << lines[i].toStdString();
+        ASSERT_LT(emb + 1, words.end()) << lines[i].toStdString();
         EXPECT_EQ(*emb, QStringLiteral("yes")) << lines[i].toStdString();
+        EXPECT_EQ(*(emb + 1), QStringLiteral("yes")) << "not named as a subset: " << lines[i].toStdString();
+        EXPECT_TRUE(QRegularExpression(QStringLiteral("^[A-Z]{6}\\+DejaVuSans")).match(words[0]).hasMatch()) << lines[i].toStdString();
+        EXPECT_FALSE(names.contains(words[0])) << "two subsets named " << words[0].toStdString();
+        names << words[0];
     }
 }
 

@@ -200,12 +200,18 @@ protected:
         return job;
     }
 
-    void expectRefused(const std::vector<std::string>& jobsBefore, const std::string& reason)
+    // A run that printed nothing: told in the operator's words (a warning; a
+    // cancel is information), never as a handler's error.
+    void expectRefused(const std::vector<std::string>& jobsBefore, const std::string& reason,
+        QMessageBox::Icon icon = QMessageBox::Warning)
     {
         ASSERT_FALSE(host->boxes.empty()) << "the failure reaches the operator";
         const std::string text = host->boxes.back().text;
         EXPECT_NE(text.find(reason), std::string::npos) << text;
-        EXPECT_EQ(host->boxes.back().icon, QMessageBox::Critical);
+        EXPECT_EQ(host->boxes.back().icon, icon) << text;
+        EXPECT_EQ(text.find("Erreur dans"), std::string::npos) << text;
+        EXPECT_EQ(text.find(".."), std::string::npos) << text;
+        EXPECT_NE(text.find("La sélection est gardée"), std::string::npos) << text;
         EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("Rien n'a été imprimé"))) << window->paperStatus().toStdString();
         // Nothing printed, nothing kept elsewhere, and the selection is still there to print again.
         EXPECT_EQ(jobs(), jobsBefore);
@@ -332,7 +338,7 @@ TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
     });
     printOnPaper();
     EXPECT_EQ(pages, 2) << "one page per statement";
-    expectRefused(before, "impression annulée");
+    expectRefused(before, "Impression annulée dans l'aperçu : rien n'a été imprimé.", QMessageBox::Information);
 
     answerDialog(QStringLiteral("ApercuAvantImpression"), [](QDialog& dialog) { dialog.accept(); });
     printOnPaper();
@@ -383,13 +389,15 @@ TEST_F(PaperTest, AJobNotTakenReachesTheOperatorWithTheReasonAndNothingIsLost)
     // The queue refuses jobs.
     cupsCommand(QStringLiteral("cupsreject"), {QStringLiteral("-r"), QStringLiteral("maintenance"), queue});
     printOnPaper();
-    expectRefused(before, "calvarine-pdf");
+    // IPP's status in French, the server's own words kept as the detail.
+    expectRefused(before, "l'imprimante calvarine-pdf a refusé le travail (création) : l'imprimante n'accepte pas de travaux pour le moment "
+                          "(réponse du serveur ");
     cupsCommand(QStringLiteral("cupsaccept"), {queue});
 
     // A chosen printer that is gone.
     window->printing().remember({"imprimante-partie", 1, false});
     printOnPaper();
-    expectRefused(before, "imprimante-partie n'existe pas");
+    expectRefused(before, "l'imprimante imprimante-partie n'existe pas : imprimante ou travail introuvable (réponse du serveur ");
     window->printing().remember({});
 
     // No printer at all.

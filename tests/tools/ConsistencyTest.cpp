@@ -25,10 +25,11 @@ TEST(ConsistencyTest, AStatementsKeyMustAgreeWithItsPeriodAndInvoice)
     consistency.finish();
     const auto found = whats(consistency);
     ASSERT_EQ(found.size(), 4u) << testing::PrintToString(found);
-    EXPECT_NE(found[0].find("a:2: statement key \"001P013202611F0000000001\" is not entity"), std::string::npos);
-    EXPECT_NE(found[1].find("a:3: statement \"001P013202611F78       \": its key names period 202611"), std::string::npos);
-    EXPECT_NE(found[2].find("a:4: statement \"001P013202611F79       \": its key names invoice \"F79\""), std::string::npos);
+    EXPECT_NE(found[0].find("a:2: la clé de bordereau \"001P013202611F0000000001\" a 24 caractères, pas 23"), std::string::npos);
+    EXPECT_NE(found[1].find("a:3: bordereau \"001P013202611F78       \" : sa clé dit la période 202611"), std::string::npos);
+    EXPECT_NE(found[2].find("a:4: bordereau \"001P013202611F79       \" : sa clé dit la facture \"F79\""), std::string::npos);
     EXPECT_NE(found[3].find("a:5:"), std::string::npos); // no attribute 3 at all
+    EXPECT_EQ(consistency.errors(), 4u);
 }
 
 TEST(ConsistencyTest, ReferencesAreAnsweredByLaterRecordsOrByTheDatabaseAskedOnce)
@@ -45,10 +46,34 @@ TEST(ConsistencyTest, ReferencesAreAnsweredByLaterRecordsOrByTheDatabaseAskedOnc
     consistency.record("ASSOCIATION", "003", {}, "b:5");
     consistency.finish();
     EXPECT_EQ(asked, (std::vector<std::string>{"ASSOCIATION 001", "ORGPRISECHARGE 012", "ASSOCIATION 002"}));
-    const auto found = whats(consistency);
-    ASSERT_EQ(found.size(), 2u) << testing::PrintToString(found);
-    EXPECT_EQ(found[0], "b:5: ASSOCIATION \"003\" has no record (no attribute)");
-    EXPECT_EQ(found[1], "b:3: entity 002 of activity \"002P01\" has no record in ASSOCIATION");
+    // In the order of the records, whenever each was found.
+    EXPECT_EQ(whats(consistency), (std::vector<std::string>{
+                                      "b:3: l'entité 002 de l'activité \"002P01\" n'a pas de fiche dans ASSOCIATION",
+                                      "b:5: la fiche \"003\" de ASSOCIATION est vide (aucun attribut)",
+                                  }));
+}
+
+TEST(ConsistencyTest, AnOrganisationWithoutARecordIsOneNoticeInItsPlace)
+{
+    Consistency consistency([](const std::string&, const std::string&) { return false; });
+    consistency.record("ASSOCIATION", "001", {"AIDE"}, "c:1");
+    consistency.record("ARCHIVEBORDCAISSE", "001P077202611F1        ", {"202611", "X", "F1"}, "c:2");
+    consistency.unreadable("c:3", "pas du JSON");
+    consistency.record("ARCHIVEBORDCAISSE", "001P077202611F2        ", {"202611", "X", "F2"}, "c:4");
+    consistency.record("ARCHIVEBORDCAISSE", "001P078202611F3        ", {"202611", "Y", "F3"}, "c:5");
+    consistency.record("ARCHIVEBORDCAISSE", "001P012202611F4        ", {"202611", "Y", "F4"}, "c:6");
+    consistency.record("ORGPRISECHARGE", "012", {"CAISSE"}, "c:7");
+    consistency.finish();
+    EXPECT_EQ(whats(consistency), (std::vector<std::string>{
+                                      "c:2: l'organisme 077 n'a pas de fiche dans ORGPRISECHARGE : 2 bordereaux le nomment, "
+                                      "dont \"001P077202611F1        \" (ils sont réédités sous son code)",
+                                      "c:3: pas du JSON",
+                                      "c:5: l'organisme 078 n'a pas de fiche dans ORGPRISECHARGE : le bordereau "
+                                      "\"001P078202611F3        \" le nomme (il est réédité sous son code)",
+                                  }));
+    EXPECT_EQ(consistency.errors(), 1u);
+    EXPECT_EQ(consistency.notices(), 2u);
+    EXPECT_TRUE(consistency.problems()[1].unreadable);
 }
 
 } // namespace

@@ -26,11 +26,11 @@ using nlohmann::json;
 const std::string& text(const json& value, std::string_view what)
 {
     if (!value.is_string()) {
-        bad(std::string(what) + " must be a string");
+        bad(std::string(what) + " doit être une chaîne");
     }
     const auto& string = value.get_ref<const std::string&>();
     if (string.find_first_of("\xFE\xFD\xFC") != std::string::npos) {
-        bad(std::string(what) + " holds a mark byte");
+        bad(std::string(what) + " contient un octet séparateur (FC, FD ou FE)");
     }
     return string;
 }
@@ -41,7 +41,7 @@ std::string joinParts(const json& value, char mark, std::string_view what, const
         return text(value, what);
     }
     if (!value.is_array()) {
-        bad(std::string(what) + " must be a string or an array");
+        bad(std::string(what) + " doit être une chaîne ou un tableau");
     }
     std::string out;
     for (std::size_t i = 0; i < value.size(); ++i) {
@@ -55,8 +55,8 @@ std::string joinParts(const json& value, char mark, std::string_view what, const
 
 std::string attributeText(const json& value)
 {
-    return joinParts(value, DbaDynArray::kValueMark, "an attribute", [](const json& v) {
-        return joinParts(v, DbaDynArray::kSubvalueMark, "a value", [](const json& s) { return text(s, "a subvalue"); });
+    return joinParts(value, DbaDynArray::kValueMark, "un attribut", [](const json& v) {
+        return joinParts(v, DbaDynArray::kSubvalueMark, "une valeur", [](const json& s) { return text(s, "une sous-valeur"); });
     });
 }
 
@@ -64,7 +64,7 @@ const json& field(const json& line, const char* name)
 {
     const auto found = line.find(name);
     if (found == line.end()) {
-        bad(std::string("missing field \"") + name + "\"");
+        bad(std::string("il manque le champ \"") + name + "\"");
     }
     return *found;
 }
@@ -73,7 +73,7 @@ void onlyFields(const json& line, std::initializer_list<std::string_view> allowe
 {
     for (const auto& item : line.items()) {
         if (std::find(allowed.begin(), allowed.end(), item.key()) == allowed.end()) {
-            bad("unknown field \"" + item.key() + "\"");
+            bad("champ \"" + item.key() + "\" inconnu");
         }
     }
 }
@@ -81,7 +81,7 @@ void onlyFields(const json& line, std::initializer_list<std::string_view> allowe
 void applyLine(Store& store, const json& line)
 {
     if (!line.is_object()) {
-        bad("a line must be a JSON object");
+        bad("une ligne doit être un objet JSON");
     }
     if (line.contains("dict")) {
         onlyFields(line, {"dict", "name", "attr", "justify"});
@@ -89,13 +89,13 @@ void applyLine(Store& store, const json& line)
         const auto& name = text(field(line, "name"), "\"name\"");
         const auto& attr = field(line, "attr");
         if (!attr.is_number_integer() || attr.get<long long>() < 0 || attr.get<long long>() > 32767) {
-            bad("\"attr\" must be an attribute number from 0 to 32767");
+            bad("\"attr\" doit être un numéro d'attribut de 0 à 32767");
         }
         auto justify = Justify::Left;
         if (line.contains("justify")) {
             const auto& j = text(field(line, "justify"), "\"justify\"");
             if (j != "L" && j != "R") {
-                bad("\"justify\" must be \"L\" or \"R\"");
+                bad("\"justify\" vaut \"L\" ou \"R\"");
             }
             justify = j == "R" ? Justify::Right : Justify::Left;
         }
@@ -103,29 +103,29 @@ void applyLine(Store& store, const json& line)
         return;
     }
     if (!line.contains("file")) {
-        bad("a line needs \"file\" or \"dict\"");
+        bad("une ligne a besoin de \"file\" ou de \"dict\"");
     }
     onlyFields(line, {"file", "key", "record", "attrs"});
     const auto& file = text(field(line, "file"), "\"file\"");
     if (!line.contains("key")) {
         if (line.contains("record") || line.contains("attrs")) {
-            bad("\"record\" and \"attrs\" need a \"key\"");
+            bad("\"record\" et \"attrs\" demandent une \"key\"");
         }
         store.createFile(file);
         return;
     }
     const auto& key = text(field(line, "key"), "\"key\"");
     if (line.contains("record") && line.contains("attrs")) {
-        bad("a line holds \"record\" or \"attrs\", not both");
+        bad("une ligne porte \"record\" ou \"attrs\", pas les deux");
     }
     DbaDynArray record;
     if (line.contains("record")) {
         const auto& attributes = field(line, "record");
         if (!attributes.is_array()) {
-            bad("\"record\" must be an array of attributes");
+            bad("\"record\" doit être un tableau d'attributs");
         }
         if (attributes.size() > 32767) {
-            bad("\"record\" holds more than 32767 attributes");
+            bad("\"record\" a plus de 32767 attributs");
         }
         std::string whole;
         for (std::size_t i = 0; i < attributes.size(); ++i) {
@@ -138,14 +138,14 @@ void applyLine(Store& store, const json& line)
     } else if (line.contains("attrs")) {
         const auto& attributes = field(line, "attrs");
         if (!attributes.is_object()) {
-            bad("\"attrs\" must be an object of attribute numbers");
+            bad("\"attrs\" doit être un objet de numéros d'attributs");
         }
         for (const auto& item : attributes.items()) {
             const auto& number = item.key();
             int n = 0;
             const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), n);
             if (error != std::errc() || end != number.data() + number.size() || n < 1 || n > 32767) {
-                bad("\"" + number + "\" is not an attribute number from 1 to 32767");
+                bad("\"" + number + "\" n'est pas un numéro d'attribut de 1 à 32767");
             }
             record.setAttribute(static_cast<std::int16_t>(n), attributeText(item.value()));
         }
@@ -206,8 +206,10 @@ void importJsonLines(Store& store, std::istream& in, std::string_view source)
             } catch (const json::exception& error) {
                 throw DbaError(DbaError::Kind::BadData, std::string(source) + ":" + std::to_string(number), error.what());
             } catch (const DbaError& error) {
+                // A fixture's own fault is said as it is; the store's with what it was doing.
                 throw DbaError(error.kind() == DbaError::Kind::Storage ? error.kind() : DbaError::Kind::BadData,
-                    std::string(source) + ":" + std::to_string(number), error.what());
+                    std::string(source) + ":" + std::to_string(number),
+                    error.context() == "fixture" ? error.detail() : error.context() + ": " + error.detail());
             }
         }
         // A read error ends getline as the end of the input would: never commit
