@@ -330,7 +330,7 @@ std::optional<QPoint> WidgetGestures::freePlace(QWidget& w) const
         QWidget* viewport = list->viewport();
         for (int y = viewport->height() - 2; y > 0; y -= 4) {
             if (!list->indexAt(QPoint(4, y)).isValid()) {
-                return viewport->mapTo(&w, QPoint(4, y));
+                return QPoint(4, y);
             }
         }
         return std::nullopt;
@@ -361,7 +361,6 @@ void WidgetGestures::mouseDown(Control& control, std::int16_t button)
         at = *place;
         if (auto* list = qobject_cast<QListView*>(w)) {
             receiver = list->viewport();
-            at = w->mapTo(receiver, at);
         }
     }
     QTest::mousePress(receiver, qtButton(button), {}, at);
@@ -386,7 +385,7 @@ void WidgetGestures::drag(Control& source, std::int16_t row, Control& target)
         if (row >= 0 && list->model()) {
             at = rowCentre(*list, row);
         } else if (const auto place = freePlace(*list)) {
-            at = list->mapTo(receiver, *place);
+            at = *place;
         } else {
             throw std::runtime_error(source.name() + " has no free place to press on");
         }

@@ -69,7 +69,8 @@ private:
     void typeCode(std::int16_t code);
     QPoint rowCentre(QListView& list, int row) const;
     // A place on w that no child covers (the background of a frame or of the
-    // screen, the empty part of a list); null when there is none.
+    // screen), or the empty part of a list, on the list's viewport, which takes
+    // the mouse; null when there is none.
     std::optional<QPoint> freePlace(QWidget& w) const;
     void deliverDrop(QDrag& drag);
     void settle();
