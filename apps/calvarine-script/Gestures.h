@@ -62,6 +62,10 @@ protected:
 private:
     // Focus moves to a control that takes it, as the operator's action does.
     void takeFocus(Control& control);
+    // The focus moves to control before keys are given to it; the control the
+    // keys then go to (the one that kept the focus, if a LostFocus handler put
+    // it back there; none if nothing has it).
+    Control* keysGoTo(Control& control);
 };
 
 // The operator's actions as real input events on the widgets of the Qt view,

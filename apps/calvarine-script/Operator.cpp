@@ -257,28 +257,43 @@ void Gestures::focus(Control* control)
     m_screen.moveFocus(control);
 }
 
+Control* Gestures::keysGoTo(Control& control)
+{
+    if (!takesFocus(control)) {
+        return &control;
+    }
+    takeFocus(control);
+    // A LostFocus handler that set the focus back keeps it: the keys go to the
+    // control that has it, as the window sends them.
+    return m_screen.focus();
+}
+
 void Gestures::type(Control& control, char32_t code)
 {
-    takeFocus(control);
-    control.operatorKey(static_cast<std::int16_t>(code));
+    if (Control* target = keysGoTo(control)) {
+        target->operatorKey(static_cast<std::int16_t>(code));
+    }
 }
 
 void Gestures::key(Control& control, std::int16_t code)
 {
-    takeFocus(control);
-    control.operatorKey(code);
+    if (Control* target = keysGoTo(control)) {
+        target->operatorKey(code);
+    }
 }
 
 void Gestures::selectAll(Control& control)
 {
-    takeFocus(control);
-    control.operatorSelectAll();
+    if (Control* target = keysGoTo(control)) {
+        target->operatorSelectAll();
+    }
 }
 
 void Gestures::paste(Control& control, const std::string& text)
 {
-    takeFocus(control);
-    control.operatorPaste(text);
+    if (Control* target = keysGoTo(control)) {
+        target->operatorPaste(text);
+    }
 }
 
 void Gestures::pick(Control& combo, std::int16_t index)

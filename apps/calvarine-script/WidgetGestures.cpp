@@ -351,6 +351,12 @@ void WidgetGestures::mouseDown(Control& control, std::int16_t button)
     if (!w) {
         return;
     }
+    // As every action on a control that takes the focus, the focus first.
+    const ControlKind kind = control.kind();
+    if (kind == ControlKind::TextBox || kind == ControlKind::ComboBox || kind == ControlKind::ListBox
+        || kind == ControlKind::CommandButton || kind == ControlKind::OptionButton) {
+        focusForKeys(control);
+    }
     QWidget* receiver = w;
     QPoint at = w->rect().center();
     if (control.kind() == ControlKind::UserControl || control.kind() == ControlKind::Frame || control.kind() == ControlKind::ListBox) {
@@ -365,6 +371,10 @@ void WidgetGestures::mouseDown(Control& control, std::int16_t button)
     }
     QTest::mousePress(receiver, qtButton(button), {}, at);
     QTest::mouseRelease(receiver, qtButton(button), {}, at);
+    // A drop-down list that the press opened is closed again, the focus stays.
+    if (auto* combo = qobject_cast<QComboBox*>(w); combo && combo->view()->isVisible()) {
+        QTest::keyClick(combo->view(), Qt::Key_Escape);
+    }
     settle();
 }
 

@@ -70,6 +70,11 @@ void ScreenModel::moveFocus(Control* target)
         return;
     }
     const auto movesBefore = m_focusMoves;
+    // A text's selection ends when the focus leaves it, before its LostFocus
+    // runs, even if that handler brings the focus back.
+    if (previous) {
+        previous->operatorDeselect();
+    }
     if (previous && previous->handles(Event::LostFocus)) {
         previous->raise(Event::LostFocus);
     }
@@ -145,6 +150,7 @@ void ScreenModel::passFocusIfLost()
             next = &candidate;
         }
     }
+    m_focus->operatorDeselect();
     m_focus = next;
     ++m_focusMoves;
     for (auto* observer : m_observers) {
