@@ -45,7 +45,9 @@ constexpr const char* kUsage =
 // grab the keyboard); that is no news for a scenario.
 void quietPlatform(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
-    if (type == QtWarningMsg && message.startsWith(QLatin1String("This plugin does not support"))) {
+    // Nor is a key that the focused widget leaves alone (a letter on a list).
+    if (type == QtWarningMsg
+        && (message.startsWith(QLatin1String("This plugin does not support")) || message == QLatin1String("Keyboard event not accepted by receiving widget"))) {
         return;
     }
     std::cerr << qPrintable(qFormatLogMessage(type, context, message)) << '\n';

@@ -86,6 +86,10 @@ void ScreenModel::moveFocus(Control* target)
     for (auto* observer : m_observers) {
         observer->focusChanged(target);
     }
+    // The handler may have disabled or hidden the control the focus went to
+    // (the entity's LostFocus closes the period until an activity is chosen):
+    // it passes on as from any control that can no longer hold it.
+    passFocusIfLost();
 }
 
 namespace {
