@@ -24,7 +24,8 @@ public:
     Gestures& operator=(const Gestures&) = delete;
 
     // Whether the operator can reach the control now.
-    virtual bool canReach(const Control& control) const { return m_screen.canReach(control); }
+    // A menu entry only while the pop-up that shows it is open.
+    virtual bool canReach(const Control& control) const;
     virtual bool popupOpen() const;
     virtual void closePopup();
 

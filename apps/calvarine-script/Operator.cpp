@@ -235,6 +235,14 @@ void Session::menu(LineReader& r)
 
 // ---- On the model ---------------------------------------------------------------
 
+bool Gestures::canReach(const Control& control) const
+{
+    if (control.kind() == ControlKind::MenuEntry && (!control.container() || control.container() != m_host.openPopup())) {
+        return false;
+    }
+    return m_screen.canReach(control);
+}
+
 bool Gestures::popupOpen() const
 {
     return m_host.popupOpen();

@@ -24,7 +24,7 @@ void ScriptHost::beep()
 void ScriptHost::popupMenu(Control& menu)
 {
     m_events->push("POPUP " + menu.name());
-    m_popupOpen = true;
+    m_popup = &menu;
     if (m_showPopup) {
         m_showPopup(menu);
     }

@@ -30,15 +30,17 @@ public:
     // A window that shows the pop-up menus for real, after the event is queued.
     void setPopupShower(std::function<void(Control&)> show) { m_showPopup = std::move(show); }
 
-    bool popupOpen() const noexcept { return m_popupOpen; }
-    void closePopup() noexcept { m_popupOpen = false; }
+    bool popupOpen() const noexcept { return m_popup != nullptr; }
+    // The menu whose entries the open pop-up shows; null when none is open.
+    const Control* openPopup() const noexcept { return m_popup; }
+    void closePopup() noexcept { m_popup = nullptr; }
     // True once after the control asked for its form to be unloaded.
     bool takeUnloadRequest() noexcept;
 
 private:
     std::shared_ptr<EventLog> m_events;
     std::function<void(Control&)> m_showPopup;
-    bool m_popupOpen = false;
+    const Control* m_popup = nullptr;
     bool m_unloadRequested = false;
 };
 

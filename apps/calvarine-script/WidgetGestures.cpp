@@ -351,12 +351,7 @@ void WidgetGestures::mouseDown(Control& control, std::int16_t button)
     if (!w) {
         return;
     }
-    // As every action on a control that takes the focus, the focus first.
-    const ControlKind kind = control.kind();
-    if (kind == ControlKind::TextBox || kind == ControlKind::ComboBox || kind == ControlKind::ListBox
-        || kind == ControlKind::CommandButton || kind == ControlKind::OptionButton) {
-        focusForKeys(control);
-    }
+    // The press itself moves the focus to a control that takes it.
     QWidget* receiver = w;
     QPoint at = w->rect().center();
     if (control.kind() == ControlKind::UserControl || control.kind() == ControlKind::Frame || control.kind() == ControlKind::ListBox) {
