@@ -307,24 +307,36 @@ void Gestures::paste(Control& control, const std::string& text)
 void Gestures::pick(Control& combo, std::int16_t index)
 {
     takeFocus(combo);
+    if (!m_screen.canReach(combo)) {
+        return; // the focus move closed it: the press finds it disabled
+    }
     m_screen.operatorPick(combo, index);
 }
 
 void Gestures::click(Control& control)
 {
     takeFocus(control);
+    if (!m_screen.canReach(control)) {
+        return; // the focus move closed it: the press finds it disabled
+    }
     m_screen.operatorClick(control);
 }
 
 void Gestures::clickList(Control& list, std::int16_t index)
 {
     takeFocus(list);
+    if (!m_screen.canReach(list)) {
+        return; // the focus move closed it: the press finds it disabled
+    }
     m_screen.operatorClickList(list, index);
 }
 
 void Gestures::dblClickList(Control& list, std::int16_t index)
 {
     takeFocus(list);
+    if (!m_screen.canReach(list)) {
+        return; // the focus move closed it: the press finds it disabled
+    }
     m_screen.operatorDblClickList(list, index);
 }
 

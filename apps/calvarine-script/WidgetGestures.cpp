@@ -268,6 +268,12 @@ void WidgetGestures::pick(Control& combo, std::int16_t index)
             QTest::mouseClick(box, Qt::LeftButton);
         }
     }
+    if (!box->view()->isVisible()) {
+        // The focus move closed the combo (a LostFocus handler disabled it):
+        // its list never opened, there is nothing to pick from.
+        settle();
+        return;
+    }
     // In the open list: to the first entry, down to the one wanted, Enter.
     QAbstractItemView* list = box->view();
     QTest::keyClick(list, Qt::Key_Home);
@@ -365,7 +371,9 @@ void WidgetGestures::mouseDown(Control& control, std::int16_t button)
         }
     }
     QTest::mousePress(receiver, qtButton(button), {}, at);
-    QTest::mouseRelease(receiver, qtButton(button), {}, at);
+    // A press is no click: the button is released off a button or an option.
+    const bool clickable = control.kind() == ControlKind::CommandButton || control.kind() == ControlKind::OptionButton;
+    QTest::mouseRelease(receiver, qtButton(button), {}, clickable ? QPoint(-4, -4) : at);
     // A drop-down list that the press opened is closed again, the focus stays.
     if (auto* combo = qobject_cast<QComboBox*>(w); combo && combo->view()->isVisible()) {
         QTest::keyClick(combo->view(), Qt::Key_Escape);
