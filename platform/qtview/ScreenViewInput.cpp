@@ -465,9 +465,20 @@ bool ScreenView::editKey(Entry& entry, QKeyEvent& event)
     if (!m_screen.canReach(control)) {
         return true;
     }
+    // The edit shows the model's selection after each key: a replacement that
+    // leaves the text as it was must not leave the old selection standing.
+    const auto syncSelection = [&] {
+        if (control.allSelected()) {
+            edit.selectAll();
+        } else if (edit.hasSelectedText()) {
+            edit.deselect();
+            edit.setCursorPosition(static_cast<int>(edit.text().size()));
+        }
+    };
     if (event.matches(QKeySequence::Paste)) {
         control.operatorPaste(QApplication::clipboard()->text().toStdString());
         syncText(entry);
+        syncSelection();
         return true;
     }
     if (event.matches(QKeySequence::SelectAll)) {
@@ -483,6 +494,7 @@ bool ScreenView::editKey(Entry& entry, QKeyEvent& event)
         }
         control.operatorKey(code);
         syncText(entry);
+        syncSelection();
     }
     return true;
 }

@@ -188,6 +188,12 @@ void ScreenView::listCleared(const Control& control)
 void ScreenView::focusChanged(const Control* focus)
 {
     if (!focus) {
+        // The focus left the screen's controls; one the view gave back while a
+        // LostFocus handler ran (the wait state) must leave too.
+        if (QWidget* now = QApplication::focusWidget(); now && isAncestorOf(now)) {
+            ScopedFlag mirroring(m_mirroring);
+            now->clearFocus();
+        }
         return;
     }
     if (Entry* entry = entryOf(*focus); entry && entry->widget && !entry->widget->hasFocus() && entry->widget->isEnabled()) {

@@ -174,6 +174,9 @@ void ScreenModel::drop(Control& target)
 void ScreenModel::operatorMouseDown(Control& control, std::int16_t button)
 {
     m_dragSource = nullptr;
+    if (button == 1) {
+        control.operatorDeselect(); // a left press in a text places the caret
+    }
     EventArgs args;
     args.button = button;
     control.raise(Event::MouseDown, args);
@@ -280,6 +283,9 @@ void ScreenModel::operatorDrag(Control& source, std::int16_t row, Control& targe
 
 void ScreenModel::operatorPick(Control& combo, std::int16_t index)
 {
+    // The entry picked is written into the edit anew, even the same one: a
+    // selection there ends.
+    combo.operatorDeselect();
     combo.setListIndex(index);
 }
 
