@@ -147,8 +147,7 @@ std::vector<std::string> drawPrelude(Random& random)
     return lines;
 }
 
-// One pass over a story: the readings after each line. A story whose lines
-// are drawn as it goes is given the random source and the number of steps.
+// One pass over a story: the readings after each line.
 struct Pass {
     std::vector<Readings> readings;
 };
@@ -165,11 +164,13 @@ private:
         std::vector<std::pair<std::string, std::pair<std::string, std::string>>> readings; // subject: headless, window
     };
 
+    // Plays the lines; with a random source, then draws steps more, each from
+    // the state the last one left, and adds them to lines.
     Pass play(std::vector<std::string>& lines, bool widgets, Random* draw = nullptr, int steps = 0);
     std::optional<Divergence> compare(std::vector<std::string> lines);
     static std::optional<Divergence> firstDivergence(const Pass& headless, const Pass& window);
     std::vector<std::string> shorten(std::vector<std::string> lines, std::size_t prelude, Divergence& found);
-    std::string scenario(const std::vector<std::string>& lines, const Pass& headless, const Divergence& found, const std::string& origin) const;
+    static std::string scenario(const std::vector<std::string>& lines, const Divergence& found, const std::string& origin);
 
     const ExploreOptions& m_options;
     std::ostream& m_out;
@@ -266,7 +267,7 @@ std::vector<std::string> Explorer::shorten(std::vector<std::string> lines, std::
     return lines;
 }
 
-std::string Explorer::scenario(const std::vector<std::string>& lines, const Pass& headless, const Divergence& found, const std::string& origin) const
+std::string Explorer::scenario(const std::vector<std::string>& lines, const Divergence& found, const std::string& origin)
 {
     std::ostringstream s;
     s << "# " << origin << ": the window differs from the headless host after the last step.\n";
@@ -291,7 +292,6 @@ std::string Explorer::scenario(const std::vector<std::string>& lines, const Pass
             s << "expect " << subject << " = " << expected << '\n';
         }
     }
-    (void)headless;
     return s.str();
 }
 
@@ -322,10 +322,8 @@ int Explorer::run()
             m_out << "  " << subject << ": headless " << values.first << ", window " << values.second << '\n';
         }
         std::vector<std::string> shortest = shorten(lines, prelude, *found);
-        std::vector<std::string> replay = shortest;
-        const Pass shortHeadless = play(replay, false);
         const std::string origin = "calvarine-script --explore, seed " + std::to_string(storySeed);
-        const std::string text = scenario(shortest, shortHeadless, *found, origin);
+        const std::string text = scenario(shortest, *found, origin);
         m_out << "  shortest scenario (" << shortest.size() << " lines):\n" << text;
         if (m_options.keep) {
             std::filesystem::create_directories(*m_options.keep);
@@ -337,7 +335,7 @@ int Explorer::run()
                     line = "fixture " + std::filesystem::relative(m_options.folder / line.substr(8), *m_options.keep).generic_string();
                 }
             }
-            std::ofstream(path) << scenario(kept, shortHeadless, *found, origin);
+            std::ofstream(path) << scenario(kept, *found, origin);
             m_out << "  written to " << path.string() << '\n';
         }
     }
