@@ -349,7 +349,9 @@ void Gestures::drag(Control& source, std::int16_t row, Control& target)
 void Gestures::mouseDown(Control& control, std::int16_t button)
 {
     takeFocus(control);
-    m_screen.operatorMouseDown(control, button);
+    // The focus move may have closed the control (a LostFocus handler): the
+    // press then reaches what holds it, as in the window.
+    m_screen.operatorMouseDown(m_screen.receiverOfPress(control), button);
 }
 
 void Gestures::menu(Control& entry)

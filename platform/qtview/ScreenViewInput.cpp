@@ -194,17 +194,6 @@ void ScreenView::focusMoved(QWidget* now)
     }
 }
 
-Control* ScreenView::receiverOfPress(Control* control) const
-{
-    // A control that cannot take the mouse leaves the press to what holds it.
-    for (Control* c = control; c; c = c->container()) {
-        if (c->enabled() && c->visible()) {
-            return c;
-        }
-    }
-    return &m_screen.userControl();
-}
-
 bool ScreenView::event(QEvent* event)
 {
     if ((event->type() == QEvent::MouseButtonPress || event->type() == QEvent::MouseButtonDblClick) && m_screen.userControlEnabled()) {
@@ -326,7 +315,7 @@ bool ScreenView::mousePress(Entry* entry, QObject* watched, QMouseEvent& event)
     if (!m_screen.userControlEnabled()) {
         return true;
     }
-    Control* target = receiverOfPress(entry->control);
+    Control* target = &m_screen.receiverOfPress(*entry->control);
     if (target != entry->control) {
         m_screen.operatorMouseDown(*target, buttonNumber(event.button()));
         return true;

@@ -118,6 +118,16 @@ bool ScreenModel::canReach(const Control& control) const
     return control.kind() == ControlKind::UserControl || standsOpen(control);
 }
 
+Control& ScreenModel::receiverOfPress(Control& control)
+{
+    for (Control* c = &control; c; c = c->container()) {
+        if (c->enabled() && c->visible()) {
+            return *c;
+        }
+    }
+    return *m_userControl;
+}
+
 bool ScreenModel::isTabStop(const Control& control) const
 {
     switch (control.kind()) {
@@ -127,14 +137,17 @@ bool ScreenModel::isTabStop(const Control& control) const
     case ControlKind::CommandButton:
         return standsOpen(control);
     case ControlKind::OptionButton:
-        // A group is entered at its set option, or at any when none is set.
-        return standsOpen(control)
-            && (control.value() || std::none_of(m_controls.begin(), m_controls.end(), [&](const auto& other) {
-                   return other->kind() == ControlKind::OptionButton && other->container() == control.container() && other->value();
-               }));
+        return standsOpen(control) && tabEntersAt(control);
     default:
         return false;
     }
+}
+
+bool ScreenModel::tabEntersAt(const Control& option) const
+{
+    return option.value() || std::none_of(m_controls.begin(), m_controls.end(), [&](const auto& other) {
+        return other->kind() == ControlKind::OptionButton && other->container() == option.container() && other->value();
+    });
 }
 
 void ScreenModel::passFocusIfLost()
