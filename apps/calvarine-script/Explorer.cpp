@@ -53,7 +53,10 @@ private:
     std::uint64_t m_state;
 };
 
-constexpr std::array<const char*, 4> kFixtures{"data/statements.jsonl", "data/statements.jsonl", "data/one_entity.jsonl", "data/empty.jsonl"};
+// large.jsonl is demo data (calvarine-db demo --statements 200 --big-scope 120
+// --seed 3, exported): lists longer than the list boxes show.
+constexpr std::array<const char*, 5> kFixtures{"data/statements.jsonl", "data/statements.jsonl", "data/one_entity.jsonl", "data/empty.jsonl",
+    "data/large.jsonl"};
 constexpr std::array<const char*, 5> kTextControls{"Txt_Entite", "Txt_Entite", "Txt_Tri", "Cbo_Entite", "Cbo_Tri"};
 constexpr std::array<const char*, 3> kCombos{"Cbo_Entite", "Cbo_Periode", "Cbo_Tri"};
 constexpr std::array<const char*, 4> kLists{"Lst_OrgaPos", "Lst_OrgaSel", "Lst_OrgaPos", "Lst_OrgaSel"};

@@ -334,12 +334,21 @@ std::optional<QPoint> WidgetGestures::freePlace(QWidget& w) const
 {
     if (auto* list = qobject_cast<QListView*>(&w)) {
         QWidget* viewport = list->viewport();
-        for (int y = viewport->height() - 2; y > 0; y -= 4) {
-            if (!list->indexAt(QPoint(4, y)).isValid()) {
-                return QPoint(4, y);
+        const auto below = [&]() -> std::optional<QPoint> {
+            for (int y = viewport->height() - 1; y > 0; --y) {
+                if (!list->indexAt(QPoint(4, y)).isValid()) {
+                    return QPoint(4, y);
+                }
             }
+            return std::nullopt;
+        };
+        if (const auto place = below()) {
+            return place;
         }
-        return std::nullopt;
+        // A list longer than it shows: the operator scrolls to its end, where
+        // the last line leaves a strip of the list free.
+        list->scrollToBottom();
+        return below();
     }
     for (int y = w.height() - 3; y > 2; y -= 5) {
         for (int x = 3; x < w.width() - 2; x += 5) {
