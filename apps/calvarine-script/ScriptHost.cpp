@@ -13,7 +13,7 @@ ScriptHost::ScriptHost(std::shared_ptr<EventLog> events)
 
 void ScriptHost::msgBox(const std::string& text, int style, const std::string& title)
 {
-    m_events->push("MSGBOX " + std::to_string(style) + " \"" + title + "\" \"" + text + "\"");
+    m_events->push(m_showMessage ? m_showMessage(text, style, title) : "MSGBOX " + std::to_string(style) + " \"" + title + "\" \"" + text + "\"");
 }
 
 void ScriptHost::beep()

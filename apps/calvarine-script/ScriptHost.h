@@ -29,6 +29,10 @@ public:
 
     // A window that shows the pop-up menus for real, after the event is queued.
     void setPopupShower(std::function<void(Control&)> show) { m_showPopup = std::move(show); }
+    // A window that shows each message box for real, answers it with OK and
+    // gives the event line as read from the dialog.
+    using MessageShower = std::function<std::string(const std::string& text, int style, const std::string& title)>;
+    void setMessageShower(MessageShower show) { m_showMessage = std::move(show); }
 
     bool popupOpen() const noexcept { return m_popup != nullptr; }
     // The menu whose entries the open pop-up shows; null when none is open.
@@ -40,6 +44,7 @@ public:
 private:
     std::shared_ptr<EventLog> m_events;
     std::function<void(Control&)> m_showPopup;
+    MessageShower m_showMessage;
     const Control* m_popup = nullptr;
     bool m_unloadRequested = false;
 };

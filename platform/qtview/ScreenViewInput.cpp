@@ -177,7 +177,10 @@ void ScreenView::focusMoved(QWidget* now)
     } else {
         m_focusMark->follow(nullptr);
     }
-    if (m_mirroring || !now) {
+    // In the wait state the operator moves no focus: what moves it then (the
+    // view disabled, a message box closing) is the toolkit, and the focus comes
+    // back where the model has it when the state ends.
+    if (m_mirroring || !now || !m_screen.userControlEnabled()) {
         return;
     }
     if (!isAncestorOf(now)) {
