@@ -343,6 +343,12 @@ void Gestures::dblClickList(Control& list, std::int16_t index)
 void Gestures::drag(Control& source, std::int16_t row, Control& target)
 {
     takeFocus(source);
+    if (Control& pressed = m_screen.receiverOfPress(source); &pressed != &source) {
+        // The focus move closed the source: the press reaches what holds it,
+        // and no drag begins.
+        m_screen.operatorMouseDown(pressed, 1);
+        return;
+    }
     m_screen.operatorDrag(source, row, target);
 }
 

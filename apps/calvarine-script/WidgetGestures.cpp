@@ -22,6 +22,7 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QMouseEvent>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTest>
@@ -488,7 +489,12 @@ void WidgetGestures::drag(Control& source, std::int16_t row, Control& target)
     QTest::mousePress(receiver, Qt::LeftButton, {}, at);
     // Past the drag distance; a drag armed by the press begins here and the
     // drop runs where the mouse is released.
-    QTest::mouseMove(receiver, at + QPoint(QApplication::startDragDistance() + 2, 0));
+    // The move goes to the pressed widget with the button held, as the window
+    // system sends it there, also when code run by the press (a wait state)
+    // cost the widget the toolkit's grab of the mouse.
+    const QPoint moved = at + QPoint(QApplication::startDragDistance() + 2, 0);
+    QMouseEvent move(QEvent::MouseMove, QPointF(moved), QPointF(receiver->mapToGlobal(moved)), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(receiver, &move);
     // The button is released over the target; the pressed widget holds the mouse.
     const QPoint over = to->mapTo(m_window.get(), to->rect().center());
     QTest::mouseRelease(receiver, Qt::LeftButton, {}, receiver->mapFrom(m_window.get(), over));
