@@ -333,9 +333,13 @@ void Gestures::clickList(Control& list, std::int16_t index)
 
 void Gestures::dblClickList(Control& list, std::int16_t index)
 {
-    takeFocus(list);
-    if (!m_screen.canReach(list)) {
-        return; // the focus move closed it: the press finds it disabled
+    // Two presses, each moving the focus: a LostFocus handler that put it back
+    // after the first press does not keep it from the second.
+    for (int press = 0; press < 2; ++press) {
+        takeFocus(list);
+        if (!m_screen.canReach(list)) {
+            return; // the focus move closed it: the press finds it disabled
+        }
     }
     m_screen.operatorDblClickList(list, index);
 }
