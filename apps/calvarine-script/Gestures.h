@@ -24,7 +24,8 @@ public:
     Gestures& operator=(const Gestures&) = delete;
 
     // Whether the operator can reach the control now.
-    virtual bool canReach(const Control& control) const { return m_screen.canReach(control); }
+    // A menu entry only while the pop-up that shows it is open.
+    virtual bool canReach(const Control& control) const;
     virtual bool popupOpen() const;
     virtual void closePopup();
 
@@ -62,6 +63,10 @@ protected:
 private:
     // Focus moves to a control that takes it, as the operator's action does.
     void takeFocus(Control& control);
+    // The focus moves to control before keys are given to it; the control the
+    // keys then go to (the one that kept the focus, if a LostFocus handler put
+    // it back there; none if nothing has it).
+    Control* keysGoTo(Control& control);
 };
 
 // The operator's actions as real input events on the widgets of the Qt view,

@@ -235,6 +235,14 @@ void Session::menu(LineReader& r)
 
 // ---- On the model ---------------------------------------------------------------
 
+bool Gestures::canReach(const Control& control) const
+{
+    if (control.kind() == ControlKind::MenuEntry && (!control.container() || control.container() != m_host.openPopup())) {
+        return false;
+    }
+    return m_screen.canReach(control);
+}
+
 bool Gestures::popupOpen() const
 {
     return m_host.popupOpen();
@@ -257,64 +265,103 @@ void Gestures::focus(Control* control)
     m_screen.moveFocus(control);
 }
 
+Control* Gestures::keysGoTo(Control& control)
+{
+    if (!takesFocus(control)) {
+        return &control;
+    }
+    takeFocus(control);
+    // A LostFocus handler that set the focus back keeps it: the keys go to the
+    // control that has it, as the window sends them.
+    return m_screen.focus();
+}
+
 void Gestures::type(Control& control, char32_t code)
 {
-    takeFocus(control);
-    control.operatorKey(static_cast<std::int16_t>(code));
+    if (Control* target = keysGoTo(control)) {
+        target->operatorKey(static_cast<std::int16_t>(code));
+    }
 }
 
 void Gestures::key(Control& control, std::int16_t code)
 {
-    takeFocus(control);
-    control.operatorKey(code);
+    if (Control* target = keysGoTo(control)) {
+        target->operatorKey(code);
+    }
 }
 
 void Gestures::selectAll(Control& control)
 {
-    takeFocus(control);
-    control.operatorSelectAll();
+    if (Control* target = keysGoTo(control)) {
+        target->operatorSelectAll();
+    }
 }
 
 void Gestures::paste(Control& control, const std::string& text)
 {
-    takeFocus(control);
-    control.operatorPaste(text);
+    if (Control* target = keysGoTo(control)) {
+        target->operatorPaste(text);
+    }
 }
 
 void Gestures::pick(Control& combo, std::int16_t index)
 {
     takeFocus(combo);
+    if (!m_screen.canReach(combo)) {
+        return; // the focus move closed it: the press finds it disabled
+    }
     m_screen.operatorPick(combo, index);
 }
 
 void Gestures::click(Control& control)
 {
     takeFocus(control);
+    if (!m_screen.canReach(control)) {
+        return; // the focus move closed it: the press finds it disabled
+    }
     m_screen.operatorClick(control);
 }
 
 void Gestures::clickList(Control& list, std::int16_t index)
 {
     takeFocus(list);
+    if (!m_screen.canReach(list)) {
+        return; // the focus move closed it: the press finds it disabled
+    }
     m_screen.operatorClickList(list, index);
 }
 
 void Gestures::dblClickList(Control& list, std::int16_t index)
 {
-    takeFocus(list);
+    // Two presses, each moving the focus: a LostFocus handler that put it back
+    // after the first press does not keep it from the second.
+    for (int press = 0; press < 2; ++press) {
+        takeFocus(list);
+        if (!m_screen.canReach(list)) {
+            return; // the focus move closed it: the press finds it disabled
+        }
+    }
     m_screen.operatorDblClickList(list, index);
 }
 
 void Gestures::drag(Control& source, std::int16_t row, Control& target)
 {
     takeFocus(source);
+    if (Control& pressed = m_screen.receiverOfPress(source); &pressed != &source) {
+        // The focus move closed the source: the press reaches what holds it,
+        // and no drag begins.
+        m_screen.operatorMouseDown(pressed, 1);
+        return;
+    }
     m_screen.operatorDrag(source, row, target);
 }
 
 void Gestures::mouseDown(Control& control, std::int16_t button)
 {
     takeFocus(control);
-    m_screen.operatorMouseDown(control, button);
+    // The focus move may have closed the control (a LostFocus handler): the
+    // press then reaches what holds it, as in the window.
+    m_screen.operatorMouseDown(m_screen.receiverOfPress(control), button);
 }
 
 void Gestures::menu(Control& entry)

@@ -13,7 +13,7 @@ ScriptHost::ScriptHost(std::shared_ptr<EventLog> events)
 
 void ScriptHost::msgBox(const std::string& text, int style, const std::string& title)
 {
-    m_events->push("MSGBOX " + std::to_string(style) + " \"" + title + "\" \"" + text + "\"");
+    m_events->push(m_showMessage ? m_showMessage(text, style, title) : "MSGBOX " + std::to_string(style) + " \"" + title + "\" \"" + text + "\"");
     if (const std::string note = m_noteFor ? m_noteFor(text, style, title) : std::string(); !note.empty()) {
         m_events->push("NOTE \"" + note + "\"");
     }
@@ -27,7 +27,7 @@ void ScriptHost::beep()
 void ScriptHost::popupMenu(Control& menu)
 {
     m_events->push("POPUP " + menu.name());
-    m_popupOpen = true;
+    m_popup = &menu;
     if (m_showPopup) {
         m_showPopup(menu);
     }

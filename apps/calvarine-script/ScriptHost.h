@@ -33,9 +33,15 @@ public:
 
     // A window that shows the pop-up menus for real, after the event is queued.
     void setPopupShower(std::function<void(Control&)> show) { m_showPopup = std::move(show); }
+    // A window that shows each message box for real, answers it with OK and
+    // gives the event line as read from the dialog.
+    using MessageShower = std::function<std::string(const std::string& text, int style, const std::string& title)>;
+    void setMessageShower(MessageShower show) { m_showMessage = std::move(show); }
 
-    bool popupOpen() const noexcept { return m_popupOpen; }
-    void closePopup() noexcept { m_popupOpen = false; }
+    bool popupOpen() const noexcept { return m_popup != nullptr; }
+    // The menu whose entries the open pop-up shows; null when none is open.
+    const Control* openPopup() const noexcept { return m_popup; }
+    void closePopup() noexcept { m_popup = nullptr; }
     // True once after the control asked for its form to be unloaded.
     bool takeUnloadRequest() noexcept;
 
@@ -43,7 +49,8 @@ private:
     std::shared_ptr<EventLog> m_events;
     std::function<void(Control&)> m_showPopup;
     std::function<std::string(const std::string&, int, const std::string&)> m_noteFor;
-    bool m_popupOpen = false;
+    MessageShower m_showMessage;
+    const Control* m_popup = nullptr;
     bool m_unloadRequested = false;
 };
 

@@ -274,7 +274,6 @@ const std::unordered_map<std::string_view, Session::Command>& Session::commands(
 
 void Session::run(Tally& tally)
 {
-    m_tally = &tally;
     std::ifstream in(m_file, std::ios::binary);
     if (!in) {
         m_out << m_file.string() << ": cannot read the file\n";
@@ -282,33 +281,42 @@ void Session::run(Tally& tally)
         return;
     }
     std::string line;
-    while (std::getline(in, line)) {
-        ++m_lineNumber;
-        m_line = trimmed(line);
-        if (m_line.empty() || m_line.front() == '#') {
-            continue;
-        }
-        try {
-            LineReader reader(m_line);
-            const std::string name = reader.word();
-            const auto it = commands().find(name);
-            if (it == commands().end()) {
-                throw BadCommand("unknown command " + name);
-            }
-            (this->*(it->second))(reader);
-        } catch (const BadCommand& e) {
-            m_out << m_file.string() << ':' << m_lineNumber << ": bad command\n";
-            std::cerr << m_file.string() << ':' << m_lineNumber << ": " << e.what() << '\n';
-            tally.broken = true;
-            return;
-        } catch (const std::exception& e) {
-            // The scenario itself could not go on: a fixture that cannot be read,
-            // a database that fails outside the control.
-            m_out << m_file.string() << ':' << m_lineNumber << ": " << e.what() << '\n';
-            tally.broken = true;
+    for (std::size_t number = 1; std::getline(in, line); ++number) {
+        if (!play(line, number, tally)) {
             return;
         }
     }
+}
+
+bool Session::play(std::string_view text, std::size_t lineNumber, Tally& tally)
+{
+    m_tally = &tally;
+    m_lineNumber = lineNumber;
+    m_line = trimmed(text);
+    if (m_line.empty() || m_line.front() == '#') {
+        return true;
+    }
+    try {
+        LineReader reader(m_line);
+        const std::string name = reader.word();
+        const auto it = commands().find(name);
+        if (it == commands().end()) {
+            throw BadCommand("unknown command " + name);
+        }
+        (this->*(it->second))(reader);
+    } catch (const BadCommand& e) {
+        m_out << m_file.string() << ':' << m_lineNumber << ": bad command\n";
+        std::cerr << m_file.string() << ':' << m_lineNumber << ": " << e.what() << '\n';
+        tally.broken = true;
+        return false;
+    } catch (const std::exception& e) {
+        // The scenario itself could not go on: a fixture that cannot be read,
+        // a database that fails outside the control.
+        m_out << m_file.string() << ':' << m_lineNumber << ": " << e.what() << '\n';
+        tally.broken = true;
+        return false;
+    }
+    return true;
 }
 
 void Session::check(bool ok, const std::string& expected, const std::string& got)

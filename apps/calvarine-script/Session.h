@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "EventLog.h"
 #include "Gestures.h"
@@ -80,6 +81,27 @@ public:
 
     // Plays the file, adding its counts to tally.
     void run(Tally& tally);
+    // Plays one line of a scenario as line lineNumber of the file, adding its
+    // counts to tally; false when the scenario cannot go on (a bad command, a
+    // fixture that cannot be read), which is reported on out.
+    bool play(std::string_view line, std::size_t lineNumber, Tally& tally);
+
+    // One reading of everything a scenario can expect: subject is what follows
+    // "expect" (Txt_Tri.Text, focus, Tab_Cles, record TEMPO "KEY", ...), value
+    // is written as an expectation writes it; events are read as the list of
+    // their lines. weight counts the values it holds (a list's entries).
+    struct Reading {
+        std::string subject;
+        std::string value;
+        std::size_t weight = 1;
+        bool operator==(const Reading&) const = default;
+    };
+    // Reads every property of every control through the pass's gestures, the
+    // members, the events queued since the last reading (taken off the queue),
+    // the records of TEMPO, the FUSION folder and W_Sortir (Readings.cpp).
+    std::vector<Reading> readEverything();
+    // The screen model behind the pass (what an explorer draws its next step from).
+    ScreenModel& screen() const { return m_control->Controls(); }
 
 private:
     using Command = void (Session::*)(LineReader&);

@@ -20,11 +20,15 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QMenu>
+#include <QMessageBox>
 #include <QMimeData>
+#include <QMouseEvent>
+#include <QPushButton>
 #include <QRadioButton>
 #include <QTest>
 #include <QVBoxLayout>
 
+#include "LongMessageBox.h"
 #include "QtHostServices.h"
 #include "ScreenListModel.h"
 #include "ScreenView.h"
@@ -41,6 +45,68 @@ Qt::MouseButton qtButton(std::int16_t button)
 
 } // namespace
 
+namespace {
+
+// The style a message box shows: its icon's code, and 0 for OK alone.
+int styleShown(QMessageBox::Icon icon, bool okAlone)
+{
+    const int iconCode = icon == QMessageBox::Critical ? 16
+        : icon == QMessageBox::Question                ? 32
+        : icon == QMessageBox::Warning                 ? 48
+        : icon == QMessageBox::Information             ? 64
+                                                       : 0;
+    return iconCode + (okAlone ? 0 : 1);
+}
+
+std::string messageLine(int style, const QString& title, const std::string& text)
+{
+    return "MSGBOX " + std::to_string(style) + " \"" + title.toStdString() + "\" \"" + text + "\"";
+}
+
+} // namespace
+
+std::string DialogReader::show(const std::string& text, int style, const std::string& title)
+{
+    m_text = text;
+    m_line.clear();
+    msgBox(text, style, title);
+    return m_line;
+}
+
+void DialogReader::execMessageBox(QMessageBox& box)
+{
+    box.show();
+    QCoreApplication::processEvents();
+    m_line = messageLine(styleShown(box.icon(), box.standardButtons() == QMessageBox::Ok), box.windowTitle(), box.text().toStdString());
+    if (QAbstractButton* ok = box.button(QMessageBox::Ok)) {
+        QTest::mouseClick(ok, Qt::LeftButton);
+    }
+    box.hide();
+    giveBackActivation();
+}
+
+void DialogReader::giveBackActivation()
+{
+    // As a window system does when a modal dialog closes, before the code
+    // after it runs: the window beneath is active again.
+    if (QWidget* window = dialogParent()) {
+        window->activateWindow();
+        QCoreApplication::processEvents();
+    }
+}
+
+void DialogReader::execLongMessageBox(LongMessageBox& box)
+{
+    // Its lines are shown apart, the line breaks of the text as given are not:
+    // the text is the host's; title, icon and buttons are the dialog's.
+    box.show();
+    QCoreApplication::processEvents();
+    m_line = messageLine(styleShown(box.icon(), true), box.windowTitle(), m_text);
+    QTest::mouseClick(box.okButton(), Qt::LeftButton);
+    box.hide();
+    giveBackActivation();
+}
+
 WidgetGestures::WidgetGestures(ScreenModel& screen, ScriptHost& host)
     : Gestures(screen, host)
     , m_window(std::make_unique<QWidget>())
@@ -55,6 +121,12 @@ WidgetGestures::WidgetGestures(ScreenModel& screen, ScriptHost& host)
     m_view->setDragRunner([this](QDrag& drag) { deliverDrop(drag); });
     m_menus.setDialogParent(m_window.get());
     m_host.setPopupShower([this](Control& menu) { showPopup(menu); });
+    m_dialogs.setDialogParent(m_window.get());
+    m_host.setMessageShower([this](const std::string& text, int style, const std::string& title) {
+        std::string line = m_dialogs.show(text, style, title);
+        settle();
+        return line;
+    });
     // The focus starts outside the screen's controls, as in the model.
     m_hostField->setFocus();
     m_window->show();
@@ -68,6 +140,7 @@ WidgetGestures::WidgetGestures(ScreenModel& screen, ScriptHost& host)
 WidgetGestures::~WidgetGestures()
 {
     m_host.setPopupShower({});
+    m_host.setMessageShower({});
     m_menu.reset();
     // The view observes the screen model, which outlives it.
     m_window.reset();
@@ -268,6 +341,12 @@ void WidgetGestures::pick(Control& combo, std::int16_t index)
             QTest::mouseClick(box, Qt::LeftButton);
         }
     }
+    if (!box->view()->isVisible()) {
+        // The focus move closed the combo (a LostFocus handler disabled it):
+        // its list never opened, there is nothing to pick from.
+        settle();
+        return;
+    }
     // In the open list: to the first entry, down to the one wanted, Enter.
     QAbstractItemView* list = box->view();
     QTest::keyClick(list, Qt::Key_Home);
@@ -328,12 +407,21 @@ std::optional<QPoint> WidgetGestures::freePlace(QWidget& w) const
 {
     if (auto* list = qobject_cast<QListView*>(&w)) {
         QWidget* viewport = list->viewport();
-        for (int y = viewport->height() - 2; y > 0; y -= 4) {
-            if (!list->indexAt(QPoint(4, y)).isValid()) {
-                return viewport->mapTo(&w, QPoint(4, y));
+        const auto below = [&]() -> std::optional<QPoint> {
+            for (int y = viewport->height() - 1; y > 0; --y) {
+                if (!list->indexAt(QPoint(4, y)).isValid()) {
+                    return QPoint(4, y);
+                }
             }
+            return std::nullopt;
+        };
+        if (const auto place = below()) {
+            return place;
         }
-        return std::nullopt;
+        // A list longer than it shows: the operator scrolls to its end, where
+        // the last line leaves a strip of the list free.
+        list->scrollToBottom();
+        return below();
     }
     for (int y = w.height() - 3; y > 2; y -= 5) {
         for (int x = 3; x < w.width() - 2; x += 5) {
@@ -351,6 +439,7 @@ void WidgetGestures::mouseDown(Control& control, std::int16_t button)
     if (!w) {
         return;
     }
+    // The press itself moves the focus to a control that takes it.
     QWidget* receiver = w;
     QPoint at = w->rect().center();
     if (control.kind() == ControlKind::UserControl || control.kind() == ControlKind::Frame || control.kind() == ControlKind::ListBox) {
@@ -361,11 +450,16 @@ void WidgetGestures::mouseDown(Control& control, std::int16_t button)
         at = *place;
         if (auto* list = qobject_cast<QListView*>(w)) {
             receiver = list->viewport();
-            at = w->mapTo(receiver, at);
         }
     }
     QTest::mousePress(receiver, qtButton(button), {}, at);
-    QTest::mouseRelease(receiver, qtButton(button), {}, at);
+    // A press is no click: the button is released off a button or an option.
+    const bool clickable = control.kind() == ControlKind::CommandButton || control.kind() == ControlKind::OptionButton;
+    QTest::mouseRelease(receiver, qtButton(button), {}, clickable ? QPoint(-4, -4) : at);
+    // A drop-down list that the press opened is closed again, the focus stays.
+    if (auto* combo = qobject_cast<QComboBox*>(w); combo && combo->view()->isVisible()) {
+        QTest::keyClick(combo->view(), Qt::Key_Escape);
+    }
     settle();
 }
 
@@ -386,7 +480,7 @@ void WidgetGestures::drag(Control& source, std::int16_t row, Control& target)
         if (row >= 0 && list->model()) {
             at = rowCentre(*list, row);
         } else if (const auto place = freePlace(*list)) {
-            at = list->mapTo(receiver, *place);
+            at = *place;
         } else {
             throw std::runtime_error(source.name() + " has no free place to press on");
         }
@@ -395,7 +489,12 @@ void WidgetGestures::drag(Control& source, std::int16_t row, Control& target)
     QTest::mousePress(receiver, Qt::LeftButton, {}, at);
     // Past the drag distance; a drag armed by the press begins here and the
     // drop runs where the mouse is released.
-    QTest::mouseMove(receiver, at + QPoint(QApplication::startDragDistance() + 2, 0));
+    // The move goes to the pressed widget with the button held, as the window
+    // system sends it there, also when code run by the press (a wait state)
+    // cost the widget the toolkit's grab of the mouse.
+    const QPoint moved = at + QPoint(QApplication::startDragDistance() + 2, 0);
+    QMouseEvent move(QEvent::MouseMove, QPointF(moved), QPointF(receiver->mapToGlobal(moved)), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(receiver, &move);
     // The button is released over the target; the pressed widget holds the mouse.
     const QPoint over = to->mapTo(m_window.get(), to->rect().center());
     QTest::mouseRelease(receiver, Qt::LeftButton, {}, receiver->mapFrom(m_window.get(), over));

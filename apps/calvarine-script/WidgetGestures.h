@@ -19,6 +19,24 @@ class QListView;
 
 namespace script {
 
+// The host's message boxes shown for real over the window: each is read back
+// (title, text, icon, buttons) as its event line, then answered with OK.
+class DialogReader final : public QtHostServices {
+public:
+    DialogReader() : QtHostServices({}) {}
+    std::string show(const std::string& text, int style, const std::string& title);
+
+protected:
+    void execMessageBox(QMessageBox& box) override;
+    void execLongMessageBox(LongMessageBox& box) override;
+
+private:
+    void giveBackActivation();
+
+    std::string m_text;
+    std::string m_line;
+};
+
 // The operator through the real window: see WidgetGestures.cpp for the
 // actions, WidgetReadings.cpp for what the expectations read.
 class WidgetGestures final : public Gestures {
@@ -69,7 +87,8 @@ private:
     void typeCode(std::int16_t code);
     QPoint rowCentre(QListView& list, int row) const;
     // A place on w that no child covers (the background of a frame or of the
-    // screen, the empty part of a list); null when there is none.
+    // screen), or the empty part of a list, on the list's viewport, which takes
+    // the mouse; null when there is none.
     std::optional<QPoint> freePlace(QWidget& w) const;
     void deliverDrop(QDrag& drag);
     void settle();
@@ -78,6 +97,7 @@ private:
     ScreenView* m_view = nullptr;
     QLineEdit* m_hostField = nullptr; // a control of the host's form, outside the screen
     QtHostServices m_menus{{}};
+    DialogReader m_dialogs;
     std::unique_ptr<QMenu> m_menu;
     QWidget* m_dropTarget = nullptr;
 };

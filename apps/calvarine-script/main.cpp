@@ -1,5 +1,6 @@
 // calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] [--print-to DIR] [--notes] FILE...
 // calvarine-script --db PATH|URL [--view model|qt] [--print-to DIR] FILE...
+// calvarine-script --explore DIR [--stories N] [--seed S] [--steps K] [--keep DIR]
 //
 // Plays scenario files against the control and prints one line per failed
 // expectation, then "N passed, N failed". Exit status: 0 all passed, 1 some
@@ -7,11 +8,15 @@
 // --view qt plays the operator through the widgets of the real window. --db
 // plays every file on one existing database as a workstation would (soak runs).
 
+#include <charconv>
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "Explorer.h"
 #include "Session.h"
 
 #include <QApplication>
@@ -21,6 +26,7 @@ namespace {
 constexpr const char* kUsage =
     "usage: calvarine-script [--view model|qt] [--fusion DIR] [--db-url URL] [--print-to DIR] [--notes] FILE...\n"
     "       calvarine-script --db PATH|URL [--view model|qt] [--print-to DIR] FILE...\n"
+    "       calvarine-script --explore DIR [--stories N] [--seed S] [--steps K] [--keep DIR]\n"
     "  --view qt     play the operator through the widgets of the real window\n"
     "  --fusion DIR  the FUSION folder: made if missing; refused if it holds files\n"
     "                that calvarine-script did not write (it removes only its own)\n"
@@ -30,13 +36,20 @@ constexpr const char* kUsage =
     "                FUSION (a server's go where its calvarine-server workers put them)\n"
     "  --print-to DIR paper runs go through the real printing control, as PDF files in DIR\n"
     "  --notes       after a graphic run's message that does not hold as it stands, the\n"
-    "                event NOTE \"TEXT\" with what the desktop adds to the box\n";
+    "                event NOTE \"TEXT\" with what the desktop adds to the box\n"
+    "  --explore DIR random operator stories over the fixtures of the scenario folder DIR\n"
+    "                (DIR/data), each played headless and through the window, every\n"
+    "                reading compared after every line; a divergence is printed with\n"
+    "                its seed and the shortest scenario that shows it (--keep: written\n"
+    "                there). N stories (10) of K steps (60) from seed S (1)\n";
 
 // The offscreen platform says of each window what it cannot do (raise it,
 // grab the keyboard); that is no news for a scenario.
 void quietPlatform(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
-    if (type == QtWarningMsg && message.startsWith(QLatin1String("This plugin does not support"))) {
+    // Nor is a key that the focused widget leaves alone (a letter on a list).
+    if (type == QtWarningMsg
+        && (message.startsWith(QLatin1String("This plugin does not support")) || message == QLatin1String("Keyboard event not accepted by receiving widget"))) {
         return;
     }
     std::cerr << qPrintable(qFormatLogMessage(type, context, message)) << '\n';
@@ -48,6 +61,9 @@ int main(int argc, char** argv)
 {
     script::Options options;
     std::vector<std::filesystem::path> files;
+    std::optional<script::ExploreOptions> explore;
+    std::optional<std::uint64_t> seed, stories, steps;
+    std::optional<std::filesystem::path> keep;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--fusion" && i + 1 < argc) {
@@ -69,6 +85,20 @@ int main(int argc, char** argv)
             options.notes = true;
         } else if (arg == "--view" && i + 1 < argc && (std::string(argv[i + 1]) == "qt" || std::string(argv[i + 1]) == "model")) {
             options.widgets = std::string(argv[++i]) == "qt";
+        } else if (arg == "--explore" && i + 1 < argc) {
+            explore.emplace();
+            explore->folder = argv[++i];
+        } else if ((arg == "--stories" || arg == "--seed" || arg == "--steps") && i + 1 < argc) {
+            const std::string number = argv[++i];
+            std::uint64_t n = 0;
+            const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), n);
+            if (error != std::errc{} || end != number.data() + number.size() || (arg != "--seed" && (n == 0 || n > 1000000))) {
+                std::cerr << kUsage;
+                return 2;
+            }
+            (arg == "--seed" ? seed : arg == "--stories" ? stories : steps) = n;
+        } else if (arg == "--keep" && i + 1 < argc) {
+            keep = argv[++i];
         } else if (arg.starts_with("--")) {
             std::cerr << kUsage;
             return 2;
@@ -76,7 +106,20 @@ int main(int argc, char** argv)
             files.emplace_back(arg);
         }
     }
-    if (files.empty() || (options.db && (options.fusion || options.dbUrl))) {
+    if (explore) {
+        explore->seed = seed.value_or(explore->seed);
+        explore->stories = static_cast<int>(stories.value_or(static_cast<std::uint64_t>(explore->stories)));
+        explore->steps = static_cast<int>(steps.value_or(static_cast<std::uint64_t>(explore->steps)));
+        explore->keep = keep;
+        if (!files.empty() || options.db || options.dbUrl || options.fusion || options.widgets || options.printTo) {
+            std::cerr << kUsage;
+            return 2;
+        }
+    } else if (seed || stories || steps || keep) {
+        std::cerr << kUsage;
+        return 2;
+    }
+    if ((files.empty() && !explore) || (options.db && (options.fusion || options.dbUrl))) {
         std::cerr << kUsage;
         return 2;
     }
@@ -89,6 +132,9 @@ int main(int argc, char** argv)
     qInstallMessageHandler(quietPlatform);
     QApplication application(argc, argv);
 
+    if (explore) {
+        return script::explore(*explore, std::cout);
+    }
     script::Tally tally;
     for (const auto& file : files) {
         try {

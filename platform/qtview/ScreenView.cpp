@@ -7,6 +7,7 @@
 #include <QComboBox>
 #include <QFontDatabase>
 #include <QGroupBox>
+#include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
@@ -291,6 +292,15 @@ void ScreenView::attachListModel(Entry& entry)
 {
     entry.model = new ScreenListModel(m_screen, *entry.control, entry.list);
     entry.list->setModel(entry.model);
+    // The list view makes a line current on its own when it takes the focus;
+    // the current line is the model's ListIndex alone, so it goes back at once.
+    // The mirrored changes come with the selection model's signals blocked.
+    const Control* control = entry.control;
+    connect(entry.list->selectionModel(), &QItemSelectionModel::currentChanged, this, [this, control] {
+        if (Entry* e = entryOf(*control)) {
+            syncListIndex(*e);
+        }
+    });
     // The view must hear of changes after the item models do.
     const auto& observers = m_screen.observers();
     if (std::find(observers.begin(), observers.end(), static_cast<ScreenObserver*>(this)) != observers.end()) {

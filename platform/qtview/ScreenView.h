@@ -121,7 +121,6 @@ private:
     bool dropEvent(Entry& entry, QEvent& event);
     void startDrag(Entry& entry);
     void focusMoved(QWidget* now);
-    Control* receiverOfPress(Control* control) const;
 
     // ScreenObserver.
     void propertyChanged(const Control& control, Property property) override;

@@ -177,7 +177,10 @@ void ScreenView::focusMoved(QWidget* now)
     } else {
         m_focusMark->follow(nullptr);
     }
-    if (m_mirroring || !now) {
+    // In the wait state the operator moves no focus: what moves it then (the
+    // view disabled, a message box closing) is the toolkit, and the focus comes
+    // back where the model has it when the state ends.
+    if (m_mirroring || !now || !m_screen.userControlEnabled()) {
         return;
     }
     if (!isAncestorOf(now)) {
@@ -192,17 +195,6 @@ void ScreenView::focusMoved(QWidget* now)
     if (entry && m_screen.canReach(*entry->control)) {
         m_screen.moveFocus(entry->control);
     }
-}
-
-Control* ScreenView::receiverOfPress(Control* control) const
-{
-    // A control that cannot take the mouse leaves the press to what holds it.
-    for (Control* c = control; c; c = c->container()) {
-        if (c->enabled() && c->visible()) {
-            return c;
-        }
-    }
-    return &m_screen.userControl();
 }
 
 bool ScreenView::event(QEvent* event)
@@ -326,7 +318,7 @@ bool ScreenView::mousePress(Entry* entry, QObject* watched, QMouseEvent& event)
     if (!m_screen.userControlEnabled()) {
         return true;
     }
-    Control* target = receiverOfPress(entry->control);
+    Control* target = &m_screen.receiverOfPress(*entry->control);
     if (target != entry->control) {
         m_screen.operatorMouseDown(*target, buttonNumber(event.button()));
         return true;
@@ -465,9 +457,20 @@ bool ScreenView::editKey(Entry& entry, QKeyEvent& event)
     if (!m_screen.canReach(control)) {
         return true;
     }
+    // The edit shows the model's selection after each key: a replacement that
+    // leaves the text as it was must not leave the old selection standing.
+    const auto syncSelection = [&] {
+        if (control.allSelected()) {
+            edit.selectAll();
+        } else if (edit.hasSelectedText()) {
+            edit.deselect();
+            edit.setCursorPosition(static_cast<int>(edit.text().size()));
+        }
+    };
     if (event.matches(QKeySequence::Paste)) {
         control.operatorPaste(QApplication::clipboard()->text().toStdString());
         syncText(entry);
+        syncSelection();
         return true;
     }
     if (event.matches(QKeySequence::SelectAll)) {
@@ -483,6 +486,7 @@ bool ScreenView::editKey(Entry& entry, QKeyEvent& event)
         }
         control.operatorKey(code);
         syncText(entry);
+        syncSelection();
     }
     return true;
 }

@@ -120,15 +120,11 @@ void ScreenView::syncValue(Entry& entry)
 
 void ScreenView::syncTabStops(const Control& option)
 {
-    // Tab enters an exclusive group on its set option and leaves it at once;
-    // a group with none set is entered at each of its options.
-    bool anySet = false;
-    for (const Entry& other : m_entries) {
-        anySet = anySet || (other.control->kind() == ControlKind::OptionButton && other.control->container() == option.container() && other.control->value());
-    }
+    // Tab enters a group where the model says; a click reaches any option. The
+    // toolkit itself passes over what is disabled or hidden.
     for (Entry& other : m_entries) {
         if (other.widget && other.control->kind() == ControlKind::OptionButton && other.control->container() == option.container()) {
-            other.widget->setFocusPolicy(!anySet || other.control->value() ? Qt::StrongFocus : Qt::ClickFocus);
+            other.widget->setFocusPolicy(m_screen.tabEntersAt(*other.control) ? Qt::StrongFocus : Qt::ClickFocus);
         }
     }
 }
@@ -188,6 +184,12 @@ void ScreenView::listCleared(const Control& control)
 void ScreenView::focusChanged(const Control* focus)
 {
     if (!focus) {
+        // The focus left the screen's controls; one the view gave back while a
+        // LostFocus handler ran (the wait state) must leave too.
+        if (QWidget* now = QApplication::focusWidget(); now && isAncestorOf(now)) {
+            ScopedFlag mirroring(m_mirroring);
+            now->clearFocus();
+        }
         return;
     }
     if (Entry* entry = entryOf(*focus); entry && entry->widget && !entry->widget->hasFocus() && entry->widget->isEnabled()) {

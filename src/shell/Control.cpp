@@ -72,6 +72,8 @@ void Control::setText(std::string_view text)
     if (m_text == text) {
         return;
     }
+    // A new text drops a selection, as the line edit does.
+    m_allSelected = false;
     m_text = std::string(text);
     if (kind() == ControlKind::ComboBox) {
         const auto it = std::find_if(m_items.begin(), m_items.end(), [&](const Item& item) { return item.text == m_text; });
@@ -123,6 +125,7 @@ void Control::setListIndex(std::int16_t index)
         m_listIndex = index;
         const std::string& entry = index < 0 ? kEmpty : m_items[static_cast<std::size_t>(index)].text;
         const bool textChanged = m_text != entry;
+        m_allSelected = m_allSelected && !textChanged;
         m_text = entry;
         changed(Property::ListIndex);
         if (textChanged) {
@@ -233,6 +236,9 @@ void Control::setSelected(std::int16_t index, bool selected)
 
 void Control::setFocus()
 {
+    if (m_screen.m_focus && m_screen.m_focus != this) {
+        m_screen.m_focus->operatorDeselect();
+    }
     m_screen.m_focus = this;
     ++m_screen.m_focusMoves;
     for (auto* observer : m_screen.observers()) {

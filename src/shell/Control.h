@@ -109,6 +109,8 @@ public:
     // Operator input, shared by every host. Each acts as the toolkit does when
     // the operator does it; none checks that the control can be reached.
     void operatorKey(std::int16_t code);       // KeyPress, then the edit it allows
+    // The whole text selected; the selection ends with the next edit, a new
+    // text, or the focus leaving the control, as a line edit's does.
     void operatorSelectAll() { m_allSelected = true; }
     void operatorDeselect() { m_allSelected = false; }
     void operatorPaste(std::string_view text); // cut to MaxLength, no KeyPress

@@ -70,6 +70,11 @@ void ScreenModel::moveFocus(Control* target)
         return;
     }
     const auto movesBefore = m_focusMoves;
+    // A text's selection ends when the focus leaves it, before its LostFocus
+    // runs, even if that handler brings the focus back.
+    if (previous) {
+        previous->operatorDeselect();
+    }
     if (previous && previous->handles(Event::LostFocus)) {
         previous->raise(Event::LostFocus);
     }
@@ -81,6 +86,10 @@ void ScreenModel::moveFocus(Control* target)
     for (auto* observer : m_observers) {
         observer->focusChanged(target);
     }
+    // The handler may have disabled or hidden the control the focus went to
+    // (the entity's LostFocus closes the period until an activity is chosen):
+    // it passes on as from any control that can no longer hold it.
+    passFocusIfLost();
 }
 
 namespace {
@@ -109,6 +118,16 @@ bool ScreenModel::canReach(const Control& control) const
     return control.kind() == ControlKind::UserControl || standsOpen(control);
 }
 
+Control& ScreenModel::receiverOfPress(Control& control)
+{
+    for (Control* c = &control; c; c = c->container()) {
+        if (c->enabled() && c->visible()) {
+            return *c;
+        }
+    }
+    return *m_userControl;
+}
+
 bool ScreenModel::isTabStop(const Control& control) const
 {
     switch (control.kind()) {
@@ -118,14 +137,17 @@ bool ScreenModel::isTabStop(const Control& control) const
     case ControlKind::CommandButton:
         return standsOpen(control);
     case ControlKind::OptionButton:
-        // A group is entered at its set option, or at any when none is set.
-        return standsOpen(control)
-            && (control.value() || std::none_of(m_controls.begin(), m_controls.end(), [&](const auto& other) {
-                   return other->kind() == ControlKind::OptionButton && other->container() == control.container() && other->value();
-               }));
+        return standsOpen(control) && tabEntersAt(control);
     default:
         return false;
     }
+}
+
+bool ScreenModel::tabEntersAt(const Control& option) const
+{
+    return option.value() || std::none_of(m_controls.begin(), m_controls.end(), [&](const auto& other) {
+        return other->kind() == ControlKind::OptionButton && other->container() == option.container() && other->value();
+    });
 }
 
 void ScreenModel::passFocusIfLost()
@@ -145,6 +167,7 @@ void ScreenModel::passFocusIfLost()
             next = &candidate;
         }
     }
+    m_focus->operatorDeselect();
     m_focus = next;
     ++m_focusMoves;
     for (auto* observer : m_observers) {
@@ -164,6 +187,9 @@ void ScreenModel::drop(Control& target)
 void ScreenModel::operatorMouseDown(Control& control, std::int16_t button)
 {
     m_dragSource = nullptr;
+    if (button == 1) {
+        control.operatorDeselect(); // a left press in a text places the caret
+    }
     EventArgs args;
     args.button = button;
     control.raise(Event::MouseDown, args);
@@ -270,6 +296,9 @@ void ScreenModel::operatorDrag(Control& source, std::int16_t row, Control& targe
 
 void ScreenModel::operatorPick(Control& combo, std::int16_t index)
 {
+    // The entry picked is written into the edit anew, even the same one: a
+    // selection there ends.
+    combo.operatorDeselect();
     combo.setListIndex(index);
 }
 

@@ -61,6 +61,16 @@ public:
     // Enabled and Visible, and UserControl.Enabled is True (menu entries: Enabled).
     bool canReach(const Control& control) const;
 
+    // The control a mouse press on control reaches: a control that cannot take
+    // the mouse (it or a frame around it disabled or hidden) leaves the press
+    // to what holds it, up to UserControl.
+    Control& receiverOfPress(Control& control);
+    // Whether Tab stops at control: it takes the focus, stands open, and, for
+    // an option, tabEntersAt it.
+    bool isTabStop(const Control& control) const;
+    // Tab enters an option group at its set option, or at any when none is set.
+    bool tabEntersAt(const Control& option) const;
+
     // Drag and drop: Control::drag arms a drag from a source; a release over a
     // target drops there (DragDrop) only if one is armed.
     Control* dragSource() const noexcept { return m_dragSource; }
@@ -132,7 +142,6 @@ private:
     // leaves it on the entity, never on "Sortir". The wait state is no such
     // case: the focus stays and comes back with the control.
     void passFocusIfLost();
-    bool isTabStop(const Control& control) const;
     bool listKey(Control& list, Key key, std::int16_t pageSize);
     bool optionKey(Control& option, Key key);
 };
