@@ -2,6 +2,8 @@
 // that shows its progress and ends with a box the operator can use.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include <filesystem>
 
 #include <QApplication>
@@ -78,6 +80,36 @@ TEST(MessageBoxTest, ShortTextsStayPlainLongOnesScrollInsideTheScreen)
     // Not a list of files: nothing to open.
     host.inspect = [](QDialog& box) { EXPECT_EQ(buttonNamed(box, QStringLiteral("Ouvrir le dossier FUSION")), nullptr); };
     host.msgBox(text, 48, "Message TRIVALDEN");
+}
+
+TEST(MessageBoxTest, TheHostsNoteStandsUnderTheControlsOwnTextWithTheWarningIcon)
+{
+    QtHostServices::Setup setup;
+    setup.noteFor = [](const std::string&, int, const std::string&) { return std::string("Attention : aucun fichier n'a été créé."); };
+    TestHost host(std::move(setup));
+    QString informative;
+    QString note;
+    host.inspect = [&](QDialog& box) {
+        if (auto* message = qobject_cast<QMessageBox*>(&box)) {
+            informative = message->informativeText();
+        } else if (auto* long_ = dynamic_cast<LongMessageBox*>(&box)) {
+            note = long_->note();
+        }
+    };
+    const std::string shortList = "Le fichier suivant a été généré dans le répertoire FUSION :\r\n - A.pdf";
+    host.msgBox(shortList, 64, "Message TRIVALDEN");
+    std::string longList = "Les fichiers suivants ont été générés dans le répertoire FUSION :\r\n";
+    for (int i = 0; i < 40; ++i) {
+        longList += " - F" + std::to_string(i) + ".pdf\r\n";
+    }
+    host.msgBox(longList, 64, "Message TRIVALDEN");
+    ASSERT_EQ(host.boxes.size(), 2u);
+    EXPECT_EQ(host.boxes[0].text, shortList); // the control's words, unchanged
+    EXPECT_EQ(host.boxes[0].icon, QMessageBox::Warning);
+    EXPECT_EQ(informative, QStringLiteral("Attention : aucun fichier n'a été créé."));
+    EXPECT_TRUE(host.boxes[1].scrolls);
+    EXPECT_EQ(host.boxes[1].icon, QMessageBox::Warning);
+    EXPECT_EQ(note, QStringLiteral("Attention : aucun fichier n'a été créé."));
 }
 
 TEST(MessageBoxTest, AShortFileListOpensFusionToo)
@@ -176,8 +208,10 @@ TEST_F(GraphicRunTest, FifteenHundredStatementsShowProgressAndEndInAUsableBox)
         const int total = static_cast<int>(splitMarks(request, DbaDynArray::kAttributeMark).size());
         std::string names;
         for (int done = 1; done <= total; ++done) {
-            names += (done > 1 ? std::string(1, DbaDynArray::kAttributeMark) : std::string()) + "001P_202610_"
-                + std::to_string(done) + ".pdf";
+            const std::string name = "001P_202610_" + std::to_string(done) + ".pdf";
+            names += (done > 1 ? std::string(1, DbaDynArray::kAttributeMark) : std::string()) + name;
+            // Listed files are checked in FUSION: they must be there.
+            std::ofstream(context.fusion / name) << "%PDF";
             context.progress(done, total);
             if (CommandProgressWindow* progress = host->commandProgressWindow(); progress && done == 1) {
                 progress->installEventFilter(&counter);
