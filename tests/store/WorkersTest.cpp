@@ -724,8 +724,10 @@ TEST_F(Supervision, SigtermStopsEveryWorkerAndHandsTheCommandInFlightBack)
         EXPECT_FALSE(alive(pid)) << pid;
     }
     EXPECT_EQ(count(readText(log("sup")), ": stopped"), 3u) << readText(log("sup"));
-    // Handed back rather than left until its lease of 60 s runs out.
-    EXPECT_TRUE(eventually([&] { return column("SELECT worker" + commandRow).at(0) == "other"; }))
+    // Handed back rather than left until its lease of 60 s runs out; on a loaded
+    // machine the stopping worker may finish it first, which loses nothing either.
+    const bool finishedFirst = column("SELECT state || ' ' || coalesce(worker, '')" + commandRow).at(0).starts_with("done sup/");
+    EXPECT_TRUE(finishedFirst || eventually([&] { return column("SELECT worker" + commandRow).at(0) == "other"; }))
         << column("SELECT state || ' ' || coalesce(worker, '') || ' ' || coalesce(message, '')" + commandRow).at(0) << "\n"
         << readText(log("sup")) << readText(log("other"));
     ASSERT_EQ(client.wait_for(120s), std::future_status::ready);
