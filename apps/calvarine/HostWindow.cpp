@@ -16,6 +16,7 @@
 #include "Store.h"
 #include "ArchiveBordCaisseExcel.h"
 #include "ReissueOutcome.h"
+#include "ServerWait.h"
 #include "WatchedDatabase.h"
 #include "reissue/GraphicFilesMessage.h"
 #include "shell/Ctr_Calvarine.h"
@@ -80,6 +81,7 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
 HostWindow::~HostWindow()
 {
     m_store->setCommandProgress({});
+    m_store->setWaitObserver(nullptr);
     // The view observes the control's screen: it goes first.
     delete m_view;
     m_control->terminate();
@@ -91,6 +93,8 @@ bool HostWindow::start()
         auto client = std::make_shared<DbaClient>(m_options.user);
         m_store->setClient(client);
         m_store->setCommandProgress([this](int done, int total) { m_host->commandProgress(done, total); });
+        m_serverWait = std::make_unique<ServerWait>(this);
+        m_store->setWaitObserver(m_serverWait.get());
         std::shared_ptr<SorbelaneDroits> rights = std::make_shared<DatabaseRights>(m_store, m_options.user);
 
         // Without the sibling the screen still works; only paper runs fail, and

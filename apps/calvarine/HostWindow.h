@@ -66,6 +66,8 @@ private:
     std::shared_ptr<store::Store> m_store;
     // The database as the control reaches it, watched for the outcome of a re-issue.
     std::shared_ptr<outcome::WatchedDatabase> m_watched;
+    // Shows a wait on a server that does not answer, with Annuler.
+    std::unique_ptr<class ServerWait> m_serverWait;
     Options m_options;
     std::unique_ptr<QtHostServices> m_host;
     std::unique_ptr<Ctr_Calvarine> m_control;

@@ -78,6 +78,8 @@ public:
     virtual CommandQueue* commandQueue() { return nullptr; }
     // How many times the connection to a server was lost and made again.
     virtual std::uint64_t reconnections() const { return 0; }
+    // See Store::setWaitObserver.
+    virtual void setWaitObserver(ServerWaitObserver* /*observer*/) {}
 };
 
 // A selector of a sentence resolved against its file's dictionary.

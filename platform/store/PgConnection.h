@@ -30,6 +30,10 @@
 
 #include "database/DbaError.h"
 
+namespace store {
+class ServerWaitObserver;
+}
+
 struct pg_conn;
 struct pg_result;
 
@@ -114,6 +118,9 @@ public:
 
     [[noreturn]] void fail(std::string_view context, pg_result* result) const;
 
+    // Who is told of this connection's waits (see Store::setWaitObserver); not owned.
+    void setWaitObserver(ServerWaitObserver* observer) { m_waitObserver = observer; }
+
     // The name the server shows for this connection (pg_stat_activity), set
     // again after a reconnection; a round trip only when it changes.
     void setApplicationName(const std::string& name);
@@ -154,6 +161,7 @@ private:
     std::chrono::seconds m_silence{5};
     // The server was found gone (frozen or stopped) and not reached since.
     bool m_unreachable = false;
+    ServerWaitObserver* m_waitObserver = nullptr;
     std::chrono::steady_clock::time_point m_probeFailed;
     Handle m_conn;
     std::function<void()> m_onReconnect;

@@ -39,6 +39,11 @@ PgEngine::PgEngine(std::string_view url)
 
 PgEngine::~PgEngine() = default;
 
+void PgEngine::setWaitObserver(ServerWaitObserver* observer)
+{
+    m_db->setWaitObserver(observer);
+}
+
 CommandQueue* PgEngine::commandQueue()
 {
     return m_queue.get();

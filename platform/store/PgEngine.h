@@ -74,6 +74,7 @@ public:
 
     CommandQueue* commandQueue() override;
     std::uint64_t reconnections() const override { return m_reconnections; }
+    void setWaitObserver(ServerWaitObserver* observer) override;
 
     // Files kept in memory: at most this many records (0 turns the cache off).
     void setCacheLimit(std::size_t records) { m_cacheLimit = records; m_cache.clear(); }

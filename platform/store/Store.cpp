@@ -294,6 +294,11 @@ std::uint64_t Store::reconnections() const
     return m_impl->engine->reconnections();
 }
 
+void Store::setWaitObserver(ServerWaitObserver* observer)
+{
+    m_impl->engine->setWaitObserver(observer);
+}
+
 void Store::setCommandTimeout(std::chrono::milliseconds timeout)
 {
     m_impl->commandTimeout = timeout;

@@ -10,6 +10,7 @@
 #include <QClipboard>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QProgressDialog>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScreen>
@@ -20,6 +21,7 @@
 #include "Demo.h"
 #include "HostWindow.h"
 #include "ScreenView.h"
+#include "ServerWait.h"
 #include "Store.h"
 #include "TestHost.h"
 #include "database/DbaDynArray.h"
@@ -290,3 +292,29 @@ TEST(CommandProgressWindowTest, EstimatesTheTimeLeftOnceTheRateIsKnown)
 }
 
 } // namespace
+
+TEST(ServerWaitTest, ShowsAfterASecondAndAnnulerGivesTheWaitUp)
+{
+    QWidget window;
+    ServerWait wait(&window);
+    wait.waiting(std::chrono::milliseconds(300));
+    EXPECT_EQ(wait.dialog(), nullptr); // a short wait shows nothing
+    wait.waiting(std::chrono::milliseconds(1100));
+    ASSERT_NE(wait.dialog(), nullptr);
+    EXPECT_TRUE(wait.dialog()->isModal());
+    EXPECT_EQ(wait.dialog()->labelText(), QStringLiteral("Le serveur de la base ne répond pas encore…"));
+    wait.waited();
+    EXPECT_EQ(wait.dialog(), nullptr); // gone with the wait
+
+    wait.waiting(std::chrono::milliseconds(1500));
+    ASSERT_NE(wait.dialog(), nullptr);
+    wait.dialog()->cancel();
+    try {
+        wait.waiting(std::chrono::milliseconds(1600));
+        FAIL() << "Annuler did not give the wait up";
+    } catch (const DbaError& e) {
+        EXPECT_EQ(e.reason(), "l'attente du serveur de la base a été abandonnée");
+    }
+    wait.waited();
+}
+

@@ -379,6 +379,39 @@ TEST(Outage, AFrozenServerHangsNobodyAndIsUsedAgainOnceItAnswers)
     EXPECT_EQ(store->select("SSELECT DOSSIER").text(), "A");
 }
 
+TEST(Outage, AWaitTheHostGivesUpEndsTheCallAtOnceAndTheStoreCarriesOn)
+{
+    OwnCluster cluster;
+    ScratchSchema scratch(cluster.plainUrl());
+    auto store = Store::connect(scratch.connection());
+    store->write("DOSSIER", "A", "x");
+    struct GiveUp : ServerWaitObserver {
+        int told = 0;
+        bool over = false;
+        void waiting(std::chrono::milliseconds waited) override
+        {
+            ++told;
+            if (waited >= 300ms) {
+                throw DbaError(DbaError::Kind::Storage, "test", "given up", "abandonnée");
+            }
+        }
+        void waited() noexcept override { over = true; }
+    } observer;
+    store->setWaitObserver(&observer);
+
+    cluster.freeze();
+    auto reading = attempt([&] { store->select("SSELECT DOSSIER"); });
+    const bool answered = reading.wait_for(3s) == std::future_status::ready;
+    cluster.thaw();
+    ASSERT_TRUE(answered) << "the wait was not given up";
+    EXPECT_TRUE(contains(reading.get(), "given up"));
+    EXPECT_GE(observer.told, 3);
+    EXPECT_TRUE(observer.over);
+
+    store->setWaitObserver(nullptr);
+    EXPECT_EQ(store->select("SSELECT DOSSIER").text(), "A");
+}
+
 TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
 {
     OwnCluster cluster;

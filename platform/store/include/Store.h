@@ -96,6 +96,21 @@ struct CommandContext {
 // then fails with DbaError CommandFailed carrying the command's message.
 using ServerCommand = std::function<void(CommandContext&)>;
 
+// Told while a call waits on a shared server for longer than a quick answer
+// takes (an answer that does not come, a lost connection made again), so that
+// a host can show the wait and let the operator give up. Connecting and the
+// server's probe (up to 5 and 2 s) are not told.
+class ServerWaitObserver {
+public:
+    virtual ~ServerWaitObserver() = default;
+    // About every 100 ms of a wait, with the time waited so far. What it throws
+    // ends the wait: the connection is dropped and the call fails with a
+    // DbaError Storage that keeps a DbaError's reason.
+    virtual void waiting(std::chrono::milliseconds waited) = 0;
+    // The wait that waiting() was told of is over, whichever way.
+    virtual void waited() noexcept = 0;
+};
+
 enum class Justify { Left, Right };
 
 // A name of a file's dictionary: a word for attribute number attribute (0: the key).
@@ -211,6 +226,9 @@ public:
     // How many times the connection to the server was lost and made again since
     // the store was opened (always 0 for a database file).
     std::uint64_t reconnections() const;
+    // On a server, who is told of the calls' waits (not owned; must outlive
+    // them). Null (the default): nobody. Nothing on a database file.
+    void setWaitObserver(ServerWaitObserver* observer);
     // How long Execute "P" waits for a worker before it fails (default 2 minutes).
     void setCommandTimeout(std::chrono::milliseconds timeout);
     // Called by Execute "P" on a server once it has queued a command, before it
