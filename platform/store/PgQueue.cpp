@@ -213,7 +213,7 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
         auto state = m_db.runPrepared(std::string("UPDATE ") + kCommandTable
                 + " SET client_seen = clock_timestamp() WHERE id = $1::text::bigint RETURNING state, coalesce(message, ''), "
                   "coalesce(progress_done::text, ''), coalesce(progress_total::text, ''), "
-                  "(state = 'running' AND lease_until > clock_timestamp())::text, coalesce(reason, '')",
+                  "(state = 'running' AND lease_until > clock_timestamp())::text, coalesce(reason, ''), (attempt = 0)::text",
             {number}, "Execute P");
         if (PQntuples(state.get()) == 0) {
             return {false, "the command " + number + " left the queue", "la demande a été retirée de la file du serveur"};
@@ -233,7 +233,8 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
         const auto now = std::chrono::steady_clock::now();
         if (cell(state.get(), 0, 4) == "true") {
             held = now;
-        } else if (status == "queued" && now - looked >= kWorkersLook) {
+        } else if (status == "queued" && cell(state.get(), 0, 6) == "true" && now - looked >= kWorkersLook) {
+            // Only a command no worker ever took: one handed back waits for the next worker to start.
             looked = now;
             // Nobody could take it: the operator hears so now, not after the whole timeout.
             if (workersConnected() == 0) {
