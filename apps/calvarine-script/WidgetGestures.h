@@ -7,8 +7,8 @@
 #include <QPoint>
 #include <QWidget>
 
+#include "DialogReader.h"
 #include "Gestures.h"
-#include "QtHostServices.h"
 #include "ScreenView.h"
 
 class QAbstractItemModel;
@@ -18,24 +18,6 @@ class QLineEdit;
 class QListView;
 
 namespace script {
-
-// The host's message boxes shown for real over the window: each is read back
-// (title, text, icon, buttons) as its event line, then answered with OK.
-class DialogReader final : public QtHostServices {
-public:
-    DialogReader() : QtHostServices({}) {}
-    std::string show(const std::string& text, int style, const std::string& title);
-
-protected:
-    void execMessageBox(QMessageBox& box) override;
-    void execLongMessageBox(LongMessageBox& box) override;
-
-private:
-    void giveBackActivation();
-
-    std::string m_text;
-    std::string m_line;
-};
 
 // The operator through the real window: see WidgetGestures.cpp for the
 // actions, WidgetReadings.cpp for what the expectations read.

@@ -1,4 +1,5 @@
 #include "FusionBatch.h"
+#include "PublicationRecord.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -8,8 +9,6 @@
 #include <cerrno>
 #include <system_error>
 #include <cstring>
-#include <fstream>
-#include <optional>
 #include <random>
 #include <stdexcept>
 
@@ -24,7 +23,6 @@ constexpr std::string_view kHiddenPrefix = ".calvarine-";
 constexpr std::string_view kUndo = ".undo";       // renaming not finished: put the earlier files back
 constexpr std::string_view kKeep = ".keep";       // every file in place: keep them, drop the backups
 constexpr std::string_view kWriting = ".journal"; // being written: not a record yet
-constexpr std::string_view kRecordHeader = "calvarine-publication 1";
 
 std::string reason(int error)
 {
@@ -121,72 +119,6 @@ bool present(const fs::path& path)
     return ::lstat(path.c_str(), &status) == 0;
 }
 
-// Names may hold any byte but '/' and NUL: those that would break a line of the record are escaped.
-std::string escape(std::string_view text)
-{
-    std::string out;
-    for (const char c : text) {
-        if (c == '%' || c == '\t' || c == '\n' || c == '\r') {
-            static constexpr char kHex[] = "0123456789ABCDEF";
-            out += '%';
-            out += kHex[static_cast<unsigned char>(c) >> 4];
-            out += kHex[static_cast<unsigned char>(c) & 0xF];
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
-std::string unescape(std::string_view text)
-{
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size()) {
-            out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
-            i += 2;
-        } else {
-            out += text[i];
-        }
-    }
-    return out;
-}
-
-std::vector<std::string> fields(const std::string& line)
-{
-    std::vector<std::string> out;
-    std::size_t from = 0;
-    for (std::size_t tab; (tab = line.find('\t', from)) != std::string::npos; from = tab + 1) {
-        out.push_back(line.substr(from, tab - from));
-    }
-    out.push_back(line.substr(from));
-    return out;
-}
-
-// The files a record names; nullopt when it cannot be read.
-std::optional<std::vector<FusionBatch::File>> readRecord(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::string line;
-    if (!std::getline(in, line) || line != kRecordHeader) {
-        return std::nullopt;
-    }
-    std::vector<FusionBatch::File> files;
-    while (std::getline(in, line)) {
-        const auto parts = fields(line);
-        if (parts.size() != 5) {
-            return std::nullopt;
-        }
-        try {
-            files.push_back({unescape(parts[0]), parts[1], parts[2], static_cast<dev_t>(std::stoull(parts[3])),
-                static_cast<ino_t>(std::stoull(parts[4]))});
-        } catch (const std::exception&) {
-            return std::nullopt;
-        }
-    }
-    return files;
-}
-
 bool holds(const fs::path& path, const FusionBatch::File& file)
 {
     struct stat status {};
@@ -260,7 +192,7 @@ void recoverLocked(int folder, const fs::path& directory, std::chrono::seconds a
     }
     bool changed = false;
     for (const auto& record : records) {
-        const auto files = readRecord(record);
+        const auto files = readPublicationRecord(record);
         const bool done = !files || (record.string().ends_with(kKeep) ? keep(directory, *files) : undo(directory, *files).empty());
         if (done) {
             ::unlink(record.c_str());
@@ -359,11 +291,7 @@ void FusionBatch::stage(const std::string& name, std::string_view bytes)
 
 void FusionBatch::writeRecord()
 {
-    std::string text = std::string(kRecordHeader) + "\n";
-    for (const File& file : m_files) {
-        text += escape(file.name) + "\t" + file.staged + "\t" + file.former + "\t" + std::to_string(file.device) + "\t"
-            + std::to_string(file.inode) + "\n";
-    }
+    const std::string text = publicationRecord(m_files);
     const fs::path writing = m_directory / (m_base + std::string(kWriting));
     Descriptor out(::open(writing.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (out.get() < 0) {

@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 #include <thread>
 
-#include "Store.h"
+#include "PgWait.h"
 #include "database/DbaError.h"
 
 namespace store::pg {
@@ -46,65 +46,6 @@ constexpr std::chrono::seconds kReconnectBound{8};
 constexpr const char* kProbeTimeout = "2";
 // A probe that went unanswered holds for the calls that follow this closely.
 constexpr std::chrono::seconds kProbeKept{3};
-
-// How often a wait is told to the wait observer.
-constexpr std::chrono::milliseconds kTellEvery{100};
-
-// One wait on the server as the observer hears of it: told as it goes, over
-// when it ends. What the observer throws becomes the call's DbaError.
-class Wait {
-public:
-    Wait(ServerWaitObserver* observer, std::string_view context)
-        : m_observer(observer)
-        , m_context(context)
-    {
-    }
-    ~Wait()
-    {
-        if (m_told) {
-            m_observer->waited();
-        }
-    }
-    Wait(const Wait&) = delete;
-    Wait& operator=(const Wait&) = delete;
-
-    bool observed() const { return m_observer != nullptr; }
-
-    // Tells the observer; given up is called before what it threw is rethrown.
-    template <typename GivenUp>
-    void tell(const GivenUp& givenUp)
-    {
-        if (!m_observer) {
-            return;
-        }
-        m_told = true;
-        try {
-            m_observer->waiting(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - m_start));
-        } catch (const DbaError& error) {
-            givenUp();
-            throw DbaError(DbaError::Kind::Storage, m_context, "the wait for the server was given up: " + error.detail(), error.reason());
-        } catch (const std::exception& error) {
-            givenUp();
-            throw DbaError(DbaError::Kind::Storage, m_context, std::string("the wait for the server was given up: ") + error.what());
-        }
-    }
-
-    // Sleeps for pause, telling as it goes.
-    void sleep(std::chrono::milliseconds pause)
-    {
-        const auto end = std::chrono::steady_clock::now() + pause;
-        for (auto now = std::chrono::steady_clock::now(); now < end; now = std::chrono::steady_clock::now()) {
-            std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(end - now, kTellEvery));
-            tell([] {});
-        }
-    }
-
-private:
-    ServerWaitObserver* m_observer;
-    std::string m_context;
-    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
-    bool m_told = false;
-};
 
 const std::string kUnreachable = "la connexion à la base a été perdue : le serveur de la base ne répond pas";
 const std::string kLost = "la connexion à la base a été perdue";
@@ -302,29 +243,21 @@ bool Connection::awaitInput(std::string_view context)
 {
     pollfd socket{PQsocket(m_conn.get()), POLLIN, 0};
     int ready = 0;
-    if (Wait wait(m_waitObserver, context); wait.observed()) {
-        // In slices, telling the observer, who may give up: the connection is then dropped.
-        const auto end = std::chrono::steady_clock::now() + m_silence;
-        for (auto now = std::chrono::steady_clock::now(); ready == 0 && now < end; now = std::chrono::steady_clock::now()) {
-            const auto slice = std::chrono::duration_cast<std::chrono::milliseconds>(std::min<std::chrono::steady_clock::duration>(end - now, kTellEvery));
-            ready = ::poll(&socket, 1, static_cast<int>(slice.count()) + 1);
-            if (ready == 0) {
-                wait.tell([this] {
-                    ::shutdown(PQsocket(m_conn.get()), SHUT_RDWR);
-                    PQconsumeInput(m_conn.get());
-                });
-            }
+    // In slices, telling the wait observer, who may give up: the connection is then cut.
+    Wait wait(m_waitObserver, context);
+    const auto end = std::chrono::steady_clock::now() + m_silence;
+    for (auto now = std::chrono::steady_clock::now(); ready == 0 && now < end; now = std::chrono::steady_clock::now()) {
+        ready = ::poll(&socket, 1, Wait::sliceOf(end - now));
+        if (ready == 0) {
+            wait.tell([this] { cut(); });
         }
-    } else {
-        ready = ::poll(&socket, 1, static_cast<int>(std::chrono::milliseconds(m_silence).count()));
     }
     if (ready < 0 && errno == EINTR) {
         return true;
     }
     if (ready == 0 && !serverAnswers()) {
         // Frozen: nothing will come. Cut the connection so nothing else waits on it.
-        ::shutdown(PQsocket(m_conn.get()), SHUT_RDWR);
-        PQconsumeInput(m_conn.get());
+        cut();
         m_unreachable = true;
         throw DbaError(DbaError::Kind::Storage, std::string(context),
             "the PostgreSQL server did not answer within " + std::to_string(m_silence.count())
@@ -332,6 +265,12 @@ bool Connection::awaitInput(std::string_view context)
             kUnreachable);
     }
     return ready <= 0 || PQconsumeInput(m_conn.get());
+}
+
+void Connection::cut() noexcept
+{
+    ::shutdown(PQsocket(m_conn.get()), SHUT_RDWR);
+    PQconsumeInput(m_conn.get());
 }
 
 Result Connection::answer(std::string_view context)

@@ -152,6 +152,8 @@ private:
     Result startCopy(const std::string& sql, std::string_view context, int expected);
     Result checked(Result result, std::string_view context) const;
     void rollBack(const char* sql) noexcept;
+    // Closes the socket under libpq, which then takes the connection for lost.
+    void cut() noexcept;
     bool serverAnswers() const;
 
     // Connection parameters, in the order libpq takes them: defaults, then the URI.

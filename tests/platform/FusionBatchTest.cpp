@@ -203,66 +203,6 @@ TEST_F(Publication, FailureMidwayLeavesTheFolderAsItWas)
     EXPECT_EQ(listing(folder()), before);
 }
 
-// Two runs on one folder: the second waits for the first to end. Whether the
-// first fails before (its rollback) or after the second's files are there, the
-// second's files are all there at the end, and the first's only under names the
-// second does not have were they kept.
-TEST_F(Publication, TwoRunsOnOneFolderNeverUndoEachOther)
-{
-    write(folder() / "shared.pdf", "earlier");
-    write(folder() / "first-only.pdf", "earlier");
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool firstPublished = false;
-    bool letFirstFail = false;
-    std::atomic<bool> secondLocked = false;
-
-    std::thread first([&] {
-        server::FusionBatch batch(folder(), [&](server::PublishStep step, std::size_t) {
-            if (step == server::PublishStep::Published) {
-                std::unique_lock lock(mutex);
-                firstPublished = true;
-                changed.notify_all();
-                changed.wait(lock, [&] { return letFirstFail; });
-            }
-        });
-        batch.stage("shared.pdf", "first");
-        batch.stage("first-only.pdf", "first");
-        batch.publish();
-        EXPECT_EQ(batch.rollback(), ""); // its outcome could not be recorded
-    });
-    {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return firstPublished; });
-    }
-    std::thread second([&] {
-        publish(folder(), {{"shared.pdf", "second"}, {"second-only.pdf", "second"}}, [&](server::PublishStep step, std::size_t) {
-            if (step == server::PublishStep::Locked) {
-                secondLocked = true;
-            }
-        });
-    });
-    // Given the time to try: the second run must not get the folder while the first holds it.
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_FALSE(secondLocked);
-    {
-        const std::lock_guard lock(mutex);
-        letFirstFail = true;
-    }
-    changed.notify_all();
-    first.join();
-    second.join();
-    EXPECT_EQ(listing(folder()), (Listing{{"shared.pdf", "second"}, {"first-only.pdf", "earlier"}, {"second-only.pdf", "second"}}));
-
-    // The other order: the second run's set is there when the first fails after publishing over it.
-    server::FusionBatch failing(folder());
-    failing.stage("shared.pdf", "first");
-    failing.stage("second-only.pdf", "first");
-    failing.publish();
-    EXPECT_EQ(failing.rollback(), "");
-    EXPECT_EQ(listing(folder()), (Listing{{"shared.pdf", "second"}, {"first-only.pdf", "earlier"}, {"second-only.pdf", "second"}}));
-}
-
 // A record left by a dead run whose files were all in place keeps them; names
 // that cannot be written in one line of the record survive it.
 TEST_F(Publication, ADeadRunWithEverythingInPlaceKeepsItsSet)

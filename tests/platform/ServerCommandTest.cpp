@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include <csignal>
 #include <fstream>
 #include <set>
 #include <thread>
@@ -189,18 +188,6 @@ TEST_F(ServerCommand, MalformedSentencesFailAndLeaveNothing)
     }
 }
 
-TEST_F(ServerCommand, FailureMidwayRemovesWhatWasWritten)
-{
-    // The second statement's record is damaged: the first one's file must not stay,
-    // and the earlier file of that name is left as it was.
-    writeFormer("001P_202611_012_F000000123.pdf");
-    request({{"012", "F000000123"}, {"012", "F000000999"}});
-    EXPECT_THAT([&] { run("ARCHIVEBORDCAISSEEXCEL 202611 001 P"); }, ThrowsDbaError(DbaError::Kind::CommandFailed));
-    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_012_F000000123.pdf"}));
-    EXPECT_EQ(contents(fusion() / "001P_202611_012_F000000123.pdf"), "former");
-    EXPECT_FALSE(result().has_value());
-}
-
 TEST_F(ServerCommand, FailureAfterPublishingPutsBackTheEarlierFiles)
 {
     // An earlier run's good files under the same names, and one of another name.
@@ -220,37 +207,6 @@ TEST_F(ServerCommand, FailureAfterPublishingPutsBackTheEarlierFiles)
         EXPECT_EQ(contents(fusion() / name), "former") << name;
     }
     EXPECT_FALSE(result().has_value());
-}
-
-TEST_F(ServerCommand, CrashBeforeOrWhileRenamingLeavesOnlyWholeFiles)
-{
-    writeFormer("001P_202611_013_F77.pdf");
-    request({{"013", "F77"}, {"012", "F000000123"}});
-    // The process dies once all files are durable under hidden names, then once
-    // the first of them is in place.
-    for (const auto& [when, renamed] : {std::pair{server::PublishStep::Staged, 0}, std::pair{server::PublishStep::Renamed, 1}}) {
-        const auto die = [when = when, renamed = renamed](server::PublishStep step, std::size_t index) {
-            if (step == when && index == static_cast<std::size_t>(renamed)) {
-                std::raise(SIGKILL);
-            }
-        };
-        EXPECT_EXIT(runDirectly(die), ::testing::KilledBySignal(SIGKILL), "");
-        const auto visible = fusionFiles();
-        for (const auto& name : visible) {
-            if (name.starts_with(".")) {
-                continue;
-            }
-            const auto file = fusion() / name;
-            EXPECT_TRUE(contents(file) == "former" || testsupport::pdfPageCount(file) == 1) << name;
-        }
-        EXPECT_EQ(contents(fusion() / "001P_202611_013_F77.pdf") == "former", renamed == 0);
-        EXPECT_FALSE(result().has_value());
-    }
-    // What the dead runs left under hidden names goes once it is old enough.
-    server::sweepLeftovers(fusion(), std::chrono::seconds(0));
-    for (const auto& name : fusionFiles()) {
-        EXPECT_FALSE(name.starts_with(".")) << name;
-    }
 }
 
 TEST_F(ServerCommand, FilesFollowTheUmaskAndProgressIsReported)
@@ -320,31 +276,6 @@ TEST_F(ServerCommand, ReplacesAFormerFileOfTheSameName)
     run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
     EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_013_F77.pdf"}));
     EXPECT_NE(testsupport::pdfText(fusion() / "001P_202611_013_F77.pdf").find("LEROY PAUL"), std::string::npos);
-}
-
-TEST_F(ServerCommand, AnOutcomeThatDoesNotCommitTakesTheFilesBack)
-{
-    // As a worker runs it: the files are in place when the command returns, the
-    // earlier ones kept until its outcome commits or not.
-    writeFormer("001P_202611_013_F77.pdf");
-    request({{"013", "F77"}, {"012", "F000000123"}});
-    for (const bool committed : {false, true}) {
-        std::function<void(bool)> settled;
-        store::CommandContext context{*m_store, fusion(), {"202611", "001", "P"}, nullptr};
-        context.settled = &settled;
-        server::archiveBordCaisseExcel(context);
-        ASSERT_TRUE(settled);
-        auto visible = fusionFiles();
-        std::erase_if(visible, [](const std::string& name) { return name.starts_with("."); });
-        EXPECT_EQ(visible, (std::vector<std::string>{"001P_202611_012_F000000123.pdf", "001P_202611_013_F77.pdf"}));
-        settled(committed);
-        if (!committed) {
-            EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_013_F77.pdf"}));
-            EXPECT_EQ(contents(fusion() / "001P_202611_013_F77.pdf"), "former");
-        }
-    }
-    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_012_F000000123.pdf", "001P_202611_013_F77.pdf"}));
-    EXPECT_EQ(testsupport::pdfPageCount(fusion() / "001P_202611_013_F77.pdf"), 1);
 }
 
 // Two workstations re-issue one scope at once; one of them fails once its files

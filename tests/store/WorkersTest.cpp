@@ -85,6 +85,45 @@ std::vector<std::string> reissue(Store& store, const std::vector<std::string>& k
     return names;
 }
 
+// The first count statements of 001P 202610 by invoice: their keys and the names of their files.
+struct Statements {
+    std::vector<std::string> keys;
+    std::vector<std::string> names;
+};
+Statements firstStatements(Store& store, std::int16_t count)
+{
+    const auto scope = store.select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
+    EXPECT_GE(scope.DCount(), count);
+    Statements statements;
+    for (std::int16_t i = 1; i <= count && i <= scope.DCount(); ++i) {
+        statements.keys.push_back(scope.attribute(i));
+        const std::string& key = statements.keys.back();
+        statements.names.push_back(server::fusionFileName("001", "P", "202610", key.substr(4, 3), key.substr(13, 10)));
+    }
+    return statements;
+}
+
+// The first six bytes of a file: "former" as the tests write it, "%PDF-1" as the command does.
+std::string head(const std::filesystem::path& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    std::string text(6, '\0');
+    in.read(text.data(), 6);
+    return text.substr(0, static_cast<std::size_t>(in.gcount()));
+}
+
+// The first column of a query, as text.
+std::vector<std::string> column(const std::string& connection, const std::string& sql, const pg::Params& params = {})
+{
+    pg::Connection db(connection);
+    auto rows = db.run(sql, params, "test");
+    std::vector<std::string> cells;
+    for (int row = 0; row < pg::rowCount(rows.get()); ++row) {
+        cells.emplace_back(pg::cell(rows.get(), row, 0));
+    }
+    return cells;
+}
+
 TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
 {
     TestDatabase database(EngineKind::Postgres);
@@ -151,23 +190,13 @@ TEST(Workers, AnOutcomeThatCannotCommitPutsTheEarlierFilesBack)
     TestDatabase database(EngineKind::Postgres);
     auto admin = database.connect();
     generateDemo(*admin, DemoOptions{60, 3, 4});
-    const auto scope = admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
-    ASSERT_GE(scope.DCount(), 3);
-    std::vector<std::string> keys;
-    std::vector<std::string> names;
-    for (std::int16_t i = 1; i <= 3; ++i) {
-        keys.push_back(scope.attribute(i));
-        names.push_back(server::fusionFileName("001", "P", "202610", keys.back().substr(4, 3), keys.back().substr(13, 10)));
-    }
+    const auto [keys, names] = firstStatements(*admin, 3);
     const auto fusion = database.folder() / "FUSION";
     std::filesystem::create_directories(fusion);
     for (const auto& name : {names[0], names[1]}) {
         std::ofstream(fusion / name) << "former";
     }
-    const auto contents = [&](const std::string& name) {
-        std::ifstream in(fusion / name, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {}).substr(0, 6);
-    };
+    const auto contents = [&](const std::string& name) { return head(fusion / name); };
     auto client = database.connect();
     client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
     client->setSessionPrivate("TEMPO");
@@ -209,14 +238,7 @@ TEST(Workers, KilledWhilePublishingLeavesTheEarlierOrTheNewSet)
     TestDatabase database(EngineKind::Postgres);
     auto admin = database.connect();
     generateDemo(*admin, DemoOptions{100, 11, 60});
-    const auto scope = admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
-    ASSERT_GE(scope.DCount(), 40);
-    std::vector<std::string> keys;
-    std::vector<std::string> names;
-    for (std::int16_t i = 1; i <= 40; ++i) {
-        keys.push_back(scope.attribute(i));
-        names.push_back(server::fusionFileName("001", "P", "202610", keys.back().substr(4, 3), keys.back().substr(13, 10)));
-    }
+    const auto [keys, names] = firstStatements(*admin, 40);
     const auto fusion = database.folder() / "FUSION";
     std::filesystem::create_directories(fusion);
     const auto hidden = [&] {
@@ -231,10 +253,8 @@ TEST(Workers, KilledWhilePublishingLeavesTheEarlierOrTheNewSet)
     const auto state = [&] {
         std::set<std::string> seen;
         for (const auto& name : names) {
-            std::ifstream in(fusion / name, std::ios::binary);
-            std::string head(6, '\0');
-            in.read(head.data(), 6);
-            seen.insert(head == "former" ? "former" : head == "%PDF-1" ? "new" : "broken");
+            const std::string first = head(fusion / name);
+            seen.insert(first == "former" ? "former" : first == "%PDF-1" ? "new" : "broken");
         }
         std::size_t files = 0;
         for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(fusion)) {
@@ -449,7 +469,6 @@ protected:
         double seconds = 0;
     };
 
-    // Plays the scenario on the cluster's database; disturb runs once the command is queued.
     // The control's message when it read its own request back as the result.
     static std::string falseList()
     {
@@ -457,6 +476,7 @@ protected:
             + DbaDynArray::kValueMark + "F000000008\\\"";
     }
 
+    // Plays the scenario on the cluster's database; disturb runs once the command is queued.
     Run reissue(const std::string& message, const std::string& note, const std::function<void()>& disturb)
     {
         const auto scenario = m_folder.path() / "reissue.scn";
@@ -486,16 +506,7 @@ protected:
         return run;
     }
 
-    std::vector<std::string> column(const std::string& sql) const
-    {
-        pg::Connection db(m_scratch.connection() + "&connect_timeout=2");
-        auto rows = db.run(sql, {}, "test");
-        std::vector<std::string> cells;
-        for (int row = 0; row < pg::rowCount(rows.get()); ++row) {
-            cells.emplace_back(pg::cell(rows.get(), row, 0));
-        }
-        return cells;
-    }
+    std::vector<std::string> column(const std::string& sql) const { return store::testing::column(m_scratch.connection() + "&connect_timeout=2", sql); }
 
     OwnCluster m_cluster;
     ScratchSchema m_scratch{m_cluster.plainUrl()};
@@ -540,20 +551,11 @@ protected:
     {
         m_admin = m_database.connect();
         generateDemo(*m_admin, DemoOptions{100, 11, 300});
-        const auto scope = m_admin->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR NumFactArchive)");
-        ASSERT_GE(scope.DCount(), 250);
-        // Four ranges; across them a statement asked twice.
-        for (std::int16_t i = 1; i <= 250; ++i) {
-            m_request.push_back(scope.attribute(i));
-        }
-        m_request.insert(m_request.begin() + 200, scope.attribute(5));
-        std::set<std::string> seen;
-        for (const auto& key : m_request) {
-            const auto name = server::fusionFileName("001", "P", "202610", key.substr(4, 3), key.substr(13, 10));
-            if (seen.insert(name).second) {
-                m_expected.push_back(name);
-            }
-        }
+        // Four ranges; across them a statement asked twice (one file, at its first place).
+        auto statements = firstStatements(*m_admin, 250);
+        m_request = statements.keys;
+        m_request.insert(m_request.begin() + 200, m_request[4]);
+        m_expected = statements.names;
         m_client = m_database.connect();
         m_client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
         m_client->setSessionPrivate("TEMPO");
@@ -576,13 +578,7 @@ protected:
     // The first column of a query of the queue's tables, as text.
     std::vector<std::string> column(const std::string& sql, const pg::Params& params = {}) const
     {
-        pg::Connection db(m_database.connection());
-        auto rows = db.run(sql, params, "test");
-        std::vector<std::string> cells;
-        for (int row = 0; row < pg::rowCount(rows.get()); ++row) {
-            cells.emplace_back(pg::cell(rows.get(), row, 0));
-        }
-        return cells;
+        return store::testing::column(m_database.connection(), sql, params);
     }
     // The workers the queue recorded for the parts in state, one per part.
     std::vector<std::string> partWorkers(const std::string& state) const
