@@ -186,23 +186,6 @@ std::vector<RenderedFile> renderRequest(store::CommandContext& context, std::spa
     return files;
 }
 
-} // namespace
-
-std::vector<RequestEntry> requestEntries(store::Store& store)
-{
-    const DbaDynArray request(store.read(FileNames::TEMPO, Keys::REQUETEBORDEXCEL).value_or(std::string()));
-    // Beyond what a selection can hold (a signed 16-bit count) nothing is read.
-    const std::size_t count = std::min<std::size_t>(request.attributeCount(), INT16_MAX);
-    std::vector<RequestEntry> entries;
-    entries.reserve(count);
-    for (std::size_t i = 1; i <= count; ++i) {
-        entries.push_back(archive::selectionEntry(request, static_cast<std::int16_t>(i)));
-    }
-    return entries;
-}
-
-namespace {
-
 // Characters kept as they are in a file name: those that every file system and
 // file manager takes, and no '~', which marks a name that carries a digest.
 bool isPlain(char c)
@@ -223,7 +206,40 @@ std::string_view invoiceField(std::string_view key, std::string_view asked)
     return key.size() > at ? key.substr(at) : asked;
 }
 
+// The entries of a request that find no statement.
+std::vector<RequestEntry> missingEntries(store::Store& store, const std::vector<std::string>& arguments, std::span<const RequestEntry> entries)
+{
+    statements::StatementFinder finder(store, arguments[0], arguments[1], arguments[2]);
+    std::vector<RequestEntry> missing;
+    for (const RequestEntry& entry : entries) {
+        if ((!entry.organisation.empty() || !entry.invoice.empty()) && finder.find(entry.organisation, entry.invoice).empty()) {
+            missing.push_back(entry);
+        }
+    }
+    return missing;
+}
+
+// Before the command runs, outside its transaction: an earlier run's result
+// must never read as this run's, whatever becomes of this one.
+void clearResult(store::CommandContext& context)
+{
+    context.store.remove(FileNames::TEMPO, Keys::BORDCAISSEEXCEL);
+}
+
 } // namespace
+
+std::vector<RequestEntry> requestEntries(store::Store& store)
+{
+    const DbaDynArray request(store.read(FileNames::TEMPO, Keys::REQUETEBORDEXCEL).value_or(std::string()));
+    // Beyond what a selection can hold (a signed 16-bit count) nothing is read.
+    const std::size_t count = std::min<std::size_t>(request.attributeCount(), INT16_MAX);
+    std::vector<RequestEntry> entries;
+    entries.reserve(count);
+    for (std::size_t i = 1; i <= count; ++i) {
+        entries.push_back(archive::selectionEntry(request, static_cast<std::int16_t>(i)));
+    }
+    return entries;
+}
 
 std::string fusionFileName(std::string_view entity, std::string_view letter, std::string_view period,
     std::string_view organisation, std::string_view invoice)
@@ -310,18 +326,6 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
     return files;
 }
 
-std::vector<RequestEntry> missingEntries(store::Store& store, const std::vector<std::string>& arguments, std::span<const RequestEntry> entries)
-{
-    statements::StatementFinder finder(store, arguments[0], arguments[1], arguments[2]);
-    std::vector<RequestEntry> missing;
-    for (const RequestEntry& entry : entries) {
-        if ((!entry.organisation.empty() || !entry.invoice.empty()) && finder.find(entry.organisation, entry.invoice).empty()) {
-            missing.push_back(entry);
-        }
-    }
-    return missing;
-}
-
 void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserver& observer)
 {
     checkSentence(context.arguments);
@@ -403,17 +407,11 @@ void archiveBordCaisseExcelPart(store::CommandContext& context)
     }
 }
 
-void clearResult(store::CommandContext& context)
-{
-    context.store.remove(FileNames::TEMPO, Keys::BORDCAISSEEXCEL);
-}
-
 void registerArchiveBordCaisseExcel(store::Store& store)
 {
     // A publication that a dead run left half done is completed or undone as
     // soon as a program that can run the command opens the database.
     sweepLeftovers(store.fusionDirectory(), std::chrono::seconds(0));
-    // An earlier run's result must never read as this run's, whatever becomes of it.
     store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); }, clearResult);
     store.registerCommand(kArchiveBordCaisseExcelPart, archiveBordCaisseExcelPart);
 }

@@ -233,6 +233,12 @@ void Store::bulkLoad(const std::function<void()>& work, std::uintmax_t bytes)
     engine.setSyncEveryCommit(true);
 }
 
+void Store::setClient(std::shared_ptr<DbaClient> client)
+{
+    m_impl->setSession(client);
+    m_impl->client = std::move(client);
+}
+
 const std::filesystem::path& Store::path() const
 {
     return m_impl->engine->path();

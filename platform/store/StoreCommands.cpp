@@ -282,12 +282,6 @@ void Store::setFusionDirectory(std::filesystem::path directory)
     m_impl->fusion = std::move(directory);
 }
 
-void Store::setClient(std::shared_ptr<DbaClient> client)
-{
-    m_impl->setSession(client);
-    m_impl->client = std::move(client);
-}
-
 void Store::setCommandProgress(CommandProgress observer)
 {
     m_impl->progress = std::move(observer);
