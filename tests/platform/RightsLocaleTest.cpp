@@ -7,53 +7,12 @@
 #include <stdexcept>
 
 #include "FrenchDates.h"
+#include "MemoryDatabase.h"
 #include "Rights.h"
 
 namespace {
 
-// A database of plain records, enough for the rights to read file DROITS.
-class MemoryDatabase : public DbaDatabase {
-public:
-    std::map<std::string, std::map<std::string, std::string>> files;
-
-    class File : public DbaFile {
-    public:
-        File(MemoryDatabase& db, std::string name) : m_db(db), m_name(std::move(name)) {}
-        const std::string& name() const noexcept override { return m_name; }
-        std::shared_ptr<DbaItem> ReadItem(std::string_view key) override
-        {
-            auto& records = m_db.files.at(m_name);
-            const auto it = records.find(std::string(key));
-            if (it == records.end()) {
-                throw DbaError(DbaError::Kind::NoRecord, "ReadItem", std::string(key));
-            }
-            return std::make_shared<DbaItem>(shared_from_this(), std::string(key), it->second);
-        }
-        std::string DeleteItem(std::string_view key) override
-        {
-            m_db.files.at(m_name).erase(std::string(key));
-            return {};
-        }
-        void writeRecord(std::string_view key, std::string_view record) override
-        {
-            m_db.files.at(m_name)[std::string(key)] = std::string(record);
-        }
-
-    private:
-        MemoryDatabase& m_db;
-        std::string m_name;
-    };
-
-    std::shared_ptr<DbaFile> OpenFile(std::string_view name) override
-    {
-        if (!files.contains(std::string(name))) {
-            throw DbaError(DbaError::Kind::NoFile, "OpenFile", std::string(name));
-        }
-        return std::make_shared<File>(*this, std::string(name));
-    }
-    DbaDynArray Select(std::string_view, std::string_view, std::int32_t&) override { return {}; }
-    DbaDynArray Execute(std::string_view, std::string_view, std::int32_t&) override { return {}; }
-};
+using testsupport::MemoryDatabase;
 
 TEST(DatabaseRightsTest, ReadsTheLevelOfTheUserOnTheScreen)
 {

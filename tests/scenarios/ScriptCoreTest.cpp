@@ -5,12 +5,13 @@
 
 #include <map>
 
-#include "ThrowsDbaError.h"
 #include "EventLog.h"
 #include "Lexer.h"
 #include "LoggingDatabase.h"
+#include "MemoryDatabase.h"
 #include "ScriptHost.h"
 #include "Text.h"
+#include "ThrowsDbaError.h"
 
 namespace script {
 namespace {
@@ -102,61 +103,16 @@ TEST(EventLogTest, ComparesErrorLinesUpToTheColon)
     EXPECT_FALSE(log.take());
 }
 
-// A database of plain records under the logging decorator.
-class MemoryDatabase : public DbaDatabase {
-public:
-    std::map<std::string, std::string> records;
-    std::vector<std::string> requests;
-
-    class File : public DbaFile {
-    public:
-        File(MemoryDatabase& db, std::string name) : m_db(db), m_name(std::move(name)) {}
-        const std::string& name() const noexcept override { return m_name; }
-        std::shared_ptr<DbaItem> ReadItem(std::string_view key) override
-        {
-            const auto it = m_db.records.find(std::string(key));
-            if (it == m_db.records.end()) {
-                throw DbaError(DbaError::Kind::NoRecord, "ReadItem", std::string(key));
-            }
-            return std::make_shared<DbaItem>(shared_from_this(), std::string(key), it->second);
-        }
-        std::string DeleteItem(std::string_view key) override
-        {
-            m_db.records.erase(std::string(key));
-            return {};
-        }
-        void writeRecord(std::string_view key, std::string_view record) override
-        {
-            m_db.records[std::string(key)] = std::string(record);
-        }
-
-    private:
-        MemoryDatabase& m_db;
-        std::string m_name;
-    };
-
-    std::shared_ptr<DbaFile> OpenFile(std::string_view name) override
-    {
-        if (name == "NONE") {
-            throw DbaError(DbaError::Kind::NoFile, "OpenFile", "NONE");
-        }
-        return std::make_shared<File>(*this, std::string(name));
-    }
-    DbaDynArray Select(std::string_view request, std::string_view, std::int32_t&) override
-    {
-        requests.emplace_back(request);
-        return DbaDynArray("K1\xFEK2");
-    }
-    DbaDynArray Execute(std::string_view request, std::string_view, std::int32_t&) override
-    {
-        requests.emplace_back(request);
-        return {};
-    }
-};
-
 class LoggingDatabaseTest : public ::testing::Test {
 protected:
-    std::shared_ptr<MemoryDatabase> inner = std::make_shared<MemoryDatabase>();
+    // A database of plain records under the logging decorator: any file opens
+    // but NONE, and every selection answers two keys.
+    std::shared_ptr<testsupport::MemoryDatabase> inner = [] {
+        auto db = std::make_shared<testsupport::MemoryDatabase>();
+        db->makesFile = [](std::string_view name) { return name != "NONE"; };
+        db->answer = [](std::string_view) { return DbaDynArray("K1\xFEK2"); };
+        return db;
+    }();
     std::shared_ptr<EventLog> events = std::make_shared<EventLog>();
     LoggingDatabase db{inner, events};
 
@@ -178,7 +134,7 @@ TEST_F(LoggingDatabaseTest, LogsEveryOperationWhileOnAndPassesItOn)
     item->setValue(1, 1, "012");
     item->setValue(1, 2, "F1");
     item->DBWrite();
-    EXPECT_EQ(inner->records.at("REQ"), "012\xFD" "F1");
+    EXPECT_EQ(inner->files.at("TEMPO").at("REQ"), "012\xFD" "F1");
     EXPECT_EQ(file->ReadItem("REQ")->text(), "012\xFD" "F1");
     EXPECT_THAT([&] { file->ReadItem("NONE"); }, ThrowsDbaError(DbaError::Kind::NoRecord));
     file->DeleteItem("REQ");
@@ -202,7 +158,7 @@ TEST_F(LoggingDatabaseTest, LogsEveryOperationWhileOnAndPassesItOn)
 TEST_F(LoggingDatabaseTest, FilesOpenedBeforeLoggingLogOnceItIsOn)
 {
     auto file = db.OpenFile("PERIODESPAIE");
-    inner->records["1"] = "202611";
+    inner->files["PERIODESPAIE"]["1"] = "202611";
     file->ReadItem("1");
     EXPECT_TRUE(events->empty());
     db.setLogging(true);
@@ -219,7 +175,7 @@ TEST(RecorderTest, SiblingControlMembersBecomeEvents)
 {
     auto events = std::make_shared<EventLog>();
     BelmontisRecorder belmontis(events);
-    Variant db = std::shared_ptr<DbaDatabase>(std::make_shared<MemoryDatabase>());
+    Variant db = std::shared_ptr<DbaDatabase>(std::make_shared<testsupport::MemoryDatabase>());
     Variant noClient = std::shared_ptr<DbaClient>();
     Variant period = std::string("202611");
     Variant flag = false;
@@ -247,7 +203,7 @@ TEST(RecorderTest, HostServicesQueueWhatTheOperatorWouldSee)
     EXPECT_TRUE(host.takeUnloadRequest());
     EXPECT_FALSE(host.takeUnloadRequest());
     auto help = host.createHelp();
-    help->Base(std::make_shared<MemoryDatabase>());
+    help->Base(std::make_shared<testsupport::MemoryDatabase>());
     std::string page = "Calvarine.htm", mode = "P", title = "Calvarine";
     help->AfficherPage(page, mode, title);
     EXPECT_EQ(*events->take(), "MSGBOX 48 \"Message Trivalden\" \"Texte \"cité\"\r\nligne\"");
