@@ -1,6 +1,7 @@
 #include "Engine.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "database/DbaError.h"
 
@@ -82,6 +83,19 @@ void Engine::requireFile(std::string_view file, std::string_view context)
     if (!fileExists(file)) {
         throw DbaError(DbaError::Kind::NoFile, std::string(context), "no file " + std::string(file));
     }
+}
+
+IndexChange indexChange(std::optional<std::string_view> before, std::optional<std::string_view> after, int attribute)
+{
+    const auto valuesOf = [attribute](std::optional<std::string_view> record) {
+        return record ? sentence::distinctValues(sentence::attributeOf(*record, attribute)) : std::vector<std::string_view>();
+    };
+    const auto old = valuesOf(before);
+    const auto now = valuesOf(after);
+    IndexChange change;
+    std::set_difference(old.begin(), old.end(), now.begin(), now.end(), std::back_inserter(change.leaving));
+    std::set_difference(now.begin(), now.end(), old.begin(), old.end(), std::back_inserter(change.entering));
+    return change;
 }
 
 std::string quoteIdent(std::string_view name)

@@ -29,6 +29,17 @@ struct DictName {
     std::string indexTable; // empty for the key (attribute 0)
 };
 
+// How writing a record changes one index of its file: the values of the
+// indexed attribute that leave the index and those that enter it, each once.
+// before is the record replaced (none for a new key), after the record written
+// (none for a removal); the views point into them. An empty attribute has one
+// value, "", which is indexed like any other.
+struct IndexChange {
+    std::vector<std::string_view> leaving;
+    std::vector<std::string_view> entering;
+};
+IndexChange indexChange(std::optional<std::string_view> before, std::optional<std::string_view> after, int attribute);
+
 // A sentence compiled to SQL, with the values to bind in order (all as text).
 struct CompiledQuery {
     std::string sql;

@@ -154,7 +154,7 @@ void PgEngine::copyRecords(const std::string& file, const std::vector<PendingWri
         }
         pg::BinaryRows rows;
         for (const auto* write : latest) {
-            for (const auto value : sentence::distinctValues(sentence::attributeOf(write->record, name.attribute))) {
+            for (const auto value : indexChange(std::nullopt, write->record, name.attribute).entering) {
                 rows.add({value, write->key});
             }
         }

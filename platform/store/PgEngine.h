@@ -85,8 +85,8 @@ private:
     void forgetAll();
 
     const std::vector<DictName>& dictionaryOf(const std::string& file);
-    void indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> oldRecord,
-        std::string_view newRecord);
+    void indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> before,
+        std::optional<std::string_view> after);
     void checkFileName(std::string_view file) const;
     const std::string& session() const { return m_session.empty() ? m_defaultSession : m_session; }
     void forget(std::string_view file);

@@ -34,39 +34,27 @@ void PgEngine::forEach(std::string_view file, const std::function<void(std::stri
     });
 }
 
-void PgEngine::indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> oldRecord,
-    std::string_view newRecord)
+void PgEngine::indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> before,
+    std::optional<std::string_view> after)
 {
     for (const auto& name : names) {
         if (name.indexTable.empty()) {
             continue;
         }
-        const auto newValues = sentence::distinctValues(sentence::attributeOf(newRecord, name.attribute));
-        std::vector<std::string_view> oldValues;
-        if (oldRecord) {
-            oldValues = sentence::distinctValues(sentence::attributeOf(*oldRecord, name.attribute));
-            if (oldValues == newValues) {
-                continue;
-            }
-        }
+        const auto change = indexChange(before, after, name.attribute);
         const std::string table = quoteIdent(name.indexTable);
-        for (const auto value : oldValues) {
-            if (!std::binary_search(newValues.begin(), newValues.end(), value)) {
-                m_db->runPrepared("DELETE FROM " + table + " WHERE value = $1::bytea AND key = $2::bytea", {value, key}, "index " + name.indexTable);
-            }
+        for (const auto value : change.leaving) {
+            m_db->runPrepared("DELETE FROM " + table + " WHERE value = $1::bytea AND key = $2::bytea", {value, key}, "index " + name.indexTable);
         }
-        for (const auto value : newValues) {
-            if (!std::binary_search(oldValues.begin(), oldValues.end(), value)) {
-                m_db->runPrepared("INSERT INTO " + table + "(value, key) VALUES($1::bytea, $2::bytea) ON CONFLICT DO NOTHING", {value, key},
-                    "index " + name.indexTable);
-            }
+        for (const auto value : change.entering) {
+            m_db->runPrepared("INSERT INTO " + table + "(value, key) VALUES($1::bytea, $2::bytea) ON CONFLICT DO NOTHING", {value, key},
+                "index " + name.indexTable);
         }
     }
 }
 
 void PgEngine::write(std::string_view file, std::string_view key, std::string_view record)
 {
-    names::checkWrittenKey(file, key);
     if (keepForLoad(file, key, record)) {
         return;
     }
@@ -125,16 +113,7 @@ bool PgEngine::remove(std::string_view file, std::string_view key)
             return;
         }
         removed = true;
-        const auto record = cell(old.get(), 0, 0);
-        for (const auto& name : names) {
-            if (name.indexTable.empty()) {
-                continue;
-            }
-            for (const auto value : sentence::distinctValues(sentence::attributeOf(record, name.attribute))) {
-                m_db->runPrepared("DELETE FROM " + quoteIdent(name.indexTable) + " WHERE value = $1::bytea AND key = $2::bytea", {value, stored},
-                    "index " + name.indexTable);
-            }
-        }
+        indexRecord(names, stored, cell(old.get(), 0, 0), std::nullopt);
     });
     return removed;
 }

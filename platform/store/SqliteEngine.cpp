@@ -10,7 +10,6 @@
 
 namespace store {
 
-using names::checkWrittenKey;
 using names::isPlainName;
 using sqlite::bindText;
 using sqlite::columnText;
@@ -321,7 +320,7 @@ void SqliteEngine::defineName(std::string_view file, std::string_view name, int 
             std::vector<std::pair<std::string, std::string>> records;
             forEach(file, [&](std::string_view key, std::string_view record) { records.emplace_back(key, record); });
             for (const auto& [key, record] : records) {
-                indexRecord(only, key, {}, record);
+                indexRecord(only, key, std::nullopt, record);
             }
         }
         refreshSchema();

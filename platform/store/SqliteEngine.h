@@ -97,7 +97,7 @@ private:
     WritePlan::Index indexStatements(int attribute, const std::string& table);
     void forgetDictionaries();
     void step(sqlite3_stmt* statement, const char* context);
-    void indexRecord(const WritePlan& plan, std::string_view key, std::string_view oldRecord, std::string_view newRecord);
+    void indexRecord(const WritePlan& plan, std::string_view key, std::optional<std::string_view> before, std::optional<std::string_view> after);
 
     // What a failed call on db means, in plain words for a full or read-only
     // disk; said: SQLite's own message when it gave one apart.

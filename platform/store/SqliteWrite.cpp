@@ -10,7 +10,6 @@
 
 namespace store {
 
-using names::checkWrittenKey;
 using sqlite::bindText;
 using sqlite::columnText;
 using sqlite::Use;
@@ -48,9 +47,8 @@ const SqliteEngine::WritePlan& SqliteEngine::writePlanOf(std::string_view file)
     return m_writePlans.emplace(std::string(file), std::move(plan)).first->second;
 }
 
-void SqliteEngine::indexRecord(const WritePlan& plan, std::string_view key, std::string_view oldRecord, std::string_view newRecord)
+void SqliteEngine::indexRecord(const WritePlan& plan, std::string_view key, std::optional<std::string_view> before, std::optional<std::string_view> after)
 {
-    const bool hadRecord = oldRecord.data() != nullptr;
     auto apply = [&](sqlite3_stmt* statement, std::string_view value, const std::string& table) {
         Use use(statement);
         bindText(statement, 1, value);
@@ -60,35 +58,25 @@ void SqliteEngine::indexRecord(const WritePlan& plan, std::string_view key, std:
         }
     };
     for (const auto& index : plan.indexes) {
-        const auto oldValues = sentence::distinctValues(sentence::attributeOf(oldRecord, index.attribute));
-        const auto newValues = sentence::distinctValues(sentence::attributeOf(newRecord, index.attribute));
-        if (hadRecord && oldValues == newValues) {
-            continue;
+        const auto change = indexChange(before, after, index.attribute);
+        for (const auto value : change.leaving) {
+            apply(index.erase, value, index.table);
         }
-        for (const auto value : oldValues) {
-            if (!std::binary_search(newValues.begin(), newValues.end(), value)) {
-                apply(index.erase, value, index.table);
-            }
-        }
-        for (const auto value : newValues) {
-            if (!hadRecord || !std::binary_search(oldValues.begin(), oldValues.end(), value)) {
-                apply(index.insert, value, index.table);
-            }
+        for (const auto value : change.entering) {
+            apply(index.insert, value, index.table);
         }
     }
 }
 
 void SqliteEngine::write(std::string_view file, std::string_view key, std::string_view record)
 {
-    checkWrittenKey(file, key);
     const auto hold = holding();
     auto work = [&] {
         createFile(file);
         const auto& plan = writePlanOf(file);
         if (!plan.indexes.empty()) {
             const auto old = read(file, key);
-            // data() of a default string_view is null: "no record before".
-            indexRecord(plan, key, old ? std::string_view(*old) : std::string_view(), record.data() ? record : std::string_view("", 0));
+            indexRecord(plan, key, old ? std::optional<std::string_view>(*old) : std::nullopt, record);
         }
         Use use(plan.upsert);
         bindText(plan.upsert, 1, key);
@@ -121,16 +109,7 @@ bool SqliteEngine::remove(std::string_view file, std::string_view key)
             return;
         }
         const auto& plan = writePlanOf(file);
-        for (const auto& index : plan.indexes) {
-            for (const auto value : sentence::distinctValues(sentence::attributeOf(*old, index.attribute))) {
-                Use use(index.erase);
-                bindText(index.erase, 1, value);
-                bindText(index.erase, 2, key);
-                if (sqlite3_step(index.erase) != SQLITE_DONE) {
-                    fail("index " + index.table);
-                }
-            }
-        }
+        indexRecord(plan, key, *old, std::nullopt);
         Use use(plan.erase);
         bindText(plan.erase, 1, key);
         if (sqlite3_step(plan.erase) != SQLITE_DONE) {
