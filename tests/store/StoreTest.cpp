@@ -255,6 +255,20 @@ TEST_P(StoreTest, BulkLoadKeepsRecordsAndIndexInStep)
     EXPECT_EQ(keys("SSELECT F"), "a^b^d^old");
 }
 
+// A key that a selection could not give back (empty, or holding a mark) is
+// refused whichever way it comes, and nothing is written.
+TEST_P(StoreTest, KeysThatCannotBeReadBackAreRefused)
+{
+    db().defineName("F", "Nom", 1);
+    for (const std::string& key : {std::string(), std::string("a\xFE" "b"), std::string("a\xFD")}) {
+        EXPECT_THAT([&] { db().write("F", key, "v"); }, ThrowsDbaError(DbaError::Kind::BadData)) << key;
+        EXPECT_THAT([&] { db().OpenFile("F")->NewItem(key)->DBWrite(); }, ThrowsDbaError(DbaError::Kind::BadData)) << key;
+    }
+    EXPECT_THAT([&] { load(R"({"file": "F", "key": "", "record": ["v"]})"); }, ThrowsDbaError(DbaError::Kind::BadData));
+    EXPECT_EQ(keys("SSELECT F"), "");
+    EXPECT_EQ(keys(R"(SSELECT F AVEC Nom = "v")"), "");
+}
+
 // Names that differ only in case never share records or an index: the second is
 // either kept apart (PostgreSQL) or refused, nothing written (SQLite).
 TEST_P(StoreTest, NamesDifferingOnlyInCaseNeverShareStorage)
