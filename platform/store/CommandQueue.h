@@ -42,8 +42,7 @@ public:
     CommandQueue(const CommandQueue&) = delete;
     CommandQueue& operator=(const CommandQueue&) = delete;
 
-    // Queues a command and returns its number; an empty session is the
-    // connection's own.
+    // Queues a command, to run in the session that asks, and returns its number.
     virtual std::int64_t enqueue(std::string_view sentence, std::string_view user, std::string_view session) = 0;
     // Waits until the command is done, calling progress as its worker reports.
     // While a worker runs it the wait has no end (the worker renews its lease);

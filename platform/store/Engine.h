@@ -80,9 +80,9 @@ public:
     // sentence selects: the Store parses each sentence once and hands it here.
     virtual DbaDynArray select(const sentence::Parsed& parsed, const std::vector<int>& attributes) = 0;
 
-    // The workstation session whose working records this connection sees; an
-    // engine of one user ignores it.
-    virtual void setSession(std::string /*session*/) {}
+    // A file of working records, rewritten by every run of every session: an
+    // engine that keeps files in memory leaves it out.
+    virtual void keepOutOfCache(std::string /*file*/) {}
 
     // The queue of server commands of a shared database; null for an engine whose
     // commands run in the calling process.

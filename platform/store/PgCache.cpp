@@ -43,7 +43,7 @@ std::optional<std::string> PgEngine::read(std::string_view file, std::string_vie
     flush(file);
     const std::string stored(key);
     // The cache holds committed records only: inside a transaction read the server.
-    if (!m_db->inTransaction() && m_cacheLimit > 0 && file != "TEMPO" && !m_largeFiles.contains(file)) {
+    if (!m_db->inTransaction() && m_cacheLimit > 0 && !m_uncachedFiles.contains(file) && !m_largeFiles.contains(file)) {
         m_db->drainNotifications();
         auto found = m_cache.find(std::string(file));
         if (found == m_cache.end()) {

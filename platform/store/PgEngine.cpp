@@ -1,27 +1,12 @@
 #include "PgEngine.h"
 
-#include <random>
-
 #include "PgQueue.h"
 #include "PgSchema.h"
 
 namespace store {
 
-namespace {
-
-std::string randomSession()
-{
-    std::random_device random;
-    char text[24];
-    std::snprintf(text, sizeof text, "s%08x%08x", random(), random());
-    return text;
-}
-
-} // namespace
-
 PgEngine::PgEngine(std::string_view url)
     : m_db(std::make_unique<pg::Connection>(url))
-    , m_defaultSession(randomSession())
 {
     m_db->runCommand("SET client_min_messages = warning", "connect");
     // Created tables and dictionary rows may be gone with a rollback.
@@ -34,7 +19,7 @@ PgEngine::PgEngine(std::string_view url)
     });
     setUpSchema();
     m_db->listen(pg::kChangesChannel, [this](std::string_view payload) { noticeChange(payload); });
-    m_queue = std::make_unique<PgCommandQueue>(*m_db, std::string(url), m_schema, [this] { return session(); });
+    m_queue = std::make_unique<PgCommandQueue>(*m_db, std::string(url), m_schema);
 }
 
 PgEngine::~PgEngine() = default;

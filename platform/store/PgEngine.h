@@ -21,7 +21,7 @@
 // its notification reaches this client.
 //
 // Keys are stored as given: a session's private keys are the Store's policy
-// (Store::setSessionPrivate).
+// (SessionKeys).
 
 #include <map>
 #include <memory>
@@ -70,11 +70,11 @@ public:
     // The SQL of a sentence (tests and benchmark).
     CompiledQuery compile(const sentence::Parsed& parsed, const std::vector<int>& attributes);
 
-    void setSession(std::string session) override { m_session = std::move(session); }
-
     CommandQueue* commandQueue() override;
     std::uint64_t reconnections() const override { return m_reconnections; }
     void setWaitObserver(ServerWaitObserver* observer) override;
+
+    void keepOutOfCache(std::string file) override { m_uncachedFiles.insert(std::move(file)); }
 
     // Files kept in memory: at most this many records (0 turns the cache off).
     void setCacheLimit(std::size_t records) { m_cacheLimit = records; m_cache.clear(); }
@@ -88,7 +88,6 @@ private:
     void indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> before,
         std::optional<std::string_view> after);
     void checkFileName(std::string_view file) const;
-    const std::string& session() const { return m_session.empty() ? m_defaultSession : m_session; }
     void forget(std::string_view file);
 
     // Bulk loads (PgBulk.cpp).
@@ -108,8 +107,6 @@ private:
     std::unique_ptr<PgCommandQueue> m_queue;
     std::uint64_t m_reconnections = 0;
     std::string m_schema;
-    std::string m_session;
-    std::string m_defaultSession; // this connection's own, when the host sets none
 
     std::set<std::string, std::less<>> m_knownFiles;
     std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
@@ -121,6 +118,7 @@ private:
     };
     std::unordered_map<std::string, CachedFile> m_cache;
     std::set<std::string, std::less<>> m_largeFiles;
+    std::set<std::string, std::less<>> m_uncachedFiles;
     std::size_t m_cacheLimit = 4096;
 
     bool m_bulk = false;

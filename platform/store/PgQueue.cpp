@@ -130,11 +130,10 @@ struct ClaimLost {};
 
 } // namespace
 
-PgCommandQueue::PgCommandQueue(pg::Connection& db, std::string url, std::string schema, std::function<std::string()> session)
+PgCommandQueue::PgCommandQueue(pg::Connection& db, std::string url, std::string schema)
     : m_db(db)
     , m_url(std::move(url))
     , m_schema(std::move(schema))
-    , m_session(std::move(session))
 {
 }
 
@@ -192,10 +191,9 @@ END $f$)",
 
 std::int64_t PgCommandQueue::enqueue(std::string_view sentence, std::string_view user, std::string_view session)
 {
-    const std::string scope = session.empty() ? m_session() : std::string(session);
     auto result = m_db.runPrepared(std::string("INSERT INTO ") + kCommandTable
             + "(sentence, username, session, client_seen) VALUES($1::bytea, $2::text, $3::text, clock_timestamp()) RETURNING id::text",
-        {sentence, user, scope}, "Execute P");
+        {sentence, user, session}, "Execute P");
     return std::stoll(std::string(cell(result.get(), 0, 0)));
 }
 

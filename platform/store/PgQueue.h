@@ -27,7 +27,7 @@ class PgCommandQueue final : public CommandQueue {
 public:
     // url opens the worker's second connection; session gives the connection's
     // session, for commands queued without one.
-    PgCommandQueue(pg::Connection& db, std::string url, std::string schema, std::function<std::string()> session);
+    PgCommandQueue(pg::Connection& db, std::string url, std::string schema);
     ~PgCommandQueue() override;
 
     // Creates or completes the queue's table, trigger and index (inside the
@@ -54,7 +54,6 @@ private:
     pg::Connection& m_db;
     std::string m_url;
     std::string m_schema;
-    std::function<std::string()> m_session;
     std::unique_ptr<pg::Connection> m_side; // the lease and progress of a running command
     // Made when a command first offers parts: it queues and awaits them outside
     // the command's transaction, which would hide them from the other workers.

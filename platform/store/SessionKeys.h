@@ -4,8 +4,8 @@
 // the working records a screen hands to a server command and gets back. Each
 // session reads, writes, removes and selects only its own, stored under
 // "<key>@<session>", so two workstations re-issuing at once never see each
-// other's. The policy is the application's (Store::setSessionPrivate); the
-// engines store the keys as given. Internal to the store.
+// other's. The store declares which files are (TEMPO); the engines store
+// the keys as given. Internal to the store.
 
 #include <optional>
 #include <set>

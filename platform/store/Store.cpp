@@ -61,6 +61,7 @@ Store::Store(std::unique_ptr<Impl> impl)
     // gets back: one workstation's request must never be read or deleted by
     // another's. Every opening of the application's database keeps them apart,
     // whatever the host registers (a window, a worker, a tool, a script).
+    m_impl->engine->keepOutOfCache(FileNames::TEMPO);
     m_impl->sessionKeys->declare(FileNames::TEMPO);
 }
 
@@ -194,10 +195,6 @@ bool Store::remove(std::string_view file, std::string_view key)
     return m_impl->engine->remove(file, m_impl->sessionKeys->stored(file, key));
 }
 
-void Store::setSessionPrivate(std::string file)
-{
-    m_impl->sessionKeys->declare(std::move(file));
-}
 
 void Store::transaction(const std::function<void()>& work)
 {

@@ -28,11 +28,10 @@ public:
     std::chrono::milliseconds commandTimeout{std::chrono::minutes(2)};
     std::function<void()> commandQueued;
 
-    // The session of the client, in the engine and for the session-private files.
+    // The session of the client, for the session-private files and the commands it queues.
     void setSession(const std::shared_ptr<DbaClient>& sessionClient)
     {
         sessionKeys->setSession(sessionClient ? sessionClient->session() : std::string());
-        engine->setSession(sessionKeys->session());
     }
     // Runs the registered command named by the first word, with the other words
     // as its arguments, on both paths (in this process, or taken from the queue):

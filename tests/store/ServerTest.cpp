@@ -26,7 +26,6 @@ protected:
     {
         auto store = m_database.connect();
         store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
-        store->setSessionPrivate("TEMPO");
         return store;
     }
     static void execute(Store& store, const std::string& command)
@@ -88,7 +87,6 @@ TEST_P(StoreOnServer, RecordsKeepEveryByteAndTheCacheFollowsOtherConnections)
 TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
 {
     auto worker = m_database.connect();
-    worker->setSessionPrivate("TEMPO");
     worker->registerCommand("COPIE", [](CommandContext& context) {
         const auto asked = context.store.read("TEMPO", "REQUETEBORDEXCEL").value_or("?");
         context.store.write("TEMPO", "BORDCAISSEEXCEL", asked + "/" + context.arguments.at(0) + "/" + context.client->session());

@@ -334,7 +334,6 @@ TEST_P(StoreTest, TwoSessionsRunningCommandsAtOnceNeverMeet)
 {
     const auto run = [&](const std::string& session, int rounds) {
         auto store = m_database.connect();
-        store->setSessionPrivate("TEMPO");
         serveOwnCommands(*store);
         store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
         store->registerCommand("COPIE", [](CommandContext& context) {

@@ -155,8 +155,6 @@ TEST(Workers, ConcurrentReissuesThroughTwoWorkersStayApart)
         clients.push_back(std::async(std::launch::async, [&database, c, requests] {
             auto store = database.connect();
             store->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-" + std::to_string(c)));
-            // What a workstation's host declares when it registers the command.
-            store->setSessionPrivate("TEMPO");
             std::vector<std::string> names;
             for (const auto& request : requests) {
                 const auto made = reissue(*store, request);
@@ -206,7 +204,6 @@ TEST(Workers, AnOutcomeThatCannotCommitPutsTheEarlierFilesBack)
     const auto contents = [&](const std::string& name) { return head(fusion / name); };
     auto client = database.connect();
     client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
-    client->setSessionPrivate("TEMPO");
     auto asked = std::async(std::launch::async, [&] { return reissue(*client, keys); });
 
     auto worker = database.connect();
@@ -271,7 +268,6 @@ TEST(Workers, KilledWhilePublishingLeavesTheEarlierOrTheNewSet)
     };
     auto client = database.connect();
     client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
-    client->setSessionPrivate("TEMPO");
     client->setCommandTimeout(60s);
     const std::vector<std::string> quick{"--lease", "1"};
 
@@ -446,7 +442,6 @@ TEST(Outage, AfterARestartWorkersAndClientsCarryOn)
     TempDir folder;
     auto client = Store::connect(scratch.connection());
     client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
-    client->setSessionPrivate("TEMPO");
     client->setCommandTimeout(30s);
     generateDemo(*client, DemoOptions{60, 3, 4});
     const auto scope = client->select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]")");
@@ -565,7 +560,6 @@ protected:
         m_expected = statements.names;
         m_client = m_database.connect();
         m_client->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-1"));
-        m_client->setSessionPrivate("TEMPO");
         m_client->setCommandProgress([this](int done, int total) { m_progress.emplace_back(done, total); });
         m_client->setCommandTimeout(10s);
     }

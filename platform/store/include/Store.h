@@ -4,8 +4,15 @@
 // dictionary of names per file, query sentences, and server commands run by
 // Execute. Two engines: one database file (SQLite, WAL mode), which several
 // processes may use at once, or a PostgreSQL server shared by workstations, where
-// server commands go through a queue to workers (calvarine-server). Files the
-// application declares session-private keep each session's records apart.
+// server commands go through a queue to workers (calvarine-server).
+//
+// TEMPO's records (the working records a screen hands to a server command and
+// gets back) belong to the workstation session that writes them: each session
+// reads, writes, removes and selects only its own, through the files it opens
+// and the calls below, on every engine. The session is the client's (setClient),
+// or one of this Store's own while it has none; a queued command runs in the
+// session that asked. An import writes in this session; an export shows the
+// keys as stored ("<key>@<session>").
 //
 // A Store is a DbaDatabase; the files it opens are DbaFiles. Use from one thread
 // at a time. Every failure is a DbaError (see database/DbaError.h).
@@ -179,16 +186,6 @@ public:
     // session's alike, with the keys as stored (for an export or a check of the
     // whole database). Throws DbaError NoFile for a missing file.
     void forEachStored(std::string_view file, const std::function<void(std::string_view key, std::string_view record)>& visit);
-
-    // TEMPO is so from the opening of every Store, on every engine.
-    // Declares a file whose records belong to the workstation session that
-    // writes them (the working records a screen hands to a server command): each
-    // session reads, writes, removes and selects only its own, through the files
-    // it opens and the calls above, on every engine. The session is the client's
-    // (setClient), or one of this Store's own while it has none; a queued command
-    // runs in the session that asked. An import writes in this session; an
-    // export shows the keys as stored ("<key>@<session>").
-    void setSessionPrivate(std::string file);
 
     // Several writes as one transaction: all or nothing.
     void transaction(const std::function<void()>& work);
