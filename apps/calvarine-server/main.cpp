@@ -28,6 +28,7 @@
 
 #include "ArchiveBordCaisseExcel.h"
 #include "Store.h"
+#include "Worker.h"
 #include "database/DbaError.h"
 
 namespace {
@@ -169,6 +170,7 @@ int work(int argc, char** argv, const Options& options)
     // The server may be down or restarting: the worker waits for it, longer each
     // time, and says so, rather than stop.
     std::shared_ptr<store::Store> store;
+    std::optional<store::Worker> worker;
     std::chrono::seconds pause{1};
     bool troubled = false;
     // The store makes a lost connection again by itself: the worker only says so.
@@ -187,12 +189,13 @@ int work(int argc, char** argv, const Options& options)
                     store->setFusionDirectory(options.fusion);
                 }
                 server::registerArchiveBordCaisseExcel(*store);
+                worker.emplace(*store);
                 std::cerr << "calvarine-server " << name << ": waiting for commands\n";
             }
-            while (!stop.requested() && store->runQueuedCommand(name, lease, stopping)) {
+            while (!stop.requested() && worker->runQueuedCommand(name, lease, stopping)) {
             }
-            if (store->reconnections() != reconnections) {
-                reconnections = store->reconnections();
+            if (worker->reconnections() != reconnections) {
+                reconnections = worker->reconnections();
                 troubled = true;
             }
             if (troubled) {
@@ -205,7 +208,7 @@ int work(int argc, char** argv, const Options& options)
             }
             // Woken by a new command; a lease that runs out sends no notification, so
             // look again every second (and at the stop request).
-            store->waitForCommands(std::chrono::seconds(1));
+            worker->waitForCommands(std::chrono::seconds(1));
         } catch (const DbaError& error) {
             if (error.kind() != DbaError::Kind::Storage || options.once) {
                 throw;

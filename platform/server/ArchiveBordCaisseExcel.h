@@ -46,6 +46,7 @@
 #include <string_view>
 #include <vector>
 
+#include "CommandParts.h"
 #include "FusionBatch.h"
 #include "Store.h"
 #include "archive/Archive.h"

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "CommandParts.h"
 #include "Store.h"
 
 namespace store {

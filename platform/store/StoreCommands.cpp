@@ -1,7 +1,7 @@
 #include "Store.h"
 
 // The store's server commands: Execute "P" in this process or through the
-// queue, the worker's side of the queue, and the commands registered.
+// queue, and the commands registered.
 
 #include <cerrno>
 #include <exception>
@@ -13,9 +13,6 @@
 
 namespace store {
 
-namespace {
-
-// The words of a command sentence; a double-quoted word may hold blanks.
 std::vector<std::string> commandWords(std::string_view text)
 {
     std::vector<std::string> words;
@@ -40,6 +37,8 @@ std::vector<std::string> commandWords(std::string_view text)
     }
     return words;
 }
+
+namespace {
 
 // The cause of a failure to write in FUSION, in an operator's words.
 std::string fusionReason(std::error_code error, const std::filesystem::path& fusion)
@@ -167,11 +166,6 @@ bool Store::queuesCommands() const
     return m_impl->engine->commandQueue() != nullptr;
 }
 
-std::uint64_t Store::reconnections() const
-{
-    return m_impl->engine->reconnections();
-}
-
 void Store::setWaitObserver(ServerWaitObserver* observer)
 {
     m_impl->engine->setWaitObserver(observer);
@@ -180,84 +174,6 @@ void Store::setWaitObserver(ServerWaitObserver* observer)
 void Store::setCommandTimeout(std::chrono::milliseconds timeout)
 {
     m_impl->commandTimeout = timeout;
-}
-
-void Store::setCommandQueued(std::function<void()> queued)
-{
-    m_impl->commandQueued = std::move(queued);
-}
-
-void Store::waitForCommands(std::chrono::milliseconds timeout)
-{
-    if (auto* queue = m_impl->engine->commandQueue()) {
-        queue->waitForCommands(timeout);
-    }
-}
-
-bool Store::runQueuedCommand(std::string_view worker, std::chrono::seconds lease, const std::function<bool()>& stopping)
-{
-    auto& engine = *m_impl->engine;
-    auto* queue = engine.commandQueue();
-    const auto claimed = queue ? queue->claim(worker, lease) : std::nullopt;
-    if (!claimed) {
-        return false;
-    }
-    // The command works in the session of the client that asked.
-    struct Restore {
-        Store::Impl& impl;
-        std::shared_ptr<DbaClient> previous;
-        ~Restore()
-        {
-            impl.setSession(previous);
-            impl.client = previous;
-        }
-    } restore{*m_impl, m_impl->client};
-    m_impl->client = std::make_shared<DbaClient>(claimed->user, claimed->session);
-    m_impl->setSession(m_impl->client);
-
-    // What the command leaves to follow its outcome (its files published) learns whether it committed.
-    std::function<void(bool)> settled;
-    bool committed = false;
-    try {
-        committed = queue->complete(*claimed, [&](const CommandProgress& progress) -> CommandOutcome {
-            // A command that stopped its workers this often would stop every next one.
-            constexpr int kMaxAttempts = 3;
-            if (claimed->attempt > kMaxAttempts) {
-                return {false, "abandoned: " + std::to_string(kMaxAttempts) + " workers stopped while running it",
-                    "la demande a arrêté " + std::to_string(kMaxAttempts) + " programmes serveur (calvarine-server) et a été abandonnée"};
-            }
-            // Its parts still offered are withdrawn once it ends, before its outcome commits.
-            const auto parts = queue->parts(*claimed);
-            // The worker is asked to stop: the command ends at its next report, for another worker to run.
-            bool handedBack = false;
-            const CommandProgress reported = [&](int done, int total) {
-                if (stopping && stopping()) {
-                    handedBack = true;
-                    throw std::runtime_error("the worker is stopping");
-                }
-                progress(done, total);
-            };
-            // A failed command leaves none of its records.
-            auto outcome = m_impl->runCommand(*this, commandWords(claimed->sentence), reported, parts.get(), &settled,
-                [&](const std::function<void()>& run) { engine.transaction(run); });
-            if (!outcome.succeeded && settled) {
-                std::exchange(settled, nullptr)(false);
-            }
-            if (handedBack) {
-                throw CommandQueue::HandedBack{};
-            }
-            return outcome;
-        });
-    } catch (...) {
-        if (settled) {
-            settled(false);
-        }
-        throw;
-    }
-    if (settled) {
-        settled(committed);
-    }
-    return true;
 }
 
 void Store::registerCommand(std::string name, ServerCommand command, ServerCommand before)

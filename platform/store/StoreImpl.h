@@ -12,6 +12,9 @@
 
 namespace store {
 
+// The words of a command sentence; a double-quoted word may hold blanks.
+std::vector<std::string> commandWords(std::string_view text);
+
 class Store::Impl {
 public:
     std::shared_ptr<Engine> engine;

@@ -11,8 +11,10 @@
 #include <thread>
 #include <unistd.h>
 
-#include "ThrowsDbaError.h"
+#include "CommandParts.h"
 #include "StoreTestSupport.h"
+#include "ThrowsDbaError.h"
+#include "Worker.h"
 
 namespace store::testing {
 namespace {
@@ -48,7 +50,7 @@ protected:
         if (child == 0) {
             auto worker = m_database.connect();
             worker->registerCommand(command, std::move(run));
-            for (int tries = 0; tries < 1000 && !worker->runQueuedCommand(name, 1s); ++tries) {
+            for (int tries = 0; tries < 1000 && !Worker(*worker).runQueuedCommand(name, 1s); ++tries) {
                 std::this_thread::sleep_for(10ms);
             }
             _exit(4);
@@ -103,7 +105,7 @@ TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
     }
     int ran = 0;
     EXPECT_TRUE(eventually([&] {
-        ran += worker->runQueuedCommand("test") ? 1 : 0;
+        ran += Worker(*worker).runQueuedCommand("test") ? 1 : 0;
         return ran == 2;
     }));
     for (auto& run : runs) {
@@ -115,7 +117,7 @@ TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
     // A failing command fails Execute with its message and leaves none of its records.
     clients[0]->remove("TEMPO", "BORDCAISSEEXCEL");
     auto failing = executeLater(*clients[0], "PANNE");
-    EXPECT_TRUE(eventually([&] { return worker->runQueuedCommand("test"); }));
+    EXPECT_TRUE(eventually([&] { return Worker(*worker).runQueuedCommand("test"); }));
     EXPECT_THAT([&] { failing.get(); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "imprimante en feu"));
     EXPECT_EQ(clients[0]->read("TEMPO", "BORDCAISSEEXCEL"), std::nullopt);
 }
@@ -128,7 +130,7 @@ TEST_P(StoreOnServer, ExecuteGivesUpClearlyWhenNoWorkerAnswers)
     // The command was withdrawn: a worker that comes later does not run it.
     auto worker = m_database.connect();
     worker->registerCommand("ARCHIVEBORDCAISSEEXCEL", [](CommandContext&) { ADD_FAILURE() << "ran a withdrawn command"; });
-    EXPECT_FALSE(worker->runQueuedCommand("late"));
+    EXPECT_FALSE(Worker(*worker).runQueuedCommand("late"));
 }
 
 TEST_P(StoreOnServer, ACommandWhoseWorkerDiesRunsOnceToCompletionAfterTheLease)
@@ -154,11 +156,11 @@ TEST_P(StoreOnServer, ACommandWhoseWorkerDiesRunsOnceToCompletionAfterTheLease)
 
     auto worker = m_database.connect();
     worker->registerCommand("COMPTER", command);
-    EXPECT_TRUE(eventually([&] { return worker->runQueuedCommand("second", 1s); }));
+    EXPECT_TRUE(eventually([&] { return Worker(*worker).runQueuedCommand("second", 1s); }));
     client.get();
     EXPECT_EQ(db().read("COMPTE", "runs"), "1");
     EXPECT_EQ(db().read("TEMPO", "BORDCAISSEEXCEL"), "fait");
-    EXPECT_FALSE(worker->runQueuedCommand("second", 1s));
+    EXPECT_FALSE(Worker(*worker).runQueuedCommand("second", 1s));
 }
 
 TEST_P(StoreOnServer, ALongCommandKeepsItsLeaseAndTheClientFollowsItsProgress)
@@ -181,10 +183,10 @@ TEST_P(StoreOnServer, ALongCommandKeepsItsLeaseAndTheClientFollowsItsProgress)
     db().setCommandProgress([&](int done, int total) { seen.emplace_back(done, total); });
     db().setCommandTimeout(2s);
     auto client = executeLater(db(), "LONG");
-    ASSERT_TRUE(eventually([&] { return slow->runQueuedCommand("slow", 1s); }));
+    ASSERT_TRUE(eventually([&] { return Worker(*slow).runQueuedCommand("slow", 1s); }));
     client.get();
     // Meanwhile: nothing left for the other worker.
-    EXPECT_FALSE(other->runQueuedCommand("other", 1s));
+    EXPECT_FALSE(Worker(*other).runQueuedCommand("other", 1s));
     EXPECT_EQ(db().read("COMPTE", "runs"), "1");
     ASSERT_FALSE(seen.empty());
     EXPECT_EQ(seen.back(), std::make_pair(5, 5));
@@ -199,7 +201,7 @@ TEST_P(StoreOnServer, WhileWorkersAreBusyTheClientSaysSoAndItsCommandIsNeverRunL
     worker->registerCommand("AUTRE", [](CommandContext& context) { context.store.write("RESULTATS", "autre", "x"); });
     auto first = workstation("poste-1");
     auto busy = executeLater(*first, "LENT");
-    auto running = std::async(std::launch::async, [&] { EXPECT_TRUE(eventually([&] { return worker->runQueuedCommand("w1", 1s); })); });
+    auto running = std::async(std::launch::async, [&] { EXPECT_TRUE(eventually([&] { return Worker(*worker).runQueuedCommand("w1", 1s); })); });
 
     auto second = workstation("poste-2");
     second->setCommandTimeout(1500ms);
@@ -208,7 +210,7 @@ TEST_P(StoreOnServer, WhileWorkersAreBusyTheClientSaysSoAndItsCommandIsNeverRunL
     running.get();
     busy.get();
     // The withdrawn command stays withdrawn.
-    EXPECT_FALSE(worker->runQueuedCommand("w1", 1s));
+    EXPECT_FALSE(Worker(*worker).runQueuedCommand("w1", 1s));
     EXPECT_EQ(db().read("RESULTATS", "autre"), std::nullopt);
 }
 
@@ -234,7 +236,7 @@ TEST_P(StoreOnServer, AFrozenWorkerLosesItsCommandToAnother)
     kill(child, SIGSTOP);
     auto worker = m_database.connect();
     worker->registerCommand("LENT", [](CommandContext& context) { context.store.write("RESULTATS", "vivant", "x"); });
-    const bool taken = started && eventually([&] { return worker->runQueuedCommand("vivant", 1s); });
+    const bool taken = started && eventually([&] { return Worker(*worker).runQueuedCommand("vivant", 1s); });
     kill(child, SIGCONT);
     EXPECT_TRUE(waitForExit(child)) << "the frozen worker hung once thawed";
     ASSERT_TRUE(started);
@@ -277,7 +279,7 @@ TEST_P(StoreOnServer, ACommandTakesBackItsPartsFilesOrFailureAndLeavesNoneBehind
         const auto own = context.parts->offer("PIECE gardee");
         context.parts->offer("PIECE oubliee");
         // The helper takes the oldest part and runs it on a thread of its own.
-        auto helping = std::async(std::launch::async, [&] { return helper->runQueuedCommand("aide", 5s); });
+        auto helping = std::async(std::launch::async, [&] { return Worker(*helper).runQueuedCommand("aide", 5s); });
         if (context.arguments.at(0) == "panne") {
             EXPECT_TRUE(helping.get());
             context.parts->takeBack(shared, [](int) {});
@@ -302,7 +304,7 @@ TEST_P(StoreOnServer, ACommandTakesBackItsPartsFilesOrFailureAndLeavesNoneBehind
     });
 
     auto client = executeLater(db(), "PARTAGE ok");
-    ASSERT_TRUE(eventually([&] { return owner->runQueuedCommand("proprio", 5s); }));
+    ASSERT_TRUE(eventually([&] { return Worker(*owner).runQueuedCommand("proprio", 5s); }));
     client.get();
     ASSERT_EQ(files.size(), 2u);
     EXPECT_EQ(files[0].name, "a.pdf");
@@ -310,12 +312,12 @@ TEST_P(StoreOnServer, ACommandTakesBackItsPartsFilesOrFailureAndLeavesNoneBehind
     EXPECT_EQ(files[1].bytes, "ok");
     EXPECT_EQ(partsDone, 1);
     // The part forgotten was withdrawn with its command: nobody runs it.
-    EXPECT_FALSE(helper->runQueuedCommand("aide", 5s));
+    EXPECT_FALSE(Worker(*helper).runQueuedCommand("aide", 5s));
 
     auto failing = executeLater(db(), "PARTAGE panne");
-    ASSERT_TRUE(eventually([&] { return owner->runQueuedCommand("proprio", 5s); }));
+    ASSERT_TRUE(eventually([&] { return Worker(*owner).runQueuedCommand("proprio", 5s); }));
     EXPECT_THAT([&] { failing.get(); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "encre épuisée"));
-    EXPECT_FALSE(helper->runQueuedCommand("aide", 5s));
+    EXPECT_FALSE(Worker(*helper).runQueuedCommand("aide", 5s));
 }
 
 TEST(ServerUri, APasswordIsNeverEchoed)

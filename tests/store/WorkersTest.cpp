@@ -21,10 +21,12 @@
 #include <QGuiApplication>
 
 #include "ArchiveBordCaisseExcel.h"
+#include "CommandParts.h"
 #include "Demo.h"
 #include "PgConnection.h"
 #include "PgSchema.h"
 #include "StoreTestSupport.h"
+#include "Worker.h"
 
 namespace store::testing {
 namespace {
@@ -215,7 +217,7 @@ TEST(Workers, AnOutcomeThatCannotCommitPutsTheEarlierFilesBack)
         pg::Connection other(database.connection());
         other.run(std::string("UPDATE ") + pg::kCommandTable + " SET attempt = attempt + 1 WHERE state = 'running'", {}, "test");
     });
-    ASSERT_TRUE(eventually([&] { return worker->runQueuedCommand("w1"); }));
+    ASSERT_TRUE(eventually([&] { return store::Worker(*worker).runQueuedCommand("w1"); }));
     EXPECT_EQ(contents(names[0]), "former");
     EXPECT_EQ(contents(names[1]), "former");
     EXPECT_FALSE(std::filesystem::exists(fusion / names[2]));
@@ -224,7 +226,7 @@ TEST(Workers, AnOutcomeThatCannotCommitPutsTheEarlierFilesBack)
     // Given back to the queue, the command runs again, whole this time.
     pg::Connection(database.connection()).run(std::string("UPDATE ") + pg::kCommandTable + " SET state = 'queued' WHERE state = 'running'", {}, "test");
     server::registerArchiveBordCaisseExcel(*worker);
-    ASSERT_TRUE(worker->runQueuedCommand("w1"));
+    ASSERT_TRUE(store::Worker(*worker).runQueuedCommand("w1"));
     ASSERT_EQ(asked.wait_for(60s), std::future_status::ready);
     EXPECT_EQ(asked.get(), names);
     for (const auto& name : names) {

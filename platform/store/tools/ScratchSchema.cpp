@@ -5,6 +5,7 @@
 #include <memory>
 #include <random>
 
+#include "Worker.h"
 #include "database/DbaError.h"
 
 namespace store {
@@ -64,8 +65,11 @@ ScratchSchema::~ScratchSchema()
 
 void serveOwnCommands(Store& store)
 {
-    store.setCommandQueued([&store] {
-        while (store.runQueuedCommand("in-process")) {
+    if (!store.queuesCommands()) {
+        return; // a database file runs its commands where they are asked
+    }
+    Worker(store).setCommandQueued([&store] {
+        while (Worker(store).runQueuedCommand("in-process")) {
         }
     });
 }
