@@ -181,7 +181,7 @@ void QtHostServices::doEvents()
 std::unique_ptr<QMenu> QtHostServices::buildPopupMenu(const Control& menu) const
 {
     auto popup = std::make_unique<QMenu>(m_parent);
-    popup->setTitle(QString::fromStdString(std::string(menu.spec().caption)));
+    popup->setTitle(QString::fromStdString(std::string(menu.row().caption)));
     popup->addSection(popup->title());
     const ScreenModel& screen = menu.screen();
     for (std::int16_t i = 0; i < screen.count(); ++i) {
@@ -189,7 +189,7 @@ std::unique_ptr<QMenu> QtHostServices::buildPopupMenu(const Control& menu) const
         if (entry.kind() != ControlKind::MenuEntry || entry.container() != &menu) {
             continue;
         }
-        QAction* action = popup->addAction(QString::fromStdString(std::string(entry.spec().caption)));
+        QAction* action = popup->addAction(QString::fromStdString(std::string(entry.row().caption)));
         action->setData(QString::fromStdString(entry.name()));
         action->setEnabled(entry.enabled());
     }

@@ -117,7 +117,7 @@ void ScreenView::build()
             if (!entry.widget) {
                 continue;
             }
-            const ControlSpec& spec = entry.control->spec();
+            const ControlRow& spec = entry.control->row();
             if (!entry.widget->testAttribute(Qt::WA_SetFont)) {
                 // Set on each widget: a frame's style sheet would otherwise give
                 // its options the application's font.
@@ -192,7 +192,7 @@ void ScreenView::chooseScale()
 QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
 {
     const Control& control = *entry.control;
-    const ControlSpec& spec = control.spec();
+    const ControlRow& spec = control.row();
     const InitialValues initial = initialValues(spec);
     const QString caption = QString::fromUtf8(spec.caption.data(), static_cast<qsizetype>(spec.caption.size()));
 

@@ -371,12 +371,6 @@ void Connection::runCommand(const std::string& sql, std::string_view context)
     checked(exec(sql, context), context);
 }
 
-void Connection::deallocateAll(std::string_view context)
-{
-    runCommand("DEALLOCATE ALL", context);
-    m_prepared.clear();
-}
-
 void Connection::transaction(const std::function<void()>& work)
 {
     if (m_depth > 0) {

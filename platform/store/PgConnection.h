@@ -89,7 +89,6 @@ public:
     // As run, through a statement prepared on first use.
     Result runPrepared(const std::string& sql, const Params& params, std::string_view context);
     void runCommand(const std::string& sql, std::string_view context);
-    bool isPrepared(const std::string& sql) const { return m_prepared.contains(sql); }
     // COPY (...) TO STDOUT (FORMAT binary): hands each row's fields (bytes,
     // empty for NULL) to visit as they arrive, so the whole answer never sits in
     // memory at once. What visit throws is rethrown once the answer is read.
@@ -97,8 +96,6 @@ public:
     void copyOut(const std::string& sql, std::string_view context, const RowVisitor& visit);
     // COPY ... FROM STDIN (FORMAT binary) of rows.
     void copyIn(const std::string& sql, std::string_view context, BinaryRows& rows);
-    // Drops every prepared statement (sentences of many shapes fill the server's memory).
-    void deallocateAll(std::string_view context);
 
     // Runs work in a transaction, or in a savepoint inside one; a failure rolls
     // it back and is rethrown. onRollback runs after an outer rollback.

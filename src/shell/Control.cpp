@@ -14,18 +14,18 @@ const std::string kEmpty;
 
 } // namespace
 
-Control::Control(ScreenModel& screen, const ControlSpec& spec)
+Control::Control(ScreenModel& screen, const ControlRow& row)
     : m_screen(screen)
-    , m_spec(&spec)
-    , m_name(spec.name)
+    , m_row(&row)
+    , m_name(row.name)
 {
-    const InitialValues initial = initialValues(spec);
+    const InitialValues initial = initialValues(row);
     m_enabled = initial.enabled;
     m_visible = initial.visible;
     m_value = initial.value;
     m_maxLength = initial.maxLength;
     m_sorted = initial.sorted;
-    m_dropDownList = spec.kind == ControlKind::ComboBox && initial.style == 2;
+    m_dropDownList = row.kind == ControlKind::ComboBox && initial.style == 2;
 }
 
 void Control::changed(Property property)

@@ -42,13 +42,13 @@ enum class Property : std::uint8_t { Text, Enabled, Visible, Value, ListIndex, S
 // gives "" (or 0, False); writing one throws std::out_of_range.
 class Control {
 public:
-    Control(ScreenModel& screen, const ControlSpec& spec);
+    Control(ScreenModel& screen, const ControlRow& row);
     Control(const Control&) = delete;
     Control& operator=(const Control&) = delete;
 
-    const ControlSpec& spec() const noexcept { return *m_spec; }
+    const ControlRow& row() const noexcept { return *m_row; }
     const std::string& name() const noexcept { return m_name; }
-    ControlKind kind() const noexcept { return m_spec->kind; }
+    ControlKind kind() const noexcept { return m_row->kind; }
     Control* container() const noexcept { return m_container; }
     ScreenModel& screen() const noexcept { return m_screen; }
 
@@ -132,7 +132,7 @@ private:
     void requireIndex(std::int16_t index, const char* member) const;
 
     ScreenModel& m_screen;
-    const ControlSpec* m_spec;
+    const ControlRow* m_row;
     std::string m_name;
     Control* m_container = nullptr;
     bool m_enabled;

@@ -8,23 +8,23 @@
 
 namespace {
 
-const ControlSpec kUserControlSpec{-1, "UserControl", ControlKind::UserControl, "", "", 0, 0,
+const ControlRow kUserControlRow{-1, "UserControl", ControlKind::UserControl, "", "", 0, 0,
     ScreenTable::kDesignWidth, ScreenTable::kDesignHeight, "", "MouseDown", ""};
 
 } // namespace
 
 ScreenModel::ScreenModel(HostServices& host)
     : m_host(host)
-    , m_userControl(std::make_unique<Control>(*this, kUserControlSpec))
+    , m_userControl(std::make_unique<Control>(*this, kUserControlRow))
 {
-    for (const ControlSpec& spec : ScreenTable::controls()) {
-        m_controls.push_back(std::make_unique<Control>(*this, spec));
+    for (const ControlRow& row : ScreenTable::controls()) {
+        m_controls.push_back(std::make_unique<Control>(*this, row));
     }
     for (auto& control : m_controls) {
-        if (!control->spec().frame.empty()) {
-            control->m_container = find(control->spec().frame);
-        } else if (!control->spec().parentMenu.empty()) {
-            control->m_container = find(control->spec().parentMenu);
+        if (!control->row().frame.empty()) {
+            control->m_container = find(control->row().frame);
+        } else if (!control->row().parentMenu.empty()) {
+            control->m_container = find(control->row().parentMenu);
         }
     }
 }
@@ -412,7 +412,7 @@ bool ScreenModel::optionKey(Control& option, Key key)
         }
     }
     std::sort(group.begin(), group.end(), [](const Control* a, const Control* b) {
-        return std::pair(a->spec().top, a->spec().left) < std::pair(b->spec().top, b->spec().left);
+        return std::pair(a->row().top, a->row().left) < std::pair(b->row().top, b->row().left);
     });
     const auto at = std::find(group.begin(), group.end(), &option) - group.begin();
     const auto size = static_cast<std::ptrdiff_t>(group.size());

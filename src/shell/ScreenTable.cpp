@@ -8,7 +8,7 @@ namespace {
 using K = ControlKind;
 
 // clang-format off
-constexpr ControlSpec kControls[] = {
+constexpr ControlRow kControls[] = {
     // tab name               kind              frame           caption                    left  top   width height initial values, handled events, parent menu
     {0,  "Cbo_Entite",      K::ComboBox,      "",             "",                        2400, 480,  4935, 315,  "", "Change Click KeyPress", ""},
     {1,  "Cdr_Activite",    K::Frame,         "",             "Type activité",           120,  840,  7215, 735,  "", "MouseDown", ""},
@@ -49,21 +49,21 @@ constexpr ControlSpec kControls[] = {
 
 } // namespace
 
-InitialValues initialValues(const ControlSpec& spec)
+InitialValues initialValues(const ControlRow& row)
 {
     InitialValues v;
     auto number = [&](std::string_view word) -> std::int16_t {
-        const auto at = spec.initial.find(word);
+        const auto at = row.initial.find(word);
         if (at == std::string_view::npos) {
             return 0;
         }
         std::int16_t n = 0;
-        for (auto i = at + word.size() + 1; i < spec.initial.size() && spec.initial[i] >= '0' && spec.initial[i] <= '9'; ++i) {
-            n = CInt16(n * 10 + (spec.initial[i] - '0'));
+        for (auto i = at + word.size() + 1; i < row.initial.size() && row.initial[i] >= '0' && row.initial[i] <= '9'; ++i) {
+            n = CInt16(n * 10 + (row.initial[i] - '0'));
         }
         return n;
     };
-    auto has = [&](std::string_view words) { return spec.initial.find(words) != std::string_view::npos; };
+    auto has = [&](std::string_view words) { return row.initial.find(words) != std::string_view::npos; };
     v.enabled = !has("Enabled False");
     v.visible = !has("Visible False");
     v.value = has("Value True");
@@ -77,14 +77,14 @@ InitialValues initialValues(const ControlSpec& spec)
 
 namespace ScreenTable {
 
-std::span<const ControlSpec> controls()
+std::span<const ControlRow> controls()
 {
     return kControls;
 }
 
-const ControlSpec* find(std::string_view name)
+const ControlRow* find(std::string_view name)
 {
-    const auto* it = std::find_if(std::begin(kControls), std::end(kControls), [&](const ControlSpec& c) { return c.name == name; });
+    const auto* it = std::find_if(std::begin(kControls), std::end(kControls), [&](const ControlRow& c) { return c.name == name; });
     return it == std::end(kControls) ? nullptr : it;
 }
 

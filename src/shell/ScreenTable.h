@@ -22,7 +22,8 @@ enum class ControlKind : std::uint8_t {
     UserControl,
 };
 
-struct ControlSpec {
+// A row of the screen table: one control as the screen's description gives it.
+struct ControlRow {
     std::int16_t tabIndex;        // -1 for menu entries
     std::string_view name;
     ControlKind kind;
@@ -34,7 +35,7 @@ struct ControlSpec {
     std::string_view parentMenu;  // menu entries: the entry they stand under
 };
 
-// The initial values of a control, read from ControlSpec::initial.
+// The initial values of a control, read from ControlRow::initial.
 struct InitialValues {
     bool enabled = true;
     bool visible = true;
@@ -46,7 +47,7 @@ struct InitialValues {
     bool hasPicture = false;
 };
 
-InitialValues initialValues(const ControlSpec& spec);
+InitialValues initialValues(const ControlRow& row);
 
 namespace ScreenTable {
 
@@ -56,8 +57,8 @@ inline constexpr int kTwipsPerPixel = 15;
 
 // Controls in TabIndex order, then the menu entries (Mnu_Aide, Mnu_Sommaire):
 // the order of the Controls collection.
-std::span<const ControlSpec> controls();
+std::span<const ControlRow> controls();
 
-const ControlSpec* find(std::string_view name);
+const ControlRow* find(std::string_view name);
 
 } // namespace ScreenTable

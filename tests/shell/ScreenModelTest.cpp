@@ -182,7 +182,7 @@ TEST(ScreenTable, ControlsCollectionHoldsTheTableThenTheMenus)
     ScreenModel screen(host);
     ASSERT_EQ(screen.count(), 34);
     for (std::int16_t i = 0; i < 32; ++i) {
-        EXPECT_EQ(screen.at(i).spec().tabIndex, i);
+        EXPECT_EQ(screen.at(i).row().tabIndex, i);
     }
     EXPECT_EQ(screen.at(32).name(), "Mnu_Aide");
     EXPECT_EQ(screen.at(33).container()->name(), "Mnu_Aide");
