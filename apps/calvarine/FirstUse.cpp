@@ -2,7 +2,7 @@
 
 #include <QProgressDialog>
 
-#include "DataDirectory.h"
+#include "shell/DataDirectory.h"
 #include "Store.h"
 
 std::filesystem::path demoDatabasePath()

@@ -24,7 +24,7 @@
 #include <string_view>
 #include <vector>
 
-#include "DataDirectory.h"
+#include "shell/DataDirectory.h"
 
 class HostServices;
 class LateBoundObject;

@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 
-#include "DataDirectory.h"
+#include "shell/DataDirectory.h"
 #include "PaperLayout.h"
 #include "Spool.h"
 #include "StatementRenderer.h"

@@ -1,11 +1,10 @@
 #include <dlfcn.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "shell/ComponentEntryPoints.h"
+#include "shell/DataDirectory.h"
 #include "shell/Ctr_Calvarine.h"
 #include "shell/Variable.h"
 
@@ -28,15 +27,7 @@ namespace ComponentRegistration {
 
 std::string directory()
 {
-    std::filesystem::path base;
-    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg) {
-        base = xdg;
-    } else if (const char* home = std::getenv("HOME"); home && *home) {
-        base = std::filesystem::path(home) / ".local" / "share";
-    } else {
-        base = std::filesystem::temp_directory_path();
-    }
-    return (base / "calvarine" / "components").string();
+    return components::registrationDirectory().string();
 }
 
 } // namespace ComponentRegistration
@@ -69,20 +60,22 @@ int DllCanUnloadNow()
     return Variable::ObjetsVivants == 0 ? 0 : 1;
 }
 
+// Nothing may be thrown through these C entry points.
 int DllRegisterServer()
 {
-    std::error_code ec;
-    const std::filesystem::path dir = ComponentRegistration::directory();
-    std::filesystem::create_directories(dir, ec);
-    std::ofstream out(dir / kClassName, std::ios::trunc);
-    out << libraryPath().string() << '\n';
-    return out.good() ? 0 : 2;
+    try {
+        return components::writeRegistration(kClassName, libraryPath());
+    } catch (...) {
+        return 2;
+    }
 }
 
 int DllUnregisterServer()
 {
-    std::error_code ec;
-    std::filesystem::remove(std::filesystem::path(ComponentRegistration::directory()) / kClassName, ec);
-    return ec ? 2 : 0;
+    try {
+        return components::removeRegistration(kClassName);
+    } catch (...) {
+        return 2;
+    }
 }
 }

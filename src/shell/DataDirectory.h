@@ -11,8 +11,10 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 
 namespace components {
 
@@ -48,6 +50,41 @@ inline std::filesystem::path registrationDirectory()
 {
     auto base = userDataBase();
     return base ? *base / "calvarine" / "components" : std::filesystem::path();
+}
+
+// Registers library (an absolute path) as the one that makes className: 0, or
+// 2 when it cannot. The loader trusts a registration only if nobody else may
+// write it or its folders: they are made so whatever the umask.
+inline int writeRegistration(std::string_view className, const std::filesystem::path& library)
+{
+    namespace fs = std::filesystem;
+    const fs::path dir = registrationDirectory();
+    if (library.empty() || dir.empty()) {
+        return 2;
+    }
+    std::error_code ec;
+    for (const auto& folder : {dir.parent_path(), dir}) {
+        fs::create_directories(folder, ec);
+        fs::permissions(folder, fs::perms::group_write | fs::perms::others_write, fs::perm_options::remove, ec);
+    }
+    {
+        std::ofstream out(dir / className, std::ios::trunc);
+        out << library.string() << '\n';
+        out.close();
+        if (!out.good()) {
+            return 2;
+        }
+    }
+    fs::permissions(dir / className, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read, ec);
+    return ec ? 2 : 0;
+}
+
+// Removes the registration of className: 0, or 2 when it cannot.
+inline int removeRegistration(std::string_view className)
+{
+    std::error_code ec;
+    std::filesystem::remove(registrationDirectory() / className, ec);
+    return ec ? 2 : 0;
 }
 
 } // namespace components
