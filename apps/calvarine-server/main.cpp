@@ -167,11 +167,12 @@ int work(int argc, char** argv, const Options& options)
     const std::string name = options.name.empty() ? std::string(host) + ":" + std::to_string(getpid()) : options.name;
     const auto lease = std::chrono::seconds(options.lease);
 
-    // The server may be down or restarting: the worker waits for it, longer each
-    // time, and says so, rather than stop.
+    // The server may be down or restarting: the worker waits for it rather than
+    // stop, and says so once. How often the server is tried is the connection's
+    // own policy (a bounded reconnection, then a probe every few seconds): the
+    // worker only comes back to it every second.
     std::shared_ptr<store::Store> store;
     std::optional<store::Worker> worker;
-    std::chrono::seconds pause{1};
     bool troubled = false;
     // The store makes a lost connection again by itself: the worker only says so.
     std::uint64_t reconnections = 0;
@@ -201,7 +202,6 @@ int work(int argc, char** argv, const Options& options)
             if (troubled) {
                 std::cerr << "calvarine-server " << name << ": connected to the database again\n";
                 troubled = false;
-                pause = std::chrono::seconds(1);
             }
             if (options.once || stop.requested()) {
                 break;
@@ -213,10 +213,11 @@ int work(int argc, char** argv, const Options& options)
             if (error.kind() != DbaError::Kind::Storage || options.once) {
                 throw;
             }
-            std::cerr << "calvarine-server " << name << ": " << error.what() << "; trying again in " << pause.count() << " s\n";
-            troubled = true;
-            stop.sleep(pause);
-            pause = std::min(pause * 2, std::chrono::seconds(30));
+            if (!troubled) {
+                std::cerr << "calvarine-server " << name << ": " << error.what() << "; waiting for the database\n";
+                troubled = true;
+            }
+            stop.sleep(std::chrono::seconds(1));
         }
     }
     if (stop.requested()) {
