@@ -87,39 +87,48 @@ int DllCanUnloadNow()
 
 int DllRegisterServer()
 {
-    const std::filesystem::path library = libraryPath();
-    if (library.empty()) {
-        return 2;
-    }
-    const std::filesystem::path dir = ComponentRegistration::directory();
-    if (dir.empty()) {
-        return 2;
-    }
-    // The loader trusts a registration only if nobody else may write it or its
-    // folders: make them so whatever the umask.
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    for (const auto& folder : {dir.parent_path(), dir}) {
-        fs::create_directories(folder, ec);
-        fs::permissions(folder, fs::perms::group_write | fs::perms::others_write, fs::perm_options::remove, ec);
-    }
-    const fs::path file = dir / kClassName;
-    {
-        std::ofstream out(file, std::ios::trunc);
-        out << library.string() << '\n';
-        out.close();
-        if (!out.good()) {
+    // No exception may leave an entry point (its caller may be C).
+    try {
+        const std::filesystem::path library = libraryPath();
+        if (library.empty()) {
             return 2;
         }
+        const std::filesystem::path dir = ComponentRegistration::directory();
+        if (dir.empty()) {
+            return 2;
+        }
+        // The loader trusts a registration only if nobody else may write it or its
+        // folders: make them so whatever the umask.
+        namespace fs = std::filesystem;
+        std::error_code ec;
+        for (const auto& folder : {dir.parent_path(), dir}) {
+            fs::create_directories(folder, ec);
+            fs::permissions(folder, fs::perms::group_write | fs::perms::others_write, fs::perm_options::remove, ec);
+        }
+        const fs::path file = dir / kClassName;
+        {
+            std::ofstream out(file, std::ios::trunc);
+            out << library.string() << '\n';
+            out.close();
+            if (!out.good()) {
+                return 2;
+            }
+        }
+        fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read, ec);
+        return ec ? 2 : 0;
+    } catch (...) {
+        return 2;
     }
-    fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read, ec);
-    return ec ? 2 : 0;
 }
 
 int DllUnregisterServer()
 {
-    std::error_code ec;
-    std::filesystem::remove(std::filesystem::path(ComponentRegistration::directory()) / kClassName, ec);
-    return ec ? 2 : 0;
+    try {
+        std::error_code ec;
+        std::filesystem::remove(std::filesystem::path(ComponentRegistration::directory()) / kClassName, ec);
+        return ec ? 2 : 0;
+    } catch (...) {
+        return 2;
+    }
 }
 }

@@ -72,6 +72,13 @@ public:
     // The workstation session whose working records this connection sees; an
     // engine of one user ignores it.
     virtual void setSession(std::string /*session*/) {}
+    // Of the sessions given, those that some connection to the database holds
+    // now; nullopt for an engine that cannot tell, whose sessions are judged by
+    // their process on this host (SessionKeys::isDeadHere). May throw DbaError.
+    virtual std::optional<std::vector<std::string>> heldSessions(const std::vector<std::string>& /*sessions*/)
+    {
+        return std::nullopt;
+    }
 
     // The queue of server commands of a shared database; null for an engine whose
     // commands run in the calling process.

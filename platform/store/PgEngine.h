@@ -70,14 +70,24 @@ public:
     // The SQL of a sentence (tests and benchmark).
     CompiledQuery compile(const sentence::Parsed& parsed, const std::vector<int>& attributes);
 
-    void setSession(std::string session) override { m_session = std::move(session); }
+    // The session is also held on the server, by a shared session-level
+    // advisory lock keyed by the schema and the session's name, for as long as
+    // it is this connection's (taken again after a reconnection): the records
+    // of a session that no connection holds are nobody's.
+    void setSession(std::string session) override;
+    std::optional<std::vector<std::string>> heldSessions(const std::vector<std::string>& sessions) override;
 
     CommandQueue* commandQueue() override;
     std::uint64_t reconnections() const override { return m_reconnections; }
     void setWaitObserver(ServerWaitObserver* observer) override;
 
     // Files kept in memory: at most this many records (0 turns the cache off).
-    void setCacheLimit(std::size_t records) { m_cacheLimit = records; m_cache.clear(); }
+    void setCacheLimit(std::size_t records)
+    {
+        m_cacheLimit = records;
+        m_cache.clear();
+        m_largeFiles.clear();
+    }
 
 private:
     void setUpSchema();
@@ -89,6 +99,9 @@ private:
         std::string_view newRecord);
     void checkFileName(std::string_view file) const;
     const std::string& session() const { return m_session.empty() ? m_defaultSession : m_session; }
+    // Takes the lock of session() and lets go of the one held before. Never
+    // throws: a failure leaves the session unheld until the next call.
+    void holdSessionLock() noexcept;
     void forget(std::string_view file);
 
     // Bulk loads (PgBulk.cpp).
@@ -110,12 +123,13 @@ private:
     std::string m_schema;
     std::string m_session;
     std::string m_defaultSession; // this connection's own, when the host sets none
+    std::string m_lockedSession;  // the session whose advisory lock this connection holds
 
     std::set<std::string, std::less<>> m_knownFiles;
     std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
 
     // Small files in memory; a file that proved too large is not tried again
-    // until it changes.
+    // until the cache is emptied (a reconnection, a rollback).
     struct CachedFile {
         std::unordered_map<std::string, std::string> records;
     };

@@ -42,8 +42,10 @@ public:
     // CommandContext::settled.
     CommandOutcome runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
         CommandParts* parts, std::function<void(bool)>* settled, const std::function<void(const std::function<void()>&)>& transact);
-    // Removes the records that processes of this host which have ended left in
-    // the session-private files (see SessionKeys::isDeadHere). Never throws.
+    // Removes the records that sessions which have ended left in the
+    // session-private files: on a server, sessions no connection holds
+    // (Engine::heldSessions); otherwise those of processes of this host that
+    // have ended (SessionKeys::isDeadHere). Never throws.
     void sweepDeadSessions();
     // A sentence's selection; on a session-private file, only this session's records.
     DbaDynArray select(const sentence::Parsed& parsed, std::string_view attributes);

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 
 #include "shell/ComponentEntryPoints.h"
 #include "shell/Ctr_Calvarine.h"
@@ -45,7 +46,9 @@ extern "C" {
 
 int DllGetClassObject(const char* className, HostServices* host, std::shared_ptr<void>* object)
 {
-    if (!className || std::string(className) != kClassName) {
+    // No exception may leave an entry point (its caller may be C): the name is
+    // compared without making a string.
+    if (!className || std::string_view(className) != kClassName) {
         return 1;
     }
     if (!host || !object) {
@@ -71,18 +74,26 @@ int DllCanUnloadNow()
 
 int DllRegisterServer()
 {
-    std::error_code ec;
-    const std::filesystem::path dir = ComponentRegistration::directory();
-    std::filesystem::create_directories(dir, ec);
-    std::ofstream out(dir / kClassName, std::ios::trunc);
-    out << libraryPath().string() << '\n';
-    return out.good() ? 0 : 2;
+    try {
+        std::error_code ec;
+        const std::filesystem::path dir = ComponentRegistration::directory();
+        std::filesystem::create_directories(dir, ec);
+        std::ofstream out(dir / kClassName, std::ios::trunc);
+        out << libraryPath().string() << '\n';
+        return out.good() ? 0 : 2;
+    } catch (...) {
+        return 2;
+    }
 }
 
 int DllUnregisterServer()
 {
-    std::error_code ec;
-    std::filesystem::remove(std::filesystem::path(ComponentRegistration::directory()) / kClassName, ec);
-    return ec ? 2 : 0;
+    try {
+        std::error_code ec;
+        std::filesystem::remove(std::filesystem::path(ComponentRegistration::directory()) / kClassName, ec);
+        return ec ? 2 : 0;
+    } catch (...) {
+        return 2;
+    }
 }
 }
