@@ -330,8 +330,17 @@ void Connection::fail(std::string_view context, pg_result* result) const
     }
     // Class 53: the server is out of disk, memory or connections.
     const bool full = state && std::string_view(state) == "53100";
+    // A role whose transactions are read-only, or a standby server: said as
+    // SQLite says a database on read-only media.
+    const bool readOnly = state && std::string_view(state) == "25006";
+    if (readOnly) {
+        detail = "the database is read-only: it can be read, not changed (" + detail + ")";
+    }
     throw DbaError(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url),
-        lost ? kLost : full ? "le disque du serveur de la base est plein" : std::string());
+        lost             ? kLost
+            : full       ? "le disque du serveur de la base est plein"
+            : readOnly   ? "la base est en lecture seule sur ce serveur : elle peut être lue, pas modifiée"
+                         : std::string());
 }
 
 Result Connection::run(const std::string& sql, const Params& params, std::string_view context)

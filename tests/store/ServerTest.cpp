@@ -150,6 +150,20 @@ TEST_P(StoreOnServer, TempoRecordsOfSessionsNoConnectionHoldsAreSwept)
     })) << ::testing::PrintToString(records());
 }
 
+// A connection whose transactions are read-only (a role so set, or a standby
+// server) reads everything, and a write says plainly why it cannot be done.
+TEST_P(StoreOnServer, AReadOnlyConnectionReadsAndItsWritesSaySo)
+{
+    db().write("ORGPRISECHARGE", "010", "CPAM");
+    // The server options come last in the URI: the setting joins them.
+    auto reader = Store::connect(m_database.connection() + "%20-cdefault_transaction_read_only%3Don");
+    EXPECT_EQ(reader->read("ORGPRISECHARGE", "010"), "CPAM");
+    EXPECT_EQ(reader->select("SSELECT ORGPRISECHARGE").text(), "010");
+    EXPECT_THAT([&] { reader->write("ORGPRISECHARGE", "011", "MSA"); },
+        ThrowsDbaError(DbaError::Kind::Storage, "the database is read-only: it can be read, not changed"));
+    EXPECT_EQ(db().read("ORGPRISECHARGE", "011"), std::nullopt);
+}
+
 TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
 {
     auto worker = m_database.connect();
