@@ -337,10 +337,10 @@ void Connection::fail(std::string_view context, pg_result* result) const
         detail = "the database is read-only: it can be read, not changed (" + detail + ")";
     }
     throw DbaError(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url),
-        lost             ? kLost
-            : full       ? "le disque du serveur de la base est plein"
-            : readOnly   ? "la base est en lecture seule sur ce serveur : elle peut être lue, pas modifiée"
-                         : std::string());
+        lost           ? kLost
+            : full     ? "le disque du serveur de la base est plein"
+            : readOnly ? "la base est en lecture seule sur ce serveur : elle peut être lue, pas modifiée"
+                       : std::string());
 }
 
 Result Connection::run(const std::string& sql, const Params& params, std::string_view context)

@@ -130,6 +130,10 @@ void SqliteEngine::transaction(const std::function<void()>& work)
                 if (m_partLost.empty()) {
                     m_partLost = failure(m_db, message ? message : "the transaction was ended by the database library");
                 }
+                if (sqlite3_get_autocommit(m_db)) {
+                    // What the caller writes next goes into a transaction again, to be rolled back with it.
+                    sqlite3_exec(m_db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+                }
             }
             sqlite3_free(message);
             throw;

@@ -156,7 +156,8 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
         if (!readOnly && journalMode(false) != "wal" && journalMode(true) != "wal") {
             refuse("the file system of " + std::filesystem::absolute(file).parent_path().string()
                 + " cannot hold the write-ahead log with which several programs share the database"
-                  " (the database stays in \"" + journalMode(false) + "\" journal mode): keep it on a local file system");
+                  " (the database stays in \""
+                + journalMode(false) + "\" journal mode): keep it on a local file system");
         }
         if (!ours) {
             transaction([this] {

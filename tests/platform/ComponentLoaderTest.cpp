@@ -203,7 +203,8 @@ TEST_F(ComponentLoaderTest, TheApplicationsOwnLibraryFolderIsCheckedToo)
             ADD_FAILURE() << "the library was trusted under " << folder << " at mode " << mode;
         } catch (const components::ComponentError& refused) {
             EXPECT_NE(std::string(refused.what()).find(folder.string() + " may be written by other users (mode " + mode + ")"),
-                std::string::npos) << refused.what();
+                std::string::npos)
+                << refused.what();
         }
         fs::permissions(folder, fs::perms(0755));
     }
