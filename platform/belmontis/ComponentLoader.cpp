@@ -118,6 +118,17 @@ std::filesystem::path ComponentLoader::libraryOf(std::string_view className, std
             }
         }
     }
+    if (!installed.empty()) {
+        // The application's own folder is trusted no more blindly than a registration.
+        std::error_code error;
+        const auto real = std::filesystem::canonical(installed, error);
+        const auto why = error ? std::optional<std::string>(installed.string() + ": " + error.message())
+                               : libraryUntrustedBecause(real);
+        if (why) {
+            throw ComponentError("class " + std::string(className) + ": the installed library " + installed.string()
+                + " is refused: " + *why + (refusal.empty() ? std::string() : "; " + refusal));
+        }
+    }
     if (!refusal.empty() && m_warned.emplace(className).second) {
         m_warn(refusal + (installed.empty() ? std::string() : "; the installed library " + installed.string() + " is used"));
     }

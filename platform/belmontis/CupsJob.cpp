@@ -195,23 +195,28 @@ SubmittedJob submitPdf(const std::string& printer, const std::string& title, con
     if (id <= 0) {
         throw refused("création");
     }
-    auto cancel = [&] { cupsCancelJob2(CUPS_HTTP_DEFAULT, printer.c_str(), id, 0); };
+    // A job left half-sent is held by the server, and printed with what it
+    // has when its wait runs out: a cancel that fails is said with the failure.
+    auto failed = [&](const std::string& doing, bool midDocument = false) {
+        const PrintFailure failure = refused(doing);
+        if (midDocument) {
+            cupsFinishDocument(CUPS_HTTP_DEFAULT, printer.c_str());
+        }
+        if (cupsCancelJob2(CUPS_HTTP_DEFAULT, printer.c_str(), id, 0) != IPP_STATUS_OK) {
+            return PrintFailure(std::string(failure.what()) + " ; le travail " + std::to_string(id)
+                + " n'a pas pu être annulé (" + lastReason() + ") : annulez-le dans la file de l'imprimante");
+        }
+        return failure;
+    };
 
     if (cupsStartDocument(CUPS_HTTP_DEFAULT, printer.c_str(), id, title.c_str(), CUPS_FORMAT_PDF, 1) != HTTP_STATUS_CONTINUE) {
-        const PrintFailure failure = refused("envoi du document");
-        cancel();
-        throw failure;
+        throw failed("envoi du document");
     }
     if (cupsWriteRequestData(CUPS_HTTP_DEFAULT, pdf.constData(), static_cast<std::size_t>(pdf.size())) != HTTP_STATUS_CONTINUE) {
-        const PrintFailure failure = refused("envoi du document");
-        cupsFinishDocument(CUPS_HTTP_DEFAULT, printer.c_str());
-        cancel();
-        throw failure;
+        throw failed("envoi du document", true);
     }
     if (cupsFinishDocument(CUPS_HTTP_DEFAULT, printer.c_str()) > IPP_STATUS_OK_CONFLICTING) {
-        const PrintFailure failure = refused("fin du document");
-        cancel();
-        throw failure;
+        throw failed("fin du document");
     }
 
     // The queue holds the job. Follow it a moment: a job the printer throws

@@ -67,6 +67,31 @@ std::optional<std::string> untrustedBecause(const fs::path& path)
     return std::nullopt;
 }
 
+std::optional<std::string> libraryUntrustedBecause(const fs::path& library)
+{
+    if (auto why = untrustedBecause(library)) {
+        return why;
+    }
+    // Whoever may rename a folder on the way may put another library in its place.
+    for (fs::path folder = library.parent_path(); !folder.empty(); folder = folder.parent_path()) {
+        struct stat info {};
+        if (lstat(folder.c_str(), &info) != 0) {
+            return folder.string() + ": " + std::strerror(errno);
+        }
+        // A shared folder (/tmp) lets nobody move what is not theirs: its sticky bit.
+        const bool sharedButSticky = folder != library.parent_path() && (info.st_mode & S_ISVTX) != 0 && info.st_uid == 0;
+        if (!sharedButSticky) {
+            if (auto why = untrustedBecause(folder)) {
+                return why;
+            }
+        }
+        if (folder == folder.parent_path()) {
+            break;
+        }
+    }
+    return std::nullopt;
+}
+
 bool inSharedTemporaryFolder(const fs::path& path)
 {
     std::error_code error;
@@ -132,7 +157,7 @@ RegisteredLibrary readRegistration(const fs::path& file, const fs::path& base, c
         }
         return refuse(named + " is not in the application's library folder (" + folders + ")");
     }
-    if (auto why = untrustedBecause(*realLibrary)) {
+    if (auto why = libraryUntrustedBecause(*realLibrary)) {
         return refuse(*why);
     }
     return {*realLibrary, {}};

@@ -18,6 +18,12 @@ std::vector<std::filesystem::path> realFolders(const std::vector<std::filesystem
 // mode, kind), or nothing when it can. Symbolic links are not followed.
 std::optional<std::string> untrustedBecause(const std::filesystem::path& path);
 
+// Why a library (a real path) cannot be trusted: the library itself, and its
+// folder and every folder above, none of which another user may write to
+// (above its own folder, a root-owned folder with the sticky bit, as /tmp,
+// is allowed: nobody may move what is not theirs there). Nothing when it can.
+std::optional<std::string> libraryUntrustedBecause(const std::filesystem::path& library);
+
 // True when path (made real) lies in a folder anyone may write to, such as
 // the temporary directory.
 bool inSharedTemporaryFolder(const std::filesystem::path& path);

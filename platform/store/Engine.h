@@ -83,6 +83,16 @@ public:
     // A file of working records, rewritten by every run of every session: an
     // engine that keeps files in memory leaves it out.
     virtual void keepOutOfCache(std::string /*file*/) {}
+    // The workstation session this connection works for, always given by the
+    // store (its client's, or its own). An engine of one user ignores it.
+    virtual void setSession(std::string /*session*/) {}
+    // Of the sessions given, those that some connection to the database holds
+    // now; nullopt for an engine that cannot tell, whose sessions are judged by
+    // their process on this host (SessionKeys::isDeadHere). May throw DbaError.
+    virtual std::optional<std::vector<std::string>> heldSessions(const std::vector<std::string>& /*sessions*/)
+    {
+        return std::nullopt;
+    }
 
     // The queue of server commands of a shared database; null for an engine whose
     // commands run in the calling process.

@@ -28,6 +28,8 @@ void PgEngine::forgetAll()
     m_knownFiles.clear();
     m_dictionaries.clear();
     m_cache.clear();
+    // A file found too large may have shrunk meanwhile: try it again.
+    m_largeFiles.clear();
 }
 
 void PgEngine::forget(std::string_view file)

@@ -330,8 +330,17 @@ void Connection::fail(std::string_view context, pg_result* result) const
     }
     // Class 53: the server is out of disk, memory or connections.
     const bool full = state && std::string_view(state) == "53100";
+    // A role whose transactions are read-only, or a standby server: said as
+    // SQLite says a database on read-only media.
+    const bool readOnly = state && std::string_view(state) == "25006";
+    if (readOnly) {
+        detail = "the database is read-only: it can be read, not changed (" + detail + ")";
+    }
     throw DbaError(DbaError::Kind::Storage, std::string(context), redacted(detail, m_url),
-        lost ? kLost : full ? "le disque du serveur de la base est plein" : std::string());
+        lost           ? kLost
+            : full     ? "le disque du serveur de la base est plein"
+            : readOnly ? "la base est en lecture seule sur ce serveur : elle peut être lue, pas modifiée"
+                       : std::string());
 }
 
 Result Connection::run(const std::string& sql, const Params& params, std::string_view context)
@@ -426,7 +435,22 @@ void Connection::listen(const std::string& channel, NotificationHandler handler)
 
 void Connection::drainNotifications()
 {
-    PQconsumeInput(m_conn.get());
+    // A connection the server ended holds its last message and then the end:
+    // one read may stop at the message, so read while anything is pending.
+    bool read = PQconsumeInput(m_conn.get()) != 0;
+    for (int more = 0; read && more < 16 && PQstatus(m_conn.get()) == CONNECTION_OK; ++more) {
+        pollfd socket{PQsocket(m_conn.get()), POLLIN, 0};
+        if (::poll(&socket, 1, 0) <= 0) {
+            break;
+        }
+        read = PQconsumeInput(m_conn.get()) != 0;
+    }
+    if (!read || PQstatus(m_conn.get()) != CONNECTION_OK) {
+        // The connection broke: whatever was notified since is lost, so what the
+        // caller keeps from the server cannot be trusted. Connecting again tells
+        // it so (the reconnection handler), or the read fails saying why.
+        ensureConnected("read the notifications");
+    }
     while (PGnotify* notification = PQnotifies(m_conn.get())) {
         const std::unique_ptr<PGnotify, decltype(&PQfreemem)> owned(notification, &PQfreemem);
         if (const auto found = m_listeners.find(std::string_view(notification->relname)); found != m_listeners.end()) {

@@ -108,7 +108,10 @@ public:
     // LISTENs to channel (once) and hands its notifications to handler.
     using NotificationHandler = std::function<void(std::string_view payload)>;
     void listen(const std::string& channel, NotificationHandler handler);
-    // Hands out what the server has already sent; never waits.
+    // Hands out what the server has already sent; never waits on a working
+    // connection. On a broken one, connects again first (the reconnection
+    // handler runs, as notifications may have been missed), which may wait and
+    // throws DbaError Storage when the server cannot be reached.
     void drainNotifications();
     // Waits until the server sends something, or deadline; false on time out.
     bool waitForInput(std::chrono::steady_clock::time_point deadline);

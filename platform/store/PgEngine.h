@@ -70,6 +70,13 @@ public:
     // The SQL of a sentence (tests and benchmark).
     CompiledQuery compile(const sentence::Parsed& parsed, const std::vector<int>& attributes);
 
+    // The session is also held on the server, by a shared session-level
+    // advisory lock keyed by the schema and the session's name, for as long as
+    // it is this connection's (taken again after a reconnection): the records
+    // of a session that no connection holds are nobody's.
+    void setSession(std::string session) override;
+    std::optional<std::vector<std::string>> heldSessions(const std::vector<std::string>& sessions) override;
+
     CommandQueue* commandQueue() override;
     std::uint64_t reconnections() const override { return m_reconnections; }
     void setWaitObserver(ServerWaitObserver* observer) override;
@@ -77,7 +84,12 @@ public:
     void keepOutOfCache(std::string file) override { m_uncachedFiles.insert(std::move(file)); }
 
     // Files kept in memory: at most this many records (0 turns the cache off).
-    void setCacheLimit(std::size_t records) { m_cacheLimit = records; m_cache.clear(); }
+    void setCacheLimit(std::size_t records)
+    {
+        m_cacheLimit = records;
+        m_cache.clear();
+        m_largeFiles.clear();
+    }
 
 private:
     void setUpSchema();
@@ -88,6 +100,9 @@ private:
     void indexRecord(const std::vector<DictName>& names, std::string_view key, std::optional<std::string_view> before,
         std::optional<std::string_view> after);
     void checkFileName(std::string_view file) const;
+    // Takes the lock of m_session and lets go of the one held before. Never
+    // throws: a failure leaves the session unheld until the next call.
+    void holdSessionLock() noexcept;
     void forget(std::string_view file);
 
     // Bulk loads (PgBulk.cpp).
@@ -107,12 +122,14 @@ private:
     std::unique_ptr<PgCommandQueue> m_queue;
     std::uint64_t m_reconnections = 0;
     std::string m_schema;
+    std::string m_session;        // the store's session (setSession)
+    std::string m_lockedSession;  // the session whose advisory lock this connection holds
 
     std::set<std::string, std::less<>> m_knownFiles;
     std::unordered_map<std::string, std::vector<DictName>> m_dictionaries;
 
     // Small files in memory; a file that proved too large is not tried again
-    // until it changes.
+    // until the cache is emptied (a reconnection, a rollback).
     struct CachedFile {
         std::unordered_map<std::string, std::string> records;
     };

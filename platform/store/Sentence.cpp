@@ -275,9 +275,55 @@ bool isNumber(std::string_view text)
     return digits > 0 && at == text.size();
 }
 
+// The value order of two plain decimal numbers (isNumber), read digit by digit:
+// exact at any length, and independent of the process locale (a decimal comma
+// there would stop a C library conversion at the point). Allocates nothing, as
+// it runs inside the database library's collation callback.
+int compareDecimal(std::string_view a, std::string_view b) noexcept
+{
+    struct Parts {
+        bool negative = false;
+        std::string_view whole;
+        std::string_view fraction;
+    };
+    const auto split = [](std::string_view text) {
+        Parts parts;
+        if (!text.empty() && text.front() == '-') {
+            parts.negative = true;
+            text.remove_prefix(1);
+        }
+        const auto point = text.find('.');
+        parts.whole = text.substr(0, point);
+        parts.fraction = point == std::string_view::npos ? std::string_view() : text.substr(point + 1);
+        parts.whole.remove_prefix(std::min(parts.whole.find_first_not_of('0'), parts.whole.size()));
+        parts.fraction = parts.fraction.substr(0, parts.fraction.find_last_not_of('0') + 1);
+        return parts;
+    };
+    const Parts x = split(a);
+    const Parts y = split(b);
+    const bool zeroX = x.whole.empty() && x.fraction.empty();
+    const bool zeroY = y.whole.empty() && y.fraction.empty();
+    // "-0" is zero; otherwise a negative number is below any other.
+    const bool negativeX = x.negative && !zeroX;
+    const bool negativeY = y.negative && !zeroY;
+    if (negativeX != negativeY) {
+        return negativeX ? -1 : 1;
+    }
+    int magnitude = 0;
+    if (x.whole.size() != y.whole.size()) {
+        magnitude = x.whole.size() < y.whole.size() ? -1 : 1;
+    } else if (const int whole = x.whole.compare(y.whole); whole != 0) {
+        magnitude = whole < 0 ? -1 : 1;
+    } else if (const int fraction = x.fraction.compare(y.fraction); fraction != 0) {
+        // Trailing zeros gone, the digits after the point compare as texts.
+        magnitude = fraction < 0 ? -1 : 1;
+    }
+    return negativeX ? -magnitude : magnitude;
+}
+
 } // namespace
 
-int compareRight(std::string_view a, std::string_view b)
+int compareRight(std::string_view a, std::string_view b) noexcept
 {
     // Numbers come first, by value; the order must stay total for the sorter.
     const bool numberA = isNumber(a);
@@ -286,10 +332,8 @@ int compareRight(std::string_view a, std::string_view b)
         return numberA ? -1 : 1;
     }
     if (numberA) {
-        const long double x = std::strtold(std::string(a).c_str(), nullptr);
-        const long double y = std::strtold(std::string(b).c_str(), nullptr);
-        if (x != y) {
-            return x < y ? -1 : 1;
+        if (const int byValue = compareDecimal(a, b); byValue != 0) {
+            return byValue;
         }
     }
     // Pad the shorter text on the left with blanks, then compare bytes.

@@ -75,7 +75,10 @@ std::vector<std::string_view> distinctValues(std::string_view attribute);
 // there is none (prefix empty or all 0xFF bytes).
 std::string prefixUpperBound(std::string_view prefix);
 
-// Right-justified comparison: numbers by value, other texts padded on the left.
-int compareRight(std::string_view a, std::string_view b);
+// Right-justified comparison: numbers ("-12.50") by exact value, whatever the
+// process locale, before other texts, which are padded on the left; equal
+// values then order by that padded text, so the order is total. Never throws
+// nor allocates (it is the SQLite collation).
+int compareRight(std::string_view a, std::string_view b) noexcept;
 
 } // namespace store::sentence

@@ -119,7 +119,22 @@ void SqliteEngine::transaction(const std::function<void()>& work)
             work();
         } catch (...) {
             --m_depth;
-            sqlite3_exec(m_db, "ROLLBACK TO calvarine; RELEASE calvarine", nullptr, nullptr, nullptr);
+            // The caller may catch this failure and go on: if the part cannot be
+            // undone (or the library already ended the whole transaction, as it
+            // does on some I/O errors), the enclosing transaction must not commit
+            // what the part left, nor later writes run one by one outside it.
+            char* message = nullptr;
+            if (sqlite3_exec(m_db, "ROLLBACK TO calvarine; RELEASE calvarine", nullptr, nullptr, &message) != SQLITE_OK
+                || sqlite3_get_autocommit(m_db)) {
+                if (m_partLost.empty()) {
+                    m_partLost = failure(m_db, message ? message : "the transaction was ended by the database library");
+                }
+                if (sqlite3_get_autocommit(m_db)) {
+                    // What the caller writes next goes into a transaction again, to be rolled back with it.
+                    sqlite3_exec(m_db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+                }
+            }
+            sqlite3_free(message);
             throw;
         }
         --m_depth;
@@ -132,13 +147,19 @@ void SqliteEngine::transaction(const std::function<void()>& work)
     m_snapshot->end();
     exec("BEGIN IMMEDIATE");
     m_depth = 1;
+    m_partLost.clear();
     try {
         refreshSchema();
         work();
         m_depth = 0;
+        if (!m_partLost.empty()) {
+            throw DbaError(DbaError::Kind::Storage, "COMMIT",
+                "a failed part of the transaction could not be undone (" + m_partLost + "): nothing of it was written");
+        }
         exec("COMMIT");
     } catch (...) {
         m_depth = 0;
+        m_partLost.clear();
         if (!sqlite3_get_autocommit(m_db)) {
             sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
         }

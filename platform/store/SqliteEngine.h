@@ -72,6 +72,8 @@ private:
     sqlite3_stmt* prepareOrNull(const std::string& sql); // cached; null on failure
     sqlite3_stmt* prepareSentence(const std::string& sql);
     void exec(const char* sql);
+    // The journal mode ("wal", "delete"...), after asking for WAL when setWal.
+    std::string journalMode(bool setWal);
     // Every call holds the snapshot's lock; reading() also has a read outside a
     // write transaction join the operation's snapshot.
     std::unique_lock<std::recursive_mutex> holding() { return m_snapshot->hold(); }
@@ -119,6 +121,8 @@ private:
     std::unique_ptr<ReadSnapshot> m_snapshot;
     int m_schemaVersion = -1;
     int m_depth = 0;
+    // Why a failed savepoint could not be rolled back; the transaction then fails.
+    std::string m_partLost;
     bool m_loading = false; // a bulk load: writes inside its transactions take no savepoint
 };
 

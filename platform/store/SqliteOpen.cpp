@@ -26,20 +26,22 @@ std::string_view valueText(sqlite3_value* value)
 }
 
 // calv_attr(record, n): attribute n of a record, as text (compared byte by byte).
-void attrFunction(sqlite3_context* context, int, sqlite3_value** argv)
+void attrFunction(sqlite3_context* context, int, sqlite3_value** argv) noexcept
 {
     const auto attribute = sentence::attributeOf(valueText(argv[0]), sqlite3_value_int(argv[1]));
     sqlite3_result_text(context, attribute.data() ? attribute.data() : "", static_cast<int>(attribute.size()), SQLITE_TRANSIENT);
 }
 
 // calv_has(record, n, value, prefix): some value of attribute n matches.
-void hasFunction(sqlite3_context* context, int, sqlite3_value** argv)
+void hasFunction(sqlite3_context* context, int, sqlite3_value** argv) noexcept
 {
     const auto attribute = sentence::attributeOf(valueText(argv[0]), sqlite3_value_int(argv[1]));
     sqlite3_result_int(context, sentence::anyValueMatches(attribute, valueText(argv[2]), sqlite3_value_int(argv[3]) != 0));
 }
 
-int rightCollation(void*, int sizeA, const void* a, int sizeB, const void* b)
+// Called from inside the library's C code, where no exception may pass: the
+// comparison neither throws nor allocates.
+int rightCollation(void*, int sizeA, const void* a, int sizeB, const void* b) noexcept
 {
     return sentence::compareRight(std::string_view(static_cast<const char*>(a), static_cast<std::size_t>(sizeA)),
         std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(sizeB)));
@@ -135,17 +137,29 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
             refuse(tables > 0 ? "not a database of this application (no dictionary table)" : "an empty file, not a database");
         }
         constexpr int functionFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
-        sqlite3_create_function_v2(m_db, "calv_attr", 2, functionFlags, nullptr, attrFunction, nullptr, nullptr, nullptr);
-        sqlite3_create_function_v2(m_db, "calv_has", 4, functionFlags, nullptr, hasFunction, nullptr, nullptr, nullptr);
-        sqlite3_create_collation_v2(m_db, "calv_right", SQLITE_UTF8, nullptr, rightCollation, nullptr);
+        if (sqlite3_create_function_v2(m_db, "calv_attr", 2, functionFlags, nullptr, attrFunction, nullptr, nullptr, nullptr) != SQLITE_OK
+            || sqlite3_create_function_v2(m_db, "calv_has", 4, functionFlags, nullptr, hasFunction, nullptr, nullptr, nullptr) != SQLITE_OK
+            || sqlite3_create_collation_v2(m_db, "calv_right", SQLITE_UTF8, nullptr, rightCollation, nullptr) != SQLITE_OK) {
+            refuse(std::string("cannot declare the functions of the queries: ") + sqlite3_errmsg(m_db));
+        }
         // DBWrite promises durability: every commit reaches the disk.
         exec("PRAGMA synchronous=FULL");
         // Index tables take inserts all over their range; a larger cache keeps
         // big imports from re-reading pages.
         exec("PRAGMA cache_size=-65536");
+        // Readers never wait for a writer, nor a writer for readers, only in
+        // write-ahead-log mode. A file system without the shared memory it needs
+        // (some network ones) answers with the rollback journal instead: several
+        // programs would then block each other for seconds at a time, so such a
+        // database is refused rather than run slower than promised. A database
+        // that another tool switched back to a rollback journal is switched again.
+        if (!readOnly && journalMode(false) != "wal" && journalMode(true) != "wal") {
+            refuse("the file system of " + std::filesystem::absolute(file).parent_path().string()
+                + " cannot hold the write-ahead log with which several programs share the database"
+                  " (the database stays in \""
+                + journalMode(false) + "\" journal mode): keep it on a local file system");
+        }
         if (!ours) {
-            // Readers then never wait for a writer, nor a writer for readers.
-            exec("PRAGMA journal_mode=WAL");
             transaction([this] {
                 exec("CREATE TABLE IF NOT EXISTS \"calvarine#dict\"(file TEXT NOT NULL, name TEXT NOT NULL, "
                      "attr INTEGER NOT NULL, justify TEXT NOT NULL DEFAULT 'L', PRIMARY KEY(file, name)) WITHOUT ROWID");
@@ -164,6 +178,22 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
         }
         throw;
     }
+}
+
+std::string SqliteEngine::journalMode(bool setWal)
+{
+    sqlite3_stmt* raw = nullptr;
+    const char* sql = setWal ? "PRAGMA journal_mode=WAL" : "PRAGMA journal_mode";
+    if (sqlite3_prepare_v2(m_db, sql, -1, &raw, nullptr) != SQLITE_OK) {
+        sqlite3_finalize(raw);
+        throw DbaError(DbaError::Kind::Storage, sql, sqlite3_errmsg(m_db));
+    }
+    const StatementPtr statement(raw);
+    if (sqlite3_step(raw) != SQLITE_ROW) {
+        throw DbaError(DbaError::Kind::Storage, sql, sqlite3_errmsg(m_db));
+    }
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(raw, 0));
+    return text ? text : "";
 }
 
 SqliteEngine::~SqliteEngine()

@@ -11,6 +11,12 @@
 //     watcher thread between two calls: never held across an operator's
 //     think-time, so checkpoints run and other connections' commits show soon.
 // Writers in other connections or processes are never blocked by it (WAL).
+// So one state is promised only to reads that follow each other within those
+// bounds: an operation that reads for longer (a server command's find, then
+// its loads) spans several snapshots, each read seeing a committed state, not
+// always the one of the reads before it. Such an operation must hold when a
+// record it found is gone by the time it loads it (the command says which
+// statements it could not find), or read inside a transaction.
 // Internal to the SQLite engine.
 
 #include <chrono>

@@ -63,6 +63,8 @@ Store::Store(std::unique_ptr<Impl> impl)
     // whatever the host registers (a window, a worker, a tool, a script).
     m_impl->engine->keepOutOfCache(FileNames::TEMPO);
     m_impl->sessionKeys->declare(FileNames::TEMPO);
+    // A server then knows this session as live (see sweepDeadSessions).
+    m_impl->engine->setSession(m_impl->sessionKeys->session());
 }
 
 Store::~Store() = default;

@@ -3,6 +3,7 @@
 // The store's server commands: Execute "P" in this process or through the
 // queue, and the commands registered.
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <stdexcept>
@@ -86,21 +87,42 @@ DbaDynArray Store::Execute(std::string_view request, std::string_view, std::int3
 void Store::Impl::sweepDeadSessions()
 {
     try {
-        std::vector<std::string> dead;
+        struct Stored {
+            std::string file, key, session;
+        };
+        std::vector<Stored> found;
         for (const auto& file : sessionKeys->privateFiles()) {
             if (!engine->fileExists(file)) {
                 continue;
             }
             engine->forEach(file, [&](std::string_view key, std::string_view) {
-                const auto session = SessionKeys::sessionOf(key);
-                if (session && SessionKeys::isDeadHere(*session)) {
-                    dead.push_back(file + '\n' + std::string(key));
+                if (const auto session = SessionKeys::sessionOf(key)) {
+                    found.push_back({file, std::string(key), std::string(*session)});
                 }
             });
         }
-        for (const auto& entry : dead) {
-            const auto cut = entry.find('\n');
-            engine->remove(entry.substr(0, cut), entry.substr(cut + 1));
+        if (found.empty()) {
+            return;
+        }
+        std::vector<std::string> sessions;
+        for (const auto& stored : found) {
+            if (std::find(sessions.begin(), sessions.end(), stored.session) == sessions.end()) {
+                sessions.push_back(stored.session);
+            }
+        }
+        // A server says which sessions some connection holds, whatever their host;
+        // otherwise only the processes of this host can be judged.
+        const auto held = engine->heldSessions(sessions);
+        const auto ended = [&](const std::string& session) {
+            if (session == sessionKeys->session()) {
+                return false; // ours, even should the server have lost our lock
+            }
+            return held ? std::find(held->begin(), held->end(), session) == held->end() : SessionKeys::isDeadHere(session);
+        };
+        for (const auto& stored : found) {
+            if (ended(stored.session)) {
+                engine->remove(stored.file, stored.key);
+            }
         }
     } catch (const std::exception&) {
         // Tidying only: the command that follows says what is wrong with the database.
@@ -148,6 +170,7 @@ CommandOutcome Store::Impl::runCommand(Store& store, const std::vector<std::stri
 DbaDynArray Store::executeQueued(const std::string& sentence, const std::string& name)
 {
     auto& queue = *m_impl->engine->commandQueue();
+    m_impl->sweepDeadSessions();
     const auto& client = m_impl->client;
     // The worker runs the command in this session, which wrote its working records.
     const auto id = queue.enqueue(sentence, client ? client->userName() : std::string(), m_impl->sessionKeys->session());

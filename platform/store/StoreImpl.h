@@ -31,10 +31,12 @@ public:
     std::chrono::milliseconds commandTimeout{std::chrono::minutes(2)};
     std::function<void()> commandQueued;
 
-    // The session of the client, for the session-private files and the commands it queues.
+    // The session of the client, for the session-private files, the commands it
+    // queues and the engine (a server holds it as live).
     void setSession(const std::shared_ptr<DbaClient>& sessionClient)
     {
         sessionKeys->setSession(sessionClient ? sessionClient->session() : std::string());
+        engine->setSession(sessionKeys->session());
     }
     // Runs the registered command named by the first word, with the other words
     // as its arguments, on both paths (in this process, or taken from the queue):
@@ -44,8 +46,10 @@ public:
     // CommandContext::settled.
     CommandOutcome runCommand(Store& store, const std::vector<std::string>& words, CommandProgress commandProgress,
         CommandParts* parts, std::function<void(bool)>* settled, const std::function<void(const std::function<void()>&)>& transact);
-    // Removes the records that processes of this host which have ended left in
-    // the session-private files (see SessionKeys::isDeadHere). Never throws.
+    // Removes the records that sessions which have ended left in the
+    // session-private files: on a server, sessions no connection holds
+    // (Engine::heldSessions); otherwise those of processes of this host that
+    // have ended (SessionKeys::isDeadHere). Never throws.
     void sweepDeadSessions();
     // A sentence's selection; on a session-private file, only this session's records.
     DbaDynArray select(const sentence::Parsed& parsed, std::string_view attributes);

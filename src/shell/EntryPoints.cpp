@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "shell/ComponentEntryPoints.h"
 #include "shell/DataDirectory.h"
@@ -36,7 +37,9 @@ extern "C" {
 
 int DllGetClassObject(const char* className, HostServices* host, std::shared_ptr<void>* object)
 {
-    if (!className || std::string(className) != kClassName) {
+    // No exception may leave an entry point (its caller may be C): the name is
+    // compared without making a string.
+    if (!className || std::string_view(className) != kClassName) {
         return 1;
     }
     if (!host || !object) {

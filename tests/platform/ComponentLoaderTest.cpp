@@ -151,8 +151,7 @@ TEST_F(ComponentLoaderTest, PlantedRegistrationsAreRefusedOnceAndTheInstalledLib
     EXPECT_NE(lastWarning().find(registrations().string() + " may be written"), std::string::npos) << lastWarning();
     fs::permissions(registrations(), fs::perms(0755));
     fs::permissions(installedLibrary, fs::perms(0775));
-    EXPECT_EQ(resolve(), installedLibrary) << "the library itself is checked too";
-    EXPECT_NE(lastWarning().find(kLibrary), std::string::npos) << lastWarning();
+    EXPECT_THROW(resolve(), components::ComponentError) << "the library itself is checked too, and nothing is left to open";
     fs::permissions(installedLibrary, fs::perms(0755));
 
     // A symbolic link in place of the file.
@@ -179,6 +178,38 @@ TEST_F(ComponentLoaderTest, PlantedRegistrationsAreRefusedOnceAndTheInstalledLib
     ASSERT_NE(handle, nullptr) << dlerror();
     dlclose(handle);
     EXPECT_TRUE(fs::exists(m_marker)) << "the planted library marks when loaded";
+}
+
+// The installed library is opened only where no other user could have put
+// another in its place: its folder and the folders above are checked as a
+// registration's are (a shared folder above with the sticky bit, as /tmp, is not
+// anyone's to move things in).
+TEST_F(ComponentLoaderTest, TheApplicationsOwnLibraryFolderIsCheckedToo)
+{
+    const fs::path installedLibrary = installed() / kLibrary;
+    EXPECT_EQ(resolve(fs::path()), installedLibrary);
+    for (const auto& [folder, mode] : {std::pair{installed(), "777"}, std::pair{m_base, "775"}}) {
+        fs::permissions(folder, mode == std::string("777") ? fs::perms(0777) : fs::perms(0775));
+        try {
+            resolve(fs::path());
+            ADD_FAILURE() << "the library was trusted under " << folder << " at mode " << mode;
+        } catch (const components::ComponentError& refused) {
+            EXPECT_NE(std::string(refused.what()).find(folder.string() + " may be written by other users (mode " + mode + ")"),
+                std::string::npos)
+                << refused.what();
+        }
+        fs::permissions(folder, fs::perms(0755));
+    }
+    // Sticky and root's, above the library's own folder: allowed.
+    fs::permissions(m_base, fs::perms(01777));
+    if (::getuid() == 0) {
+        EXPECT_EQ(resolve(fs::path()), installedLibrary);
+    }
+    fs::permissions(m_base, fs::perms(0755));
+    // The library's own folder may not be shared, sticky or not.
+    fs::permissions(installed(), fs::perms(01777));
+    EXPECT_THROW(resolve(fs::path()), components::ComponentError);
+    fs::permissions(installed(), fs::perms(0755));
 }
 
 TEST_F(ComponentLoaderTest, NothingUnderTheTemporaryDirectoryIsTrusted)

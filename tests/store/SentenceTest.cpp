@@ -1,4 +1,9 @@
+#include <clocale>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "ThrowsDbaError.h"
 #include "Sentence.h"
@@ -67,6 +72,56 @@ TEST(Sentence, BoundsAndRightJustifiedOrder)
     EXPECT_LT(compareRight("Z", "AB"), 0);    // " Z" < "AB"
     EXPECT_EQ(compareRight("AB", "AB"), 0);
     EXPECT_NE(compareRight("1", "01"), 0);    // equal values still order, for a total order
+}
+
+// Values compared exactly, digit by digit: fractions of unequal lengths, signs,
+// zeros written several ways, numbers beyond a floating type's precision.
+TEST(Sentence, RightJustifiedNumbersCompareByExactValue)
+{
+    EXPECT_GT(compareRight("1.9", "1.10"), 0);
+    EXPECT_LT(compareRight("-2", "-1.5"), 0);
+    EXPECT_LT(compareRight("-0.5", "0"), 0);
+    EXPECT_GT(compareRight("0.001", "-0"), 0);
+    EXPECT_LT(compareRight("12345678901234567890123", "12345678901234567890124"), 0);
+    EXPECT_LT(compareRight("0.12345678901234567890123", "0.12345678901234567890124"), 0);
+    EXPECT_LT(compareRight("-12345678901234567890124", "-12345678901234567890123"), 0);
+    // Equal values ("-0" and "0", "2.50" and "2.5", ".5" and "0.5") order as padded texts.
+    EXPECT_EQ(compareRight("-0", "0"), -compareRight("0", "-0"));
+    EXPECT_NE(compareRight("-0", "0"), 0);
+    EXPECT_LT(compareRight("2.5", "2.50"), 0);
+    EXPECT_LT(compareRight(".5", "0.5"), 0);
+    EXPECT_LT(compareRight("0.5", "0.51"), 0);
+}
+
+// The window's toolkit sets the process locale from the environment: under a
+// decimal comma, "1.9" must stay above "1.10". The locale is made on the spot
+// (only its numbers: a comma for the point, as in French).
+TEST(Sentence, RightJustifiedNumbersIgnoreTheProcessLocale)
+{
+    const auto dir = std::filesystem::temp_directory_path() / ("calvarine-locale-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    std::ofstream(dir / "source") << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\nEND LC_NUMERIC\n";
+    const std::string make = "localedef -c -i '" + (dir / "source").string() + "' -f ANSI_X3.4-1968 '" + (dir / "fr_FR").string()
+        + "' >/dev/null 2>&1";
+    // Its exit status says the categories left out; whether it was made, setlocale says.
+    (void)std::system(make.c_str());
+    ::setenv("LOCPATH", dir.c_str(), 1);
+    const char* french = std::setlocale(LC_NUMERIC, "fr_FR");
+    if (!french) {
+        ::unsetenv("LOCPATH");
+        std::filesystem::remove_all(dir);
+        GTEST_SKIP() << "no locale with a decimal comma could be made (localedef)";
+    }
+    ASSERT_EQ(std::strtod("1.9", nullptr), 1.0); // the locale is in force
+    const int high = compareRight("1.9", "1.10");
+    const int low = compareRight("-1.9", "-1.10");
+    const int sameValue = compareRight("1.5", "1.50");
+    std::setlocale(LC_NUMERIC, "C");
+    ::unsetenv("LOCPATH");
+    std::filesystem::remove_all(dir);
+    EXPECT_GT(high, 0);
+    EXPECT_LT(low, 0);
+    EXPECT_LT(sameValue, 0);
 }
 
 } // namespace

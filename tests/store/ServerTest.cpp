@@ -86,6 +86,85 @@ TEST_P(StoreOnServer, RecordsKeepEveryByteAndTheCacheFollowsOtherConnections)
     EXPECT_THAT([&] { file->ReadItem("010"); }, ThrowsDbaError(DbaError::Kind::NoRecord));
 }
 
+// A connection cut without the client knowing (the server restarted, a network
+// cut): the notifications sent meanwhile are lost, so the cache is emptied as
+// the connection is made again, never read as if nothing had changed.
+TEST_P(StoreOnServer, TheCacheIsDroppedWhenItsConnectionWasCut)
+{
+    db().write("ORGPRISECHARGE", "010", "AVANT");
+    const auto name = randomName("cached");
+    auto cached = Store::connect(m_database.connection() + "&application_name=" + name);
+    EXPECT_EQ(cached->read("ORGPRISECHARGE", "010"), "AVANT"); // the file is now in its cache
+    ASSERT_EQ(cutConnections(serverUrl(), name), 1);
+    db().write("ORGPRISECHARGE", "010", "APRES"); // notified to nobody there
+    // As soon as the end of the connection reaches the client.
+    EXPECT_TRUE(eventually([&] { return cached->read("ORGPRISECHARGE", "010") == "APRES"; }));
+    EXPECT_EQ(Worker(*cached).reconnections(), 1u);
+}
+
+// TEMPO keeps no records of sessions that ended (closed, killed, cut off): on a
+// server each connection holds its session, and the next command of any
+// workstation sweeps the records of sessions nobody holds, whatever their host.
+TEST_P(StoreOnServer, TempoRecordsOfSessionsNoConnectionHoldsAreSwept)
+{
+    auto alive = workstation("poste-vivant");
+    alive->registerCommand("RIEN", [](CommandContext&) {});
+    serveOwnCommands(*alive);
+    alive->write("TEMPO", "REQUETEBORDEXCEL", "vivant");
+    db().write("TEMPO", "REQUETEBORDEXCEL", "ouvert");
+    // Two workstations on one named session: one closing does not end it.
+    auto twin = workstation("poste-double");
+    twin->write("TEMPO", "REQUETEBORDEXCEL", "double");
+    {
+        auto closing = workstation("poste-double");
+    }
+    workstation("poste-ferme")->write("TEMPO", "REQUETEBORDEXCEL", "ferme");
+    const auto name = randomName("cut");
+    {
+        auto cut = Store::connect(m_database.connection() + "&application_name=" + name);
+        cut->setClient(std::make_shared<DbaClient>("OPERATEUR", "poste-coupe"));
+        cut->write("TEMPO", "REQUETEBORDEXCEL", "coupe");
+        ASSERT_EQ(cutConnections(serverUrl(), name), 1);
+    }
+    // A process that ended without closing anything.
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        auto dying = m_database.connect();
+        dying->write("TEMPO", "REQUETEBORDEXCEL", "tue");
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    const auto records = [&] {
+        std::vector<std::string> texts;
+        db().forEachStored("TEMPO", [&](std::string_view, std::string_view record) { texts.emplace_back(record); });
+        std::sort(texts.begin(), texts.end());
+        return texts;
+    };
+    ASSERT_EQ(records().size(), 6u);
+    // Closed connections end on the server a moment after the client lets go.
+    const std::vector<std::string> left{"double", "ouvert", "vivant"};
+    EXPECT_TRUE(eventually([&] {
+        execute(*alive, "RIEN");
+        return records() == left;
+    })) << ::testing::PrintToString(records());
+}
+
+// A connection whose transactions are read-only (a role so set, or a standby
+// server) reads everything, and a write says plainly why it cannot be done.
+TEST_P(StoreOnServer, AReadOnlyConnectionReadsAndItsWritesSaySo)
+{
+    db().write("ORGPRISECHARGE", "010", "CPAM");
+    // The server options come last in the URI: the setting joins them.
+    auto reader = Store::connect(m_database.connection() + "%20-cdefault_transaction_read_only%3Don");
+    EXPECT_EQ(reader->read("ORGPRISECHARGE", "010"), "CPAM");
+    EXPECT_EQ(reader->select("SSELECT ORGPRISECHARGE").text(), "010");
+    EXPECT_THAT([&] { reader->write("ORGPRISECHARGE", "011", "MSA"); },
+        ThrowsDbaError(DbaError::Kind::Storage, "the database is read-only: it can be read, not changed"));
+    EXPECT_EQ(db().read("ORGPRISECHARGE", "011"), std::nullopt);
+}
+
 TEST_P(StoreOnServer, AWorkerRunsTheCommandInTheSessionOfTheRequest)
 {
     auto worker = m_database.connect();

@@ -6,6 +6,8 @@
 #include <unistd.h>
 #include <sstream>
 
+#include <sqlite3.h>
+
 #include "ThrowsDbaError.h"
 #include "StoreTestSupport.h"
 #include "database/FileNames.h"
@@ -475,6 +477,26 @@ TEST(StoreOnSqlite, OpeningRefusesWhatIsNotAnExistingDatabase)
     EXPECT_THAT([&] { Store::create(dir.path() / "text.db"); }, ThrowsDbaError(DbaError::Kind::NotConnected));
     EXPECT_EQ(std::filesystem::file_size(dir.path() / "text.db"), 4096u);
     EXPECT_THAT([&] { Store::connect(""); }, ThrowsDbaError(DbaError::Kind::NotConnected));
+}
+
+// A file system without the shared memory of the write-ahead log (here: the
+// library's dot-file locking, which has none) would leave a new database in
+// rollback-journal mode, where readers and writers block each other: refused,
+// saying why and leaving nothing behind.
+TEST(StoreOnSqlite, AFileSystemWithoutTheWriteAheadLogIsRefused)
+{
+    TempDir dir;
+    sqlite3_vfs* withoutShm = sqlite3_vfs_find("unix-dotfile");
+    sqlite3_vfs* usual = sqlite3_vfs_find(nullptr);
+    ASSERT_NE(withoutShm, nullptr);
+    ASSERT_EQ(sqlite3_vfs_register(withoutShm, 1), SQLITE_OK);
+    const auto file = dir.path() / "x.db";
+    EXPECT_THAT([&] { Store::create(file); },
+        ThrowsDbaError(DbaError::Kind::NotConnected, "cannot hold the write-ahead log", "\"delete\" journal mode"));
+    sqlite3_vfs_register(usual, 1);
+    EXPECT_FALSE(std::filesystem::exists(file));
+    // Where the log can be kept, the same database is made.
+    EXPECT_NO_THROW(Store::create(file));
 }
 
 // A database on read-only media is read (records, selections, an export's

@@ -1,9 +1,11 @@
 #include "ScratchSchema.h"
 
+#include <chrono>
 #include <cstdio>
 #include <libpq-fe.h>
 #include <memory>
 #include <random>
+#include <thread>
 
 #include "Worker.h"
 #include "database/DbaError.h"
@@ -42,6 +44,35 @@ void dropSchema(std::string_view url, std::string_view schema)
     if (PQresultStatus(result.get()) != PGRES_COMMAND_OK) {
         throw DbaError(DbaError::Kind::Storage, context, PQerrorMessage(connection.get()));
     }
+}
+
+int cutConnections(std::string_view url, std::string_view applicationName)
+{
+    const std::string context = "cut the connections of " + std::string(applicationName);
+    const std::unique_ptr<PGconn, decltype(&PQfinish)> connection(PQconnectdb(std::string(url).c_str()), &PQfinish);
+    if (PQstatus(connection.get()) != CONNECTION_OK) {
+        throw DbaError(DbaError::Kind::Storage, context, PQerrorMessage(connection.get()));
+    }
+    const std::string name(applicationName);
+    const auto query = [&](const char* sql) {
+        const char* values[] = {name.c_str()};
+        const std::unique_ptr<PGresult, decltype(&PQclear)> result(
+            PQexecParams(connection.get(), sql, 1, nullptr, values, nullptr, nullptr, 0), &PQclear);
+        if (PQresultStatus(result.get()) != PGRES_TUPLES_OK || PQntuples(result.get()) != 1) {
+            throw DbaError(DbaError::Kind::Storage, context, PQerrorMessage(connection.get()));
+        }
+        return std::stoi(PQgetvalue(result.get(), 0, 0));
+    };
+    const int cut = query("SELECT count(pg_terminate_backend(pid))::int FROM pg_stat_activity WHERE application_name = $1");
+    // The backends end a moment later: wait for them to be gone, locks and all
+    // (their sockets close a moment after that again).
+    for (int tries = 0; tries < 1000; ++tries) {
+        if (query("SELECT count(*)::int FROM pg_stat_activity WHERE application_name = $1") == 0) {
+            return cut;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    throw DbaError(DbaError::Kind::Storage, context, "the connections were still there after 10 s");
 }
 
 ScratchSchema::ScratchSchema(std::string_view url)

@@ -18,6 +18,12 @@ std::string withSchema(std::string_view url, std::string_view schema);
 // server cannot be reached or refuses.
 void dropSchema(std::string_view url, std::string_view schema);
 
+// Ends, from the server's side, every connection named applicationName (its
+// URI's application_name), as a network cut or a killed backend would, and
+// waits until they are gone (at most 10 s). Gives how many there were. Throws
+// DbaError Storage.
+int cutConnections(std::string_view url, std::string_view applicationName);
+
 // A fresh schema on a server, dropped with everything in it when this goes:
 // a database of its own for each test or scenario file.
 class ScratchSchema {
