@@ -26,6 +26,7 @@
 #include "FusionBatch.h"
 #include "PdfArchive.h"
 #include "ScratchSchema.h"
+#include "StatementData.h"
 #include "StatementFiles.h"
 #include "StatementRenderer.h"
 #include "Store.h"
@@ -214,6 +215,44 @@ void BM_ServerCommand(benchmark::State& state)
     perStatement(state, static_cast<int>(state.range(0)));
 }
 BENCHMARK(BM_ServerCommand)->Args({20, 10})->Args({1500, 10})->Args({300, 40})->Args({300, 100})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A re-issue of every statement of one organisation, of 220 and of 6,000: the
+// time per statement stays the same (each statement found by its archive key,
+// one read, not among all of its organisation's statements of the period).
+// BM_ReissueOneOrganisation is the whole command; BM_FindAndLoad the look-ups
+// and reads alone, where a scan would show first.
+void BM_ReissueOneOrganisation(benchmark::State& state)
+{
+    BM_ServerCommand(state);
+    state.counters["s_per_statement"] = benchmark::Counter(static_cast<double>(state.range(0)),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_ReissueOneOrganisation)->Args({220, 10})->Args({6000, 10})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_FindAndLoad(benchmark::State& state)
+{
+    QTemporaryDir dir;
+    auto store = store::Store::create(dir.path().toStdString() + "/calvarine.db");
+    const int count = static_cast<int>(state.range(0));
+    archiveStatements(*store, count, 10);
+    std::vector<std::string> invoices;
+    for (int i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i);
+        invoices.push_back("F" + std::string(9 - number.size(), '0') + number);
+    }
+    for (auto _ : state) {
+        statements::StatementFinder finder(*store, "202611", "001", "P");
+        for (const auto& invoice : invoices) {
+            for (const auto& key : finder.find("012", invoice)) {
+                benchmark::DoNotOptimize(statements::loadStatement(*store, key));
+            }
+        }
+    }
+    perStatement(state, count);
+    state.counters["s_per_statement"] = benchmark::Counter(static_cast<double>(count),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_FindAndLoad)->Arg(220)->Arg(6000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // One request of 600 one-page statements through the queue of a PostgreSQL
 // server (CALVARINE_PG_URL), run by 1 or 2 calvarine-server workers drawing on
