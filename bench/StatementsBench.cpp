@@ -83,6 +83,23 @@ void BM_RendererAlone(benchmark::State& state)
 }
 BENCHMARK(BM_RendererAlone)->ArgsProduct({{200}, {10, 40, 100}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// The size of the parts (statements drawn to one document, then cut) on the
+// default threads: the document's set-up and font subsets are paid once a part,
+// the cut copies the part's subsets into each file.
+void BM_RendererPerDocument(benchmark::State& state)
+{
+    const auto all = statementsOf(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    for (auto _ : state) {
+        statements::StatementFiles files(static_cast<std::size_t>(state.range(2)));
+        for (const auto& data : all) {
+            files.add(data);
+        }
+        benchmark::DoNotOptimize(files.take());
+    }
+    perStatement(state, static_cast<int>(all.size()));
+}
+BENCHMARK(BM_RendererPerDocument)->ArgsProduct({{1024}, {10, 40}, {32, 64, 128, 256}})->Unit(benchmark::kMillisecond)->UseRealTime();
+
 // The former way: one PDF writer per statement.
 void BM_OneWriterPerStatement(benchmark::State& state)
 {
@@ -155,6 +172,7 @@ void BM_BarePainter(benchmark::State& state)
         painter.end();
     }
     perStatement(state, count);
+    state.counters["pages_per_s"] = benchmark::Counter(static_cast<double>(count), benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_BarePainter)->Arg(200)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -213,6 +231,11 @@ void BM_ServerCommand(benchmark::State& state)
         }
     }
     perStatement(state, static_cast<int>(state.range(0)));
+    // Pages per second, to set beside the bare painter's (one page a statement).
+    const auto pages = statements::drawDocuments(std::vector{statements::loadStatement(*store, std::string("001P012202611F000000000"))}).pageCounts;
+    state.counters["pages"] = pages.empty() ? 0 : pages.front();
+    state.counters["pages_per_s"] = benchmark::Counter(static_cast<double>(state.range(0) * (pages.empty() ? 0 : pages.front())),
+        benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_ServerCommand)->Args({20, 10})->Args({1500, 10})->Args({300, 40})->Args({300, 100})->Unit(benchmark::kMillisecond)->UseRealTime();
 
