@@ -26,6 +26,7 @@
 #include "FusionBatch.h"
 #include "PdfArchive.h"
 #include "ScratchSchema.h"
+#include "StatementData.h"
 #include "StatementFiles.h"
 #include "StatementRenderer.h"
 #include "Store.h"
@@ -81,6 +82,23 @@ void BM_RendererAlone(benchmark::State& state)
     perStatement(state, static_cast<int>(all.size()));
 }
 BENCHMARK(BM_RendererAlone)->ArgsProduct({{200}, {10, 40, 100}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The size of the parts (statements drawn to one document, then cut) on the
+// default threads: the document's set-up and font subsets are paid once a part,
+// the cut copies the part's subsets into each file.
+void BM_RendererPerDocument(benchmark::State& state)
+{
+    const auto all = statementsOf(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    for (auto _ : state) {
+        statements::StatementFiles files(static_cast<std::size_t>(state.range(2)));
+        for (const auto& data : all) {
+            files.add(data);
+        }
+        benchmark::DoNotOptimize(files.take());
+    }
+    perStatement(state, static_cast<int>(all.size()));
+}
+BENCHMARK(BM_RendererPerDocument)->ArgsProduct({{1024}, {10, 40}, {32, 64, 128, 256}})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The former way: one PDF writer per statement.
 void BM_OneWriterPerStatement(benchmark::State& state)
@@ -154,6 +172,7 @@ void BM_BarePainter(benchmark::State& state)
         painter.end();
     }
     perStatement(state, count);
+    state.counters["pages_per_s"] = benchmark::Counter(static_cast<double>(count), benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_BarePainter)->Arg(200)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -212,8 +231,51 @@ void BM_ServerCommand(benchmark::State& state)
         }
     }
     perStatement(state, static_cast<int>(state.range(0)));
+    // Pages per second, to set beside the bare painter's (one page a statement).
+    const auto pages = statements::drawDocuments(std::vector{statements::loadStatement(*store, std::string("001P012202611F000000000"))}).pageCounts;
+    state.counters["pages"] = pages.empty() ? 0 : pages.front();
+    state.counters["pages_per_s"] = benchmark::Counter(static_cast<double>(state.range(0) * (pages.empty() ? 0 : pages.front())),
+        benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_ServerCommand)->Args({20, 10})->Args({1500, 10})->Args({300, 40})->Args({300, 100})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A re-issue of every statement of one organisation, of 220 and of 6,000: the
+// time per statement stays the same (each statement found by its archive key,
+// one read, not among all of its organisation's statements of the period).
+// BM_ReissueOneOrganisation is the whole command; BM_FindAndLoad the look-ups
+// and reads alone, where a scan would show first.
+void BM_ReissueOneOrganisation(benchmark::State& state)
+{
+    BM_ServerCommand(state);
+    state.counters["s_per_statement"] = benchmark::Counter(static_cast<double>(state.range(0)),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_ReissueOneOrganisation)->Args({220, 10})->Args({6000, 10})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_FindAndLoad(benchmark::State& state)
+{
+    QTemporaryDir dir;
+    auto store = store::Store::create(dir.path().toStdString() + "/calvarine.db");
+    const int count = static_cast<int>(state.range(0));
+    archiveStatements(*store, count, 10);
+    std::vector<std::string> invoices;
+    for (int i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i);
+        invoices.push_back("F" + std::string(9 - number.size(), '0') + number);
+    }
+    for (auto _ : state) {
+        statements::StatementFinder finder(*store, "202611", "001", "P");
+        for (const auto& invoice : invoices) {
+            for (const auto& key : finder.find("012", invoice)) {
+                benchmark::DoNotOptimize(statements::loadStatement(*store, key));
+            }
+        }
+    }
+    perStatement(state, count);
+    state.counters["s_per_statement"] = benchmark::Counter(static_cast<double>(count),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_FindAndLoad)->Arg(220)->Arg(6000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // One request of 600 one-page statements through the queue of a PostgreSQL
 // server (CALVARINE_PG_URL), run by 1 or 2 calvarine-server workers drawing on

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <sqlite3.h>
 #include <string>
 #include <vector>
@@ -325,6 +326,137 @@ void BM_QueryAndReads_Postgres(benchmark::State& state)
     queryAndRead(state, *readData(true));
 }
 
+void queryOnly(benchmark::State& state, store::Store& store);
+
+// Cold: the first statement query (Select and ReadItems) of a connection just
+// opened, and the first after another connection wrote an organisation (on
+// PostgreSQL that empties the cache of small files, read again from the server;
+// on SQLite the connection's page cache is dropped). The opening and the write
+// are left out of the timing; BM_QueryAndReads_* is the same query warm.
+std::shared_ptr<store::Store> openReadData(bool server)
+{
+    return server ? store::Store::connect(serverConnection())
+                  : store::Store::create(std::filesystem::path(CALVARINE_BENCH_DATA) / ("reads-" + std::to_string(kReadStatements) + ".db"));
+}
+
+void firstQueryAfterOpening(benchmark::State& state, bool server)
+{
+    if (server && serverConnection().empty()) {
+        state.SkipWithError("set CALVARINE_PG_URL to a PostgreSQL server");
+        return;
+    }
+    readData(server);
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto store = openReadData(server);
+        state.ResumeTiming();
+        auto organisations = store->OpenFile(FileNames::ORGPRISECHARGE);
+        const auto result = store->select(kSentence);
+        std::size_t named = 0;
+        for (std::size_t i = 1; i <= result.attributeCount(); ++i) {
+            try {
+                named += organisations->ReadItem(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))))->attribute(1).size();
+            } catch (const DbaError& error) {
+                if (!error.isNoRecord()) {
+                    throw;
+                }
+            }
+        }
+        benchmark::DoNotOptimize(named);
+        state.PauseTiming();
+        store.reset();
+        state.ResumeTiming();
+    }
+}
+
+void firstQueryAfterAWrite(benchmark::State& state, bool server)
+{
+    if (server && serverConnection().empty()) {
+        state.SkipWithError("set CALVARINE_PG_URL to a PostgreSQL server");
+        return;
+    }
+    auto store = readData(server);
+    auto other = openReadData(server);
+    auto organisations = store->OpenFile(FileNames::ORGPRISECHARGE);
+    const std::string written = "999";
+    int round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        other->write(FileNames::ORGPRISECHARGE, written, "BENCH " + std::to_string(++round));
+        state.ResumeTiming();
+        const auto result = store->select(kSentence);
+        std::size_t named = 0;
+        for (std::size_t i = 1; i <= result.attributeCount(); ++i) {
+            try {
+                named += organisations->ReadItem(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))))->attribute(1).size();
+            } catch (const DbaError& error) {
+                if (!error.isNoRecord()) {
+                    throw;
+                }
+            }
+        }
+        benchmark::DoNotOptimize(named);
+    }
+    other->remove(FileNames::ORGPRISECHARGE, written);
+}
+
+void BM_FirstQueryAfterOpening_Sqlite(benchmark::State& state)
+{
+    firstQueryAfterOpening(state, false);
+}
+
+void BM_FirstQueryAfterOpening_Postgres(benchmark::State& state)
+{
+    firstQueryAfterOpening(state, true);
+}
+
+void BM_FirstQueryAfterAWrite_Sqlite(benchmark::State& state)
+{
+    firstQueryAfterAWrite(state, false);
+}
+
+void BM_FirstQueryAfterAWrite_Postgres(benchmark::State& state)
+{
+    firstQueryAfterAWrite(state, true);
+}
+
+// The statement query on data just loaded (a fresh demo of 40,000 statements
+// in a new SQLite file and a new schema, made by a bulk load as calvarine-db
+// demo makes it), before anything else reads it: what a server whose planner
+// had no statistics of the new tables would plan blind.
+void freshQuery(benchmark::State& state, bool server)
+{
+    const char* url = std::getenv("CALVARINE_PG_URL");
+    if (server && !(url && *url)) {
+        state.SkipWithError("set CALVARINE_PG_URL to a PostgreSQL server");
+        return;
+    }
+    std::optional<store::ScratchSchema> schema;
+    const auto file = std::filesystem::path(CALVARINE_BENCH_DATA) / "fresh.db";
+    removeDatabase(file);
+    std::shared_ptr<store::Store> store;
+    if (server) {
+        schema.emplace(url);
+        store = store::Store::connect(schema->connection());
+    } else {
+        store = store::Store::create(file);
+    }
+    store::generateDemo(*store, store::DemoOptions{kReadStatements, 1, kScope}, {});
+    queryOnly(state, *store);
+    store.reset();
+    removeDatabase(file);
+}
+
+void BM_FreshStatementQuery_Sqlite(benchmark::State& state)
+{
+    freshQuery(state, false);
+}
+
+void BM_FreshStatementQuery_Postgres(benchmark::State& state)
+{
+    freshQuery(state, true);
+}
+
 // The statement query alone, the same sentence on the same data on each engine.
 void queryOnly(benchmark::State& state, store::Store& store)
 {
@@ -356,6 +488,12 @@ BENCHMARK(BM_ReadItems_Postgres)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_ReadItems_PostgresUncached)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_QueryAndReads_Sqlite)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_QueryAndReads_Postgres)->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_FirstQueryAfterOpening_Sqlite)->Unit(benchmark::kMillisecond)->Iterations(20);
+BENCHMARK(BM_FirstQueryAfterOpening_Postgres)->Unit(benchmark::kMillisecond)->Iterations(20);
+BENCHMARK(BM_FirstQueryAfterAWrite_Sqlite)->Unit(benchmark::kMillisecond)->Iterations(20);
+BENCHMARK(BM_FirstQueryAfterAWrite_Postgres)->Unit(benchmark::kMillisecond)->Iterations(20);
+BENCHMARK(BM_FreshStatementQuery_Sqlite)->Unit(benchmark::kMillisecond)->Iterations(10);
+BENCHMARK(BM_FreshStatementQuery_Postgres)->Unit(benchmark::kMillisecond)->Iterations(10);
 BENCHMARK(BM_StoreQuery)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_HandWrittenSqlite)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_HandWrittenSqlite_OneTransaction)->Unit(benchmark::kMillisecond)->MinTime(2.0);

@@ -1,7 +1,9 @@
 #include "Consistency.h"
 
 #include <algorithm>
+#include <cstring>
 #include <map>
+#include <stdexcept>
 
 #include "archive/Archive.h"
 #include "database/FileNames.h"
@@ -17,6 +19,28 @@ constexpr const char* kActivities = FileNames::ACTIVITES;
 std::string quoted(std::string_view text)
 {
     return "\"" + std::string(text) + "\"";
+}
+
+// Fields of the temporary file of pending references: each a length then its bytes.
+void put(std::FILE* file, std::string_view text)
+{
+    const std::uint64_t size = text.size();
+    if (std::fwrite(&size, sizeof size, 1, file) != 1 || std::fwrite(text.data(), 1, text.size(), file) != text.size()) {
+        throw std::runtime_error(std::string("fichier temporaire du contrôle : ") + std::strerror(errno));
+    }
+}
+
+bool get(std::FILE* file, std::string& text)
+{
+    std::uint64_t size = 0;
+    if (std::fread(&size, sizeof size, 1, file) != 1) {
+        return false;
+    }
+    text.resize(size);
+    if (std::fread(text.data(), 1, size, file) != size) {
+        throw std::runtime_error("fichier temporaire du contrôle : lu en partie");
+    }
+    return true;
 }
 
 } // namespace
@@ -52,7 +76,7 @@ void Consistency::record(
     if (file == kOrganisations || file == kEntities) {
         m_seen.emplace(file, key);
     } else if (file == kActivities && key.size() >= 3) {
-        refer(kEntities, key.substr(0, 3), "de l'activité " + quoted(key), where);
+        referEntity(key.substr(0, 3), "de l'activité " + quoted(key), where);
     } else if (file == kStatements) {
         if (!archive::hasKeyLength(key)) {
             add({where, "la clé de bordereau " + quoted(key) + " a " + std::to_string(Text::Len(key))
@@ -70,8 +94,8 @@ void Consistency::record(
             add({where, "bordereau " + quoted(key) + " : sa clé dit la facture " + quoted(invoice)
                     + " mais l'attribut 3 (NumFactArchive) contient " + quoted(attribute(3))});
         }
-        refer(kEntities, fields.entity, "du bordereau " + quoted(key), where);
-        refer(kOrganisations, fields.organisation, quoted(key), where);
+        referEntity(fields.entity, "du bordereau " + quoted(key), where);
+        referOrganisation(fields.organisation, key, where);
     }
 }
 
@@ -91,14 +115,32 @@ bool Consistency::known(const std::string& file, const std::string& key)
     return found->second;
 }
 
-void Consistency::refer(const std::string& file, const std::string& key, const std::string& what, const std::string& where)
+void Consistency::referEntity(const std::string& entity, const std::string& what, const std::string& where)
 {
-    if (!known(file, key)) {
-        // It may still come later in the same input.
-        const bool organisation = file == kOrganisations;
-        const std::string text = organisation ? what : "l'entité " + key + " " + what + " n'a pas de fiche dans " + file;
-        m_pending.push_back({{file, key}, {where, text, organisation}});
-        m_pendingAt.push_back(m_records);
+    if (known(kEntities, entity)) {
+        return;
+    }
+    if (!m_entities) {
+        m_entities.reset(std::tmpfile());
+        if (!m_entities) {
+            throw std::runtime_error(std::string("fichier temporaire du contrôle : ") + std::strerror(errno));
+        }
+    }
+    std::FILE* file = m_entities.get();
+    put(file, std::to_string(m_records));
+    put(file, entity);
+    put(file, what);
+    put(file, where);
+}
+
+void Consistency::referOrganisation(const std::string& organisation, const std::string& statement, const std::string& where)
+{
+    if (known(kOrganisations, organisation)) {
+        return;
+    }
+    auto& named = m_organisations[organisation];
+    if (named.count++ == 0) {
+        named = {m_records, where, statement, 1};
     }
 }
 
@@ -109,36 +151,37 @@ std::size_t Consistency::errors() const
 
 void Consistency::finish()
 {
+    if (m_entities) {
+        std::FILE* file = m_entities.get();
+        if (std::fflush(file) != 0 || std::fseek(file, 0, SEEK_SET) != 0) {
+            throw std::runtime_error(std::string("fichier temporaire du contrôle : ") + std::strerror(errno));
+        }
+        std::string at, entity, what, where;
+        while (get(file, at) && get(file, entity) && get(file, what) && get(file, where)) {
+            if (!m_seen.contains({kEntities, entity})) {
+                m_found.emplace_back(std::stoull(at), Problem{where, "l'entité " + entity + " " + what + " n'a pas de fiche dans " + kEntities});
+            }
+        }
+        m_entities.reset();
+    }
     // One notice per organisation without a record, where it is first named.
-    std::map<std::string, std::size_t> notices; // organisation -> its notice in m_found
-    std::map<std::string, std::size_t> naming;  // organisation -> statements naming it
-    for (std::size_t i = 0; i < m_pending.size(); ++i) {
-        auto& [name, problem] = m_pending[i];
-        if (m_seen.contains(name)) {
+    for (auto& [organisation, named] : m_organisations) {
+        if (m_seen.contains({kOrganisations, organisation})) {
             continue;
         }
-        if (!problem.notice) {
-            m_found.emplace_back(m_pendingAt[i], std::move(problem));
-            continue;
-        }
-        if (++naming[name.second] == 1) {
-            notices[name.second] = m_found.size();
-            m_found.emplace_back(m_pendingAt[i], std::move(problem));
-        }
+        const std::string statement = quoted(named.statement);
+        m_found.emplace_back(named.at,
+            Problem{named.where,
+                "l'organisme " + organisation + " n'a pas de fiche dans " + kOrganisations + " : "
+                    + (named.count == 1 ? "le bordereau " + statement + " le nomme (il est réédité sous son code)"
+                                        : std::to_string(named.count) + " bordereaux le nomment, dont " + statement
+                                            + " (ils sont réédités sous son code)"),
+                true});
     }
-    for (const auto& [organisation, at] : notices) {
-        const std::size_t count = naming[organisation];
-        auto& problem = m_found[at].second;
-        // what holds the key of the first statement naming it.
-        problem.what = "l'organisme " + organisation + " n'a pas de fiche dans " + kOrganisations + " : "
-            + (count == 1 ? "le bordereau " + problem.what + " le nomme (il est réédité sous son code)"
-                          : std::to_string(count) + " bordereaux le nomment, dont " + problem.what + " (ils sont réédités sous son code)");
-    }
+    m_organisations.clear();
     std::stable_sort(m_found.begin(), m_found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     for (auto& [at, problem] : m_found) {
         m_problems.push_back(std::move(problem));
     }
     m_found.clear();
-    m_pending.clear();
-    m_pendingAt.clear();
 }

@@ -17,8 +17,10 @@
 // and a statement addressed to it is still re-issued, under its code. One
 // notice per organisation, however many statements name it.
 
+#include <cstdio>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -54,16 +56,32 @@ public:
     std::size_t notices() const { return m_problems.size() - errors(); }
 
 private:
-    // what: who names it ("du bordereau \"...\""; for an organisation, the statement's key quoted).
-    void refer(const std::string& file, const std::string& key, const std::string& what, const std::string& where);
+    void referEntity(const std::string& entity, const std::string& what, const std::string& where);
+    void referOrganisation(const std::string& organisation, const std::string& statement, const std::string& where);
     void add(Problem problem);
     bool known(const std::string& file, const std::string& key);
 
     Exists m_exists;
-    std::set<std::pair<std::string, std::string>> m_seen;             // organisation and entity records seen
-    std::map<std::pair<std::string, std::string>, bool> m_looked;     // answers of m_exists
-    std::vector<std::pair<std::pair<std::string, std::string>, Problem>> m_pending; // unknown when met
-    std::vector<std::size_t> m_pendingAt; // the number of the record of each pending reference
+    std::set<std::pair<std::string, std::string>> m_seen;         // organisation and entity records seen
+    std::map<std::pair<std::string, std::string>, bool> m_looked; // answers of m_exists
+
+    // References not answered when met, which a later record may still answer.
+    // Memory stays bounded by the number of organisations and entities, not of
+    // statements, whatever the order of the input: an organisation keeps the
+    // first statement naming it and a count; a reference to an entity, an error
+    // of its own unless answered, waits in a temporary file.
+    struct NamedBy {
+        std::size_t at = 0;  // the number of the first record naming it
+        std::string where;
+        std::string statement;
+        std::size_t count = 0;
+    };
+    std::map<std::string, NamedBy> m_organisations;
+    struct CloseFile {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    std::unique_ptr<std::FILE, CloseFile> m_entities;
+
     std::vector<std::pair<std::size_t, Problem>> m_found; // with the number of the record found at
     std::size_t m_records = 0;
     std::vector<Problem> m_problems;

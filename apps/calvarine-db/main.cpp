@@ -408,7 +408,22 @@ int run(std::vector<std::string> args)
                 throw std::runtime_error("export : la base n'a pas de fichier " + file + " (ses fichiers : " + files + ")");
             }
         }
-        store::exportJsonLines(*store, std::cout, args);
+        // The records that statements and activities name come first, so that an
+        // import of the export meets no reference before its record.
+        std::vector<std::string> files = args;
+        if (files.empty()) {
+            for (const char* first : {"ASSOCIATION", "ORGPRISECHARGE"}) {
+                if (store->fileExists(first)) {
+                    files.emplace_back(first);
+                }
+            }
+            for (auto& file : store->files()) {
+                if (std::find(files.begin(), files.end(), file) == files.end()) {
+                    files.push_back(std::move(file));
+                }
+            }
+        }
+        store::exportJsonLines(*store, std::cout, files);
         return std::cout.good() ? 0 : 1;
     }
     if (command == "select") {

@@ -141,10 +141,13 @@ void Ctr_Belmontis::Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& select
     // A statement that cannot be found is told; the others are printed.
     std::vector<statements::StatementData> found;
     const std::size_t count = selection ? selection->attributeCount() : 0;
+    // One finder for the run: the archive file opened once, each statement one read.
+    statements::StatementFinder finder(*m_base, m_periode, m_entite, m_activite);
     for (std::size_t i = 1; i <= count && i <= INT16_MAX; ++i) {
         const auto [organisation, invoice] = archive::selectionEntry(*selection, static_cast<std::int16_t>(i));
         try {
-            const auto key = statements::findStatementKey(*m_base, m_periode, m_entite, m_activite, organisation, invoice);
+            const auto keys = finder.find(organisation, invoice);
+            const std::optional<std::string> key = keys.empty() ? std::nullopt : std::optional<std::string>(keys.front());
             if (!key) {
                 report("bordereau introuvable : période " + m_periode + ", entité " + m_entite + ", activité " + m_activite
                     + ", organisme " + organisation + ", facture " + statements::trimmedRight(invoice));

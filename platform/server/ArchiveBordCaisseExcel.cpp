@@ -1,5 +1,6 @@
 #include "ArchiveBordCaisseExcel.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <filesystem>
@@ -288,7 +289,12 @@ std::vector<RenderedFile> renderEntries(store::Store& store, const std::vector<s
     statements::StatementFinder finder(store, period, entity, letter);
     // Loaded here, on the thread that holds the store, while the render threads
     // draw the statements many to a document and cut them into one file each.
-    statements::StatementFiles pdfs;
+    // Documents as large as keeps every thread busy, up to the size that pays
+    // best, never smaller than a part's share of a thread (kEntriesPerThread).
+    const std::size_t threads = statements::renderThreads();
+    const std::size_t perDocument
+        = std::clamp((entries.size() + threads - 1) / threads, kEntriesPerThread, std::max(kEntriesPerThread, statements::kStatementsPerDocument));
+    statements::StatementFiles pdfs(perDocument, static_cast<unsigned>(threads));
     std::vector<std::string> names;
     std::vector<std::size_t> entriesUpTo; // per statement: the entries looked at when it was found
     std::set<std::string> seen;

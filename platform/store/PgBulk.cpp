@@ -20,6 +20,11 @@ namespace {
 // Writes kept at most, in bytes of keys and records, before they are sent.
 constexpr std::size_t kPendingBytes = 64u << 20;
 
+// Outside a load, a file whose rows changed this much is analyzed at once
+// rather than when autovacuum comes to it (half a minute or more later, the
+// queries planned blind meanwhile).
+constexpr std::size_t kAnalyzeAfterRows = 10000;
+
 } // namespace
 
 void PgEngine::setSyncEveryCommit(bool sync)
@@ -34,12 +39,61 @@ void PgEngine::setSyncEveryCommit(bool sync)
     // Without waiting for each commit's flush to disk: a crash may lose the last
     // commits of the load, never leaves a half-written one.
     m_db->runCommand(sync ? "SET synchronous_commit = on" : "SET synchronous_commit = off", "bulk load");
+    if (sync) {
+        // The tables a load filled have statistics of when they were empty (or
+        // none): without this the first queries on fresh data are planned blind.
+        analyzeChanged(1);
+    }
+}
+
+void PgEngine::noteChanged(std::string_view file, std::size_t rows)
+{
+    if (auto found = m_changedRows.find(file); found != m_changedRows.end()) {
+        found->second += rows;
+    } else {
+        m_changedRows.emplace(std::string(file), rows);
+    }
+    if (!m_bulk && !m_db->inTransaction()) {
+        analyzeChanged(kAnalyzeAfterRows);
+    }
+}
+
+void PgEngine::analyzeChanged(std::size_t atLeast)
+{
+    std::string tables;
+    for (auto changed = m_changedRows.begin(); changed != m_changedRows.end();) {
+        if (changed->second < atLeast || !fileExists(changed->first)) {
+            ++changed;
+            continue;
+        }
+        tables += (tables.empty() ? "" : ", ") + quoteIdent(changed->first);
+        for (const auto& name : dictionaryOf(changed->first)) {
+            if (!name.indexTable.empty()) {
+                tables += ", " + quoteIdent(name.indexTable);
+            }
+        }
+        changed = m_changedRows.erase(changed);
+    }
+    if (!tables.empty()) {
+        m_db->runCommand("ANALYZE " + tables, "statistics");
+    }
 }
 
 void PgEngine::transaction(const std::function<void()>& work)
 {
     if (!m_bulk) {
-        m_db->transaction(work);
+        if (m_db->inTransaction()) {
+            m_db->transaction(work);
+            return;
+        }
+        const auto counted = m_changedRows;
+        try {
+            m_db->transaction(work);
+        } catch (...) {
+            m_changedRows = counted;
+            throw;
+        }
+        analyzeChanged(kAnalyzeAfterRows);
         return;
     }
     if (m_db->inTransaction()) {
@@ -58,6 +112,7 @@ void PgEngine::transaction(const std::function<void()>& work)
         return;
     }
     m_spoilt = false;
+    const auto counted = m_changedRows;
     try {
         m_db->transaction([&] {
             work();
@@ -70,6 +125,7 @@ void PgEngine::transaction(const std::function<void()>& work)
     } catch (...) {
         dropPendingFrom(0);
         m_spoilt = false;
+        m_changedRows = counted;
         throw;
     }
 }
@@ -160,6 +216,7 @@ void PgEngine::copyRecords(const std::string& file, const std::vector<PendingWri
         }
         indexes.emplace_back(quoteIdent(name.indexTable), std::move(rows));
     }
+    noteChanged(file, latest.size());
     const std::string table = quoteIdent(file);
     auto copyIndexes = [&] {
         for (auto& [index, rows] : indexes) {

@@ -116,6 +116,11 @@ private:
     void flushAll();
     void dropPendingFrom(std::size_t mark);
     void copyRecords(const std::string& file, const std::vector<PendingWrite>& writes);
+    // Rows written to file, counted for the planner's statistics (PgBulk.cpp):
+    // what a load wrote is analyzed when the load ends, other writes once a
+    // file has had many of them.
+    void noteChanged(std::string_view file, std::size_t rows);
+    void analyzeChanged(std::size_t atLeast);
 
     std::filesystem::path m_path;
     std::unique_ptr<pg::Connection> m_db;
@@ -143,6 +148,9 @@ private:
     std::map<std::string, std::size_t, std::less<>> m_pendingFiles; // how many of m_pending each file has
     std::size_t m_pendingBytes = 0;
     bool m_spoilt = false; // a nested transaction failed after it had sent something
+    // Rows written per file since its statistics were last brought up to date
+    // by this connection (only committed writes stay counted).
+    std::map<std::string, std::size_t, std::less<>> m_changedRows;
 };
 
 } // namespace store

@@ -68,11 +68,13 @@ void PgEngine::write(std::string_view file, std::string_view key, std::string_vi
         if (std::none_of(names.begin(), names.end(), [](const DictName& n) { return !n.indexTable.empty(); })) {
             // One statement: atomic on its own.
             m_db->runPrepared(upsert, {stored, record}, context);
+            noteChanged(file, 1);
             return;
         }
     }
     transaction([&] {
         createFile(file);
+        noteChanged(file, 1);
         const auto names = dictionaryOf(std::string(file));
         // The index changes come from the record this write replaces, read under
         // the row's lock, so two writers of one key never leave the index astray.
@@ -113,6 +115,7 @@ bool PgEngine::remove(std::string_view file, std::string_view key)
             return;
         }
         removed = true;
+        noteChanged(file, 1);
         indexRecord(names, stored, cell(old.get(), 0, 0), std::nullopt);
     });
     return removed;

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "CommandParts.h"
+#include "PgConnection.h"
 #include "StoreTestSupport.h"
 #include "ThrowsDbaError.h"
 #include "Worker.h"
@@ -397,6 +398,36 @@ TEST_P(StoreOnServer, ACommandTakesBackItsPartsFilesOrFailureAndLeavesNoneBehind
     ASSERT_TRUE(eventually([&] { return Worker(*owner).runQueuedCommand("proprio", 5s); }));
     EXPECT_THAT([&] { failing.get(); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "encre épuisée"));
     EXPECT_FALSE(Worker(*helper).runQueuedCommand("aide", 5s));
+}
+
+// The planner's row estimate of a file's table: -1 until it is first analyzed.
+// Below autovacuum's threshold of 50 rows nothing but the store analyzes it.
+TEST_P(StoreOnServer, ALoadLeavesItsTablesAnalyzed)
+{
+    const auto estimate = [&](const std::string& table) {
+        pg::Connection sql(m_database.connection());
+        auto rows = sql.run("SELECT reltuples::bigint::text FROM pg_class WHERE oid = to_regclass($1)", {"\"" + table + "\""}, "test");
+        return pg::rowCount(rows.get()) == 1 ? std::stoll(std::string(pg::cell(rows.get(), 0, 0))) : -2;
+    };
+    load(R"({"dict": "F", "name": "N", "attr": 1})");
+    EXPECT_EQ(estimate("F"), -1);
+    db().bulkLoad([&] {
+        db().transaction([&] {
+            for (int i = 0; i < 30; ++i) {
+                db().write("F", "k" + std::to_string(i), "v" + std::to_string(i % 3));
+            }
+        });
+    });
+    EXPECT_EQ(estimate("F"), 30);
+    // A load that fails says why, not what its statistics did after it.
+    EXPECT_THROW(db().bulkLoad([&] {
+        db().transaction([&] {
+            db().write("F", "h", "y");
+            throw std::runtime_error("abandon");
+        });
+    }),
+        std::runtime_error);
+    EXPECT_EQ(keys(R"(SSELECT F AVEC N = "v1")"), "k1^k10^k13^k16^k19^k22^k25^k28^k4^k7");
 }
 
 TEST(ServerUri, APasswordIsNeverEchoed)

@@ -43,13 +43,19 @@ TEST(ConsistencyTest, ReferencesAreAnsweredByLaterRecordsOrByTheDatabaseAskedOnc
     consistency.record("ARCHIVEBORDCAISSE", "001P012202611F2        ", {"202611", "CPAM", "F2"}, "b:2");
     consistency.record("ACTIVITES", "002P01", {"", "", "", "", "", "", "", "", "", "", "", "P"}, "b:3");
     consistency.record("ORGPRISECHARGE", "012", {"CAISSE", "CPAM"}, "b:4"); // comes after its statements
-    consistency.record("ASSOCIATION", "003", {}, "b:5");
+    consistency.record("ARCHIVEBORDCAISSE", "004P012202611F3        ", {"202611", "CPAM"}, "b:5"); // its entity comes later
+    consistency.record("ARCHIVEBORDCAISSE", "005P012202611F4        ", {"202611", "CPAM", "F4"}, "b:6");
+    consistency.record("ASSOCIATION", "003", {}, "b:7");
+    consistency.record("ASSOCIATION", "004", {"AIDE"}, "b:8");
     consistency.finish();
-    EXPECT_EQ(asked, (std::vector<std::string>{"ASSOCIATION 001", "ORGPRISECHARGE 012", "ASSOCIATION 002"}));
+    EXPECT_EQ(asked, (std::vector<std::string>{"ASSOCIATION 001", "ORGPRISECHARGE 012", "ASSOCIATION 002", "ASSOCIATION 004",
+                         "ASSOCIATION 005"}));
     // In the order of the records, whenever each was found.
     EXPECT_EQ(whats(consistency), (std::vector<std::string>{
                                       "b:3: l'entité 002 de l'activité \"002P01\" n'a pas de fiche dans ASSOCIATION",
-                                      "b:5: la fiche \"003\" de ASSOCIATION est vide (aucun attribut)",
+                                      "b:5: bordereau \"004P012202611F3        \" : sa clé dit la facture \"F3\" mais l'attribut 3 (NumFactArchive) contient \"\"",
+                                      "b:6: l'entité 005 du bordereau \"005P012202611F4        \" n'a pas de fiche dans ASSOCIATION",
+                                      "b:7: la fiche \"003\" de ASSOCIATION est vide (aucun attribut)",
                                   }));
 }
 

@@ -124,6 +124,11 @@ demo="$work/demo.db"
 expect 0 'base de démonstration créée' "$tool" --db "$demo" demo --statements 400 --seed 7
 expect 0 'check : [0-9]+ fiches, 0 erreur, [1-9] avis' "$tool" --db "$demo" check
 "$tool" --db "$demo" export >"$work/demo.jsonl"
+# What statements name is written before them: an import meets no reference early.
+first_statement=$(grep -n '"file":"ARCHIVEBORDCAISSE","key"' "$work/demo.jsonl" | head -1 | cut -d: -f1)
+last_party=$(grep -n '"file":"\(ASSOCIATION\|ORGPRISECHARGE\)","key"' "$work/demo.jsonl" | tail -1 | cut -d: -f1)
+[ -n "$first_statement" ] && [ -n "$last_party" ] && [ "$last_party" -lt "$first_statement" ] || {
+    echo "FAILED: the export writes statements before the entities and organisations"; failures=$((failures + 1)); }
 copy="$work/copy.db"
 "$tool" --db "$copy" create >/dev/null 2>&1
 expect 0 'entrée standard : [0-9]+ fiches \(ACTIVITES' sh -c "\"$tool\" --db \"$copy\" import - <\"$work/demo.jsonl\""
