@@ -44,6 +44,7 @@
 #include <string>
 
 #include "CupsJob.h"
+#include "Journal.h"
 #include "StatementData.h"
 #include "shell/Components.h"
 
@@ -62,6 +63,12 @@ public:
 private:
     void Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& selection);
     void print(const std::vector<statements::StatementData>& found);
+    // The journal's entry of this run (Journal.h), before its outcome is known.
+    store::JournalEntry journalEntry(const std::vector<statements::StatementData>& found) const;
+    // Writes entry (appended when its key is empty, its key then set). A
+    // journal that cannot be written is told to the host, never thrown: the
+    // job has gone whatever the journal says. Nothing without a Store.
+    void journal(store::JournalEntry& entry) const;
     // Writes the job as one PDF into the spool folder; its path.
     std::filesystem::path spool(const QByteArray& pdf) const;
     std::string jobTitle() const;

@@ -244,4 +244,21 @@ SubmittedJob submitPdf(const std::string& printer, const std::string& title, con
     }
 }
 
+std::optional<std::string> jobStateKeyword(int id)
+{
+    try {
+        switch (jobState(id).state) {
+        case IPP_JSTATE_PENDING: return "pending";
+        case IPP_JSTATE_HELD: return "pending-held";
+        case IPP_JSTATE_PROCESSING: return "processing";
+        case IPP_JSTATE_STOPPED: return "processing-stopped";
+        case IPP_JSTATE_CANCELED: return "canceled";
+        case IPP_JSTATE_ABORTED: return "aborted";
+        case IPP_JSTATE_COMPLETED: return "completed";
+        }
+    } catch (const PrintFailure&) {
+    }
+    return std::nullopt;
+}
+
 } // namespace belmontis

@@ -5,6 +5,7 @@
 // and followed until the queue has taken it.
 
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -53,5 +54,11 @@ QPageSize paperOf(const std::string& printer);
 // is sent: a state that cannot be read then is told in unknownState, never
 // thrown, so that nobody prints it twice.
 SubmittedJob submitPdf(const std::string& printer, const std::string& title, const QByteArray& pdf, const PaperOptions& options);
+
+// The IPP keyword of a job's state as the server gives it now ("pending",
+// "pending-held", "processing", "processing-stopped", "canceled", "aborted",
+// "completed"); nullopt when it cannot be read (the server unreachable, a job
+// it no longer knows). Never throws.
+std::optional<std::string> jobStateKeyword(int id);
 
 } // namespace belmontis
