@@ -118,18 +118,24 @@ TEST_P(JournalTest, AnEntryKeepsEveryFieldAndFiltersPickWhatTheyName)
     EXPECT_EQ(all[2].reason, "disque \"plein\", ?fin");
     EXPECT_EQ(journal.entry(all[2].key)->reason, all[2].reason);
 
-    EXPECT_EQ(invoicesOf(journal.entries({.since = "2026-11-20"})), (std::vector<std::string>{"F3", "F4"}));
-    EXPECT_EQ(invoicesOf(journal.entries({.user = "ALICE"})), (std::vector<std::string>{"F1+F2", "F4"}));
-    EXPECT_EQ(invoicesOf(journal.entries({.invoice = "F2   "})), (std::vector<std::string>{"F1+F2"}));
-    EXPECT_EQ(invoicesOf(journal.entries({.organisation = "012"})), (std::vector<std::string>{"F1+F2", "F3"}));
+    const auto only = [&](std::string since, std::string user, std::string invoice, std::string organisation) {
+        return invoicesOf(journal.entries(JournalFilter{std::move(since), std::move(user), std::move(invoice), std::move(organisation)}));
+    };
+    using Named = std::vector<std::string>;
+    EXPECT_EQ(only("2026-11-20", "", "", ""), (Named{"F3", "F4"}));
+    EXPECT_EQ(only("", "ALICE", "", ""), (Named{"F1+F2", "F4"}));
+    EXPECT_EQ(only("", "", "F2   ", ""), (Named{"F1+F2"}));
+    EXPECT_EQ(only("", "", "", "012"), (Named{"F1+F2", "F3"}));
     // Invoice and organisation must name the same statement.
-    EXPECT_TRUE(journal.entries({.invoice = "F2", .organisation = "012"}).empty());
-    EXPECT_TRUE(journal.entries({.user = "alice"}).empty());
+    EXPECT_EQ(only("", "", "F2", "012"), Named{});
+    EXPECT_EQ(only("", "alice", "", ""), Named{});
 
     // A record written by hand is no entry and is skipped, not a failure.
     db().write(kJournalFile, "autre", "pas" + std::string(1, A) + "une entrée");
     EXPECT_EQ(journal.entries().size(), 3u);
-    EXPECT_THAT([&] { journal.update(JournalEntry{.key = "absent"}); }, ThrowsDbaError(DbaError::Kind::NoRecord));
+    JournalEntry absent;
+    absent.key = "absent";
+    EXPECT_THAT([&] { journal.update(absent); }, ThrowsDbaError(DbaError::Kind::NoRecord));
 }
 
 TEST_P(JournalTest, OnlyOpenPaperJobsAreAskedForAndThePurgeIsJournaled)
@@ -193,11 +199,14 @@ TEST_P(JournalTest, AFailedCommandKeepsWhatItsFailureHookWritesAndNothingElse)
     db().registerCommand(
         "ECRIRE",
         [](CommandContext& context) {
-            context.store.write("RESULTATS", context.arguments.at(0), "x");
-            Journal(context.store).append(filesEntry("ALICE", {{"012", context.arguments.at(0)}}, JournalOutcome::Done));
-            if (context.arguments.at(0) == "panne") {
-                throw std::runtime_error("le disque est plein");
-            }
+            // As the server command ends: its result and its entry in one transaction.
+            context.store.transaction([&] {
+                context.store.write("RESULTATS", context.arguments.at(0), "x");
+                Journal(context.store).append(filesEntry("ALICE", {{"012", context.arguments.at(0)}}, JournalOutcome::Done));
+                if (context.arguments.at(0) == "panne") {
+                    throw std::runtime_error("le disque est plein");
+                }
+            });
         },
         {},
         [](CommandContext& context, const std::string& message, const std::string&) {
