@@ -282,7 +282,7 @@ void BM_JournalPaperRun(benchmark::State& state)
         auto entry = journalEntryOf(count, store::JournalOutput::Paper);
         entry.job = 12;
         entry.jobState = "pending";
-        entry.key = journal.append(entry);
+        entry = journal.append(entry);
         entry.jobState = "processing";
         journal.update(entry);
     }

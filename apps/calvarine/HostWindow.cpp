@@ -120,6 +120,9 @@ bool HostWindow::start()
                 Variant spool = m_options.printTo->string();
                 belmontis->setProperty("SpoolDirectory", spool);
             }
+            // The control reaches the database through watchers; the journal is written in the store itself.
+            Variant journalBase = std::shared_ptr<DbaDatabase>(m_store);
+            belmontis->setProperty("BaseJournal", journalBase);
             m_belmontis = belmontis;
             m_control->Controls().get("Ctr_Belmontis1").setObject(std::move(belmontis));
         } catch (const std::exception& e) {

@@ -72,6 +72,8 @@ void Ctr_Belmontis::setProperty(std::string_view name, Variant& value)
 {
     if (name == "BaseEdition") {
         m_base = asObject<DbaDatabase>(name, value);
+    } else if (name == "BaseJournal") {
+        m_journalBase = asObject<DbaDatabase>(name, value);
     } else if (name == "ClientEdition") {
         m_client = asObject<DbaClient>(name, value);
     } else if (name == "W_Periode") {
@@ -190,14 +192,14 @@ store::JournalEntry Ctr_Belmontis::journalEntry(const std::vector<statements::St
 
 void Ctr_Belmontis::journal(store::JournalEntry& entry) const
 {
-    auto* base = dynamic_cast<store::Store*>(m_base.get());
+    auto* base = dynamic_cast<store::Store*>(m_journalBase ? m_journalBase.get() : m_base.get());
     if (!base) {
         return;
     }
     try {
         store::Journal journal(*base);
         if (entry.key.empty()) {
-            entry.key = journal.append(entry);
+            entry = journal.append(entry);
         } else {
             journal.update(entry);
         }

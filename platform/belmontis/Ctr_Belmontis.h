@@ -17,6 +17,8 @@
 //   RectoVerso (Boolean): the operator's printing choices;
 //   Apercu (Boolean): the job is first shown in a print preview, where the
 //     operator confirms or cancels (needs a QApplication);
+//   BaseJournal (DbaDatabase, a Store): where the journal of re-issues is
+//     written (see below); BaseEdition itself when it is a Store and this is unset;
 //   Compte_Rendu (method, no argument): what the last run did, for the host's
 //     status line ("3 bordereaux envoyés à l'imprimante X (travail n° 12)").
 //
@@ -76,6 +78,7 @@ private:
 
     HostServices* m_host;
     std::shared_ptr<DbaDatabase> m_base;
+    std::shared_ptr<DbaDatabase> m_journalBase;
     std::shared_ptr<DbaClient> m_client;
     std::string m_periode;
     std::string m_entite;

@@ -279,7 +279,7 @@ Journal::Journal(Store& store, Clock clock)
 {
 }
 
-std::string Journal::append(JournalEntry entry)
+JournalEntry Journal::append(JournalEntry entry)
 {
     const auto now = m_clock();
     if (entry.time.empty()) {
@@ -294,7 +294,7 @@ std::string Journal::append(JournalEntry entry)
     const std::string key = utcText(now, true) + "." + entry.host + "." + randomSuffix();
     entry.key = key;
     m_store.write(kJournalFile, key, encodeJournalEntry(entry));
-    return key;
+    return entry;
 }
 
 void Journal::update(const JournalEntry& entry)

@@ -133,6 +133,12 @@ TEST_P(JournalTest, AnEntryKeepsEveryFieldAndFiltersPickWhatTheyName)
     // A record written by hand is no entry and is skipped, not a failure.
     db().write(kJournalFile, "autre", "pas" + std::string(1, A) + "une entrée");
     EXPECT_EQ(journal.entries().size(), 3u);
+    // An entry written then brought up to date keeps its time and host.
+    auto written = Journal(db(), fixed(at(23, 9))).append(paperEntry("ALICE", {{"012", "F5"}}, 42, "pending"));
+    written.jobState = "completed";
+    journal.update(written);
+    EXPECT_EQ(journal.entry(written.key)->time, "2026-11-23T09:00:00Z");
+    EXPECT_EQ(journal.entry(written.key)->jobState, "completed");
     JournalEntry absent;
     absent.key = "absent";
     EXPECT_THAT([&] { journal.update(absent); }, ThrowsDbaError(DbaError::Kind::NoRecord));

@@ -80,9 +80,10 @@ public:
     // clock gives the time of the entries appended (tests give a fixed one).
     explicit Journal(Store& store, Clock clock = [] { return std::chrono::system_clock::now(); });
 
-    // Writes entry as a new record and gives its key (unique across processes
-    // and hosts). Inside Store::transaction, it commits or rolls back with the rest.
-    std::string append(JournalEntry entry);
+    // Writes entry as a new record and gives it as written: its key (unique
+    // across processes and hosts), its time and host filled in when empty.
+    // Inside Store::transaction, it commits or rolls back with the rest.
+    JournalEntry append(JournalEntry entry);
     // Writes entry again under its key (a paper job's state brought up to date,
     // the outcome of a job CUPS threw out at once). Throws DbaError NoRecord when
     // the key has no entry.
