@@ -166,6 +166,19 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
         m_impl->commandQueued();
     }
     const auto outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
+    if (!outcome.succeeded && !outcome.ran) {
+        // No worker ran it, so none told of its failure: this side does.
+        const auto found = m_impl->commands.find(name);
+        if (found != m_impl->commands.end() && found->second.failed) {
+            const auto words = commandWords(sentence);
+            CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), client};
+            try {
+                found->second.failed(context, outcome.message, outcome.reason);
+            } catch (const std::exception&) {
+                // The failure itself is what the caller must hear of.
+            }
+        }
+    }
     if (!outcome.succeeded) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message, outcome.reason);
     }

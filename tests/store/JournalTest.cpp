@@ -335,6 +335,24 @@ TEST_P(JournalRuns, TwoWorkstationsAtOnceLoseAndDoubleNothing)
                             {"ALICE faite", kRuns / 2}, {"ALICE refusée", kRuns / 2}, {"BERNARD faite", kRuns / 2}, {"BERNARD refusée", kRuns / 2}}));
 }
 
+TEST_P(JournalRuns, ARunNoWorkerTookIsRefusedByTheWorkstation)
+{
+    if (!onServer()) {
+        GTEST_SKIP() << "a database file runs its commands itself";
+    }
+    auto alone = m_database.connect();
+    alone->setClient(std::make_shared<DbaClient>("ALICE"));
+    server::registerArchiveBordCaisseExcel(*alone);
+    alone->setCommandTimeout(milliseconds(200));
+    EXPECT_THAT([&] { run(*alone, {{"012", "F000000123"}}); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "no worker is running"));
+    const auto entries = Journal(db()).entries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].outcome, JournalOutcome::Refused);
+    EXPECT_EQ(entries[0].user, "ALICE");
+    EXPECT_EQ(invoicesOf(entries), (std::vector<std::string>{"F000000123"}));
+    EXPECT_NE(entries[0].reason.find("aucun programme serveur"), std::string::npos) << entries[0].reason;
+}
+
 CALVARINE_BOTH_ENGINES(JournalRuns);
 
 TEST(JournalHost, AWorkerJournalsTheWorkstationThatAsked)

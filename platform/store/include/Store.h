@@ -214,7 +214,9 @@ public:
     // failed, when given, runs after a failure, outside the command's undone
     // work: in this process on its own, on a worker in the transaction that
     // records the failed outcome (so what it writes is neither lost nor written
-    // twice). What it throws is ignored: the command's failure is what is told.
+    // twice); on a workstation of a server whose command no worker ran (withdrawn
+    // for want of workers), on that workstation. What it throws is ignored: the
+    // command's failure is what is told.
     void registerCommand(std::string name, ServerCommand command, ServerCommand before = {}, CommandFailure failed = {});
     void unregisterCommand(std::string_view name);
     const std::filesystem::path& fusionDirectory() const;
