@@ -255,7 +255,8 @@ void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
             }
         };
         const SubmittedJob job = submitPdf(printer, jobTitle(), pdf, options);
-        entry.jobState = job.unknownState.empty() ? jobStateKeyword(job.id).value_or(job.waiting ? "pending" : "processing") : "unknown";
+        // As submitPdf last read it (no second request): a later look brings it up to date.
+        entry.jobState = !job.unknownState.empty() ? "unknown" : job.waiting ? "pending" : "processing";
         journal(entry);
         m_compteRendu = statements + " envoyé" + (found.size() > 1 ? "s" : "") + " à l'imprimante " + job.printer + " (travail n° "
             + std::to_string(job.id) + (job.waiting ? ", en attente" : "") + ")"
