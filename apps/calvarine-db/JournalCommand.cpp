@@ -166,8 +166,7 @@ void writeJournal(std::ostream& out, const std::vector<store::JournalEntry>& ent
     }
 }
 
-int journalCommand(store::Store& store, const std::vector<std::string>& args,
-    const std::function<std::optional<std::string>(int job)>& jobState)
+int journalCommand(store::Store& store, const std::vector<std::string>& args, const store::Journal::JobState& jobState)
 {
     store::JournalFilter filter;
     JournalFormat format = JournalFormat::Text;

@@ -25,10 +25,9 @@ void writeJournal(std::ostream& out, const std::vector<store::JournalEntry>& ent
 
 // The command's arguments after "journal": its options, as the help says. The
 // paper jobs still open are first brought up to date with jobState (the IPP
-// keyword of a job, nullopt when it cannot be read). Returns the exit status;
+// keyword of an entry's job, nullopt when it cannot be read from here). Returns the exit status;
 // throws std::invalid_argument for a mistake on the command line.
-int journalCommand(store::Store& store, const std::vector<std::string>& args,
-    const std::function<std::optional<std::string>(int job)>& jobState);
+int journalCommand(store::Store& store, const std::vector<std::string>& args, const store::Journal::JobState& jobState);
 
 // The help of the command, in French.
 extern const char* const kJournalHelp;

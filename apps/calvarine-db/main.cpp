@@ -433,7 +433,9 @@ int run(std::vector<std::string> args)
     if (command == "journal") {
         auto store = openExisting(database);
         try {
-            return journalCommand(*store, args, belmontis::jobStateKeyword);
+            return journalCommand(*store, args, [](const store::JournalEntry& entry) {
+                return belmontis::jobStateKeywordOf(entry.printServer, entry.host, store::journalHostName(), entry.job);
+            });
         } catch (const std::invalid_argument& mistake) {
             throw UsageError(mistake.what());
         }

@@ -147,7 +147,10 @@ bool HostWindow::start()
 void HostWindow::showJournal()
 {
     try {
-        JournalDialog dialog(*m_store, belmontis::jobStateKeyword,
+        const auto jobState = [](const store::JournalEntry& entry) {
+            return belmontis::jobStateKeywordOf(entry.printServer, entry.host, store::journalHostName(), entry.job);
+        };
+        JournalDialog dialog(*m_store, jobState,
             [](const QString& folder) { QDesktopServices::openUrl(QUrl::fromLocalFile(folder)); }, this);
         dialog.exec();
     } catch (const std::exception& e) {

@@ -299,7 +299,7 @@ JournalDialog::JournalDialog(store::Store& store, JobState jobState, std::functi
         if (!entry || entry->job <= 0) {
             return;
         }
-        const auto state = m_jobState ? m_jobState(entry->job) : std::nullopt;
+        const auto state = m_jobState ? m_jobState(*entry) : std::nullopt;
         if (state && *state != entry->jobState) {
             auto updated = *entry;
             updated.jobState = *state;
@@ -316,10 +316,10 @@ JournalDialog::JournalDialog(store::Store& store, JobState jobState, std::functi
             state ? QStringLiteral("Travail n° %1 sur %2 : %3.")
                         .arg(entry->job)
                         .arg(text(entry->printer), text(store::journalJobStateText(*state)))
-                  : QStringLiteral("Le serveur d'impression ne donne pas l'état du travail n° %1 (injoignable, ou travail oublié) ; "
-                                   "dernier état connu : %2.")
+                  : QStringLiteral("L'état du travail n° %1 ne peut pas être lu d'ici (serveur d'impression %2 injoignable, "
+                                   "d'un autre poste, ou travail oublié) ; dernier état connu : %3.")
                         .arg(entry->job)
-                        .arg(text(store::journalJobStateText(entry->jobState))));
+                        .arg(text(entry->printServer), text(store::journalJobStateText(entry->jobState))));
     });
     connect(m_table, &QTableView::activated, this, [this] {
         if (const auto entry = selected(); entry && entry->job > 0) {

@@ -69,7 +69,7 @@ QString journalEntryDetails(const store::JournalEntry& entry);
 
 class JournalDialog : public QDialog {
 public:
-    using JobState = std::function<std::optional<std::string>(int job)>;
+    using JobState = store::Journal::JobState;
     // openFolder is called with a file run's folder (the desktop opens it).
     JournalDialog(store::Store& store, JobState jobState, std::function<void(const QString&)> openFolder, QWidget* parent = nullptr);
 

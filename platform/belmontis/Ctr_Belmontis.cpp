@@ -229,6 +229,7 @@ void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
         // The printer is known (and reachable) before anything is shown or laid out.
         const std::string printer = toFile ? std::string() : choosePrinter(m_paper.printer);
         entry.printer = printer;
+        entry.printServer = toFile ? std::string() : printServerName();
         const QPageSize paper = toFile ? QPageSize(QPageSize::A4) : paperOf(printer);
         if (m_apercu && !confirmInPreview(found, paperLayout(paper), toFile ? "Aperçu avant impression" : "Aperçu avant impression – " + printer)) {
             cancelled = true;

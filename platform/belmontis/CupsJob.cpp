@@ -261,4 +261,23 @@ std::optional<std::string> jobStateKeyword(int id)
     return std::nullopt;
 }
 
+std::string printServerName()
+{
+    return serverName();
+}
+
+bool reachesJobsOf(const std::string& server, const std::string& host, const std::string& thisHost)
+{
+    if (server.empty() || server != serverName()) {
+        return false;
+    }
+    const bool ofTheMachine = server.front() == '/' || server.starts_with("localhost:") || server.starts_with("127.") || server.starts_with("[::1]");
+    return !ofTheMachine || host == thisHost;
+}
+
+std::optional<std::string> jobStateKeywordOf(const std::string& server, const std::string& host, const std::string& thisHost, int id)
+{
+    return reachesJobsOf(server, host, thisHost) ? jobStateKeyword(id) : std::nullopt;
+}
+
 } // namespace belmontis

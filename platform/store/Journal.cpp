@@ -5,7 +5,7 @@
 //   FILES, PURGE)  8 printer  9 copies  10 duplex (1 or 0)  11 CUPS job
 //   12 job state  13 folder  14 file names (one value each)  15 organisations
 //   16 invoice numbers (one value per statement, in step with 15)  17 outcome
-//   (DONE, REFUSED, CANCELLED)  18 reason
+//   (DONE, REFUSED, CANCELLED)  18 reason  19 the CUPS server of the job
 // The key is "<time with microseconds>.<host>.<random>": ordered by time, and
 // two workstations writing in the same microsecond still differ.
 
@@ -26,7 +26,7 @@ namespace {
 
 constexpr char kAttribute = DbaDynArray::kAttributeMark;
 constexpr char kValue = DbaDynArray::kValueMark;
-constexpr std::size_t kAttributes = 18;
+constexpr std::size_t kAttributes = 19;
 
 // Text from outside (a printer's message, an exception) may hold any byte; a
 // mark inside it would shift every attribute after it.
@@ -148,6 +148,7 @@ std::string encodeJournalEntry(const JournalEntry& entry)
         joinValues(invoices),
         outcomeCode(entry.outcome),
         clean(entry.reason),
+        clean(entry.printServer),
     };
     std::string record;
     for (std::size_t i = 0; i < kAttributes; ++i) {
@@ -202,6 +203,7 @@ std::optional<JournalEntry> decodeJournalEntry(std::string_view key, std::string
         return std::nullopt;
     }
     entry.reason = std::string(fields[17]);
+    entry.printServer = std::string(fields[18]);
     return entry;
 }
 
@@ -342,14 +344,14 @@ std::vector<JournalEntry> Journal::entries(const JournalFilter& filter)
     return found;
 }
 
-std::size_t Journal::refreshJobStates(const std::function<std::optional<std::string>(int job)>& state)
+std::size_t Journal::refreshJobStates(const JobState& state)
 {
     std::size_t written = 0;
     for (auto& entry : entries()) {
         if (!entry.jobMayChange()) {
             continue;
         }
-        const auto now = state(entry.job);
+        const auto now = state(entry);
         if (!now || *now == entry.jobState) {
             continue;
         }

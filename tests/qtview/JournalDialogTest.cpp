@@ -57,9 +57,9 @@ TEST(JournalDialog, NewestFirstFilteredByInvoiceAndOrganisationWithTheSelectedRu
     QStringList opened;
     JournalDialog dialog(
         *store,
-        [&](int job) -> std::optional<std::string> {
-            asked.push_back(job);
-            return job == 7 ? std::optional<std::string>("completed") : std::nullopt;
+        [&](const store::JournalEntry& asking) -> std::optional<std::string> {
+            asked.push_back(asking.job);
+            return asking.job == 7 ? std::optional<std::string>("completed") : std::nullopt;
         },
         [&](const QString& folder) { opened << folder; });
     QAbstractItemModelTester tester(&dialog.filter(), QAbstractItemModelTester::FailureReportingMode::Fatal);

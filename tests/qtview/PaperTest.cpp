@@ -460,11 +460,17 @@ TEST_F(PaperTest, EveryPaperRunIsOneJournalEntryAndAJobsEndIsBroughtUpToDate)
     EXPECT_EQ(done.copies, 3);
     EXPECT_TRUE(done.duplex);
     EXPECT_EQ(printed.filename().string(), "job-" + std::to_string(done.job) + ".pdf");
+    EXPECT_EQ(done.printServer, belmontis::printServerName());
+    // Job numbers are a server's own: another server's, or another machine's own server's, are not asked about.
+    EXPECT_FALSE(belmontis::reachesJobsOf("127.0.0.1:1", done.host, done.host));
+    EXPECT_FALSE(belmontis::reachesJobsOf(done.printServer, "autre-poste", done.host));
 
     // The queue's backend has written the job: CUPS says so once asked.
     bool completed = false;
     for (int i = 0; i < 200 && !completed; ++i) {
-        journal.refreshJobStates(belmontis::jobStateKeyword);
+        journal.refreshJobStates([](const store::JournalEntry& entry) {
+            return belmontis::jobStateKeywordOf(entry.printServer, entry.host, store::journalHostName(), entry.job);
+        });
         completed = journal.entry(done.key)->jobState == "completed";
         if (!completed) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));

@@ -47,6 +47,7 @@ JournalEntry paperEntry(std::string user, std::vector<JournalStatement> statemen
     entry.activity = "P";
     entry.output = JournalOutput::Paper;
     entry.printer = "accueil";
+    entry.printServer = "cups.example:631";
     entry.copies = 2;
     entry.duplex = true;
     entry.job = job;
@@ -107,6 +108,7 @@ TEST_P(JournalTest, AnEntryKeepsEveryFieldAndFiltersPickWhatTheyName)
     EXPECT_EQ(paper.host, "poste-1");
     EXPECT_EQ(paper.output, JournalOutput::Paper);
     EXPECT_EQ(paper.printer, "accueil");
+    EXPECT_EQ(paper.printServer, "cups.example:631");
     EXPECT_EQ(paper.copies, 2);
     EXPECT_TRUE(paper.duplex);
     EXPECT_EQ(paper.job, 41);
@@ -153,7 +155,8 @@ TEST_P(JournalTest, OnlyOpenPaperJobsAreAskedForAndThePurgeIsJournaled)
 
     Journal journal(db());
     std::vector<int> asked;
-    const auto cups = [&](int job) -> std::optional<std::string> {
+    const auto cups = [&](const JournalEntry& entry) -> std::optional<std::string> {
+        const int job = entry.job;
         asked.push_back(job);
         // Job 9's server cannot say: the entry stays as it was.
         return job == 9 ? std::nullopt : std::optional<std::string>("completed");

@@ -135,8 +135,8 @@ cmp -s "$work/demo.jsonl" "$work/copy.jsonl" || { echo "FAILED: the demo changed
 jdb="$work/journal.db"
 "$tool" --db "$jdb" create >/dev/null 2>&1
 cat >"$work/journal.jsonl" <<'JSONL'
-{"file": "JOURNALREEDITIONS", "key": "2026-11-20T09:00:00.000001Z.poste-2.00000002", "record": ["2026-11-20T09:00:00Z", "BERNARD", "poste-2", "001", "202611", "P", "FILES", "", "", "", "", "", "/srv/FUSION", "001P_202611_012_F3.pdf", "012", "F3", "REFUSED", "le disque du dossier FUSION est plein, \"vraiment\""]}
-{"file": "JOURNALREEDITIONS", "key": "2026-11-18T09:00:00.000001Z.poste-1.00000001", "record": ["2026-11-18T09:00:00Z", "ALICE", "poste-1", "001", "202611", "P", "PAPER", "accueil", "2", "1", "41", "completed", "", "", ["012", "013"], ["F1", "F2"], "DONE", ""]}
+{"file": "JOURNALREEDITIONS", "key": "2026-11-20T09:00:00.000001Z.poste-2.00000002", "record": ["2026-11-20T09:00:00Z", "BERNARD", "poste-2", "001", "202611", "P", "FILES", "", "", "", "", "", "/srv/FUSION", "001P_202611_012_F3.pdf", "012", "F3", "REFUSED", "le disque du dossier FUSION est plein, \"vraiment\"", ""]}
+{"file": "JOURNALREEDITIONS", "key": "2026-11-18T09:00:00.000001Z.poste-1.00000001", "record": ["2026-11-18T09:00:00Z", "ALICE", "poste-1", "001", "202611", "P", "PAPER", "accueil", "2", "1", "41", "completed", "", "", ["012", "013"], ["F1", "F2"], "DONE", "", "cups.example:631"]}
 JSONL
 "$tool" --db "$jdb" import "$work/journal.jsonl" >/dev/null 2>&1
 expect 0 '^2026-11-18T09:00:00Z  ALICE@poste-1  001P 202611  papier  faite  2 bordereaux' "$tool" --db "$jdb" journal

@@ -53,6 +53,7 @@ struct JournalEntry {
     std::string printer;
     int copies = 0;
     bool duplex = false;
+    std::string printServer; // the CUPS server that numbered the job, as the workstation named it
     int job = 0;          // the CUPS job number; 0 when none was made
     std::string jobState; // the IPP keyword CUPS last gave ("pending", "completed"...); empty: not read
     // Files (and a paper run kept as a file): the folder and every file's name.
@@ -93,10 +94,12 @@ public:
     // journal entry (written by hand) is skipped.
     std::vector<JournalEntry> entries(const JournalFilter& filter = {});
 
-    // Asks state(job) for every paper entry whose job may still change and
+    // Asks state(entry) for every paper entry whose job may still change and
     // writes those whose state changed: the number written. state gives the IPP
-    // keyword, or nullopt when it cannot be read now (the entry is left as it is).
-    std::size_t refreshJobStates(const std::function<std::optional<std::string>(int job)>& state);
+    // keyword, or nullopt when it cannot be read from here (another print
+    // server, the server down: the entry is left as it is).
+    using JobState = std::function<std::optional<std::string>(const JournalEntry& entry)>;
+    std::size_t refreshJobStates(const JobState& state);
 
     // Removes the entries of the runs before day ("YYYY-MM-DD", UTC) and, in the
     // same transaction, appends an entry of the purge itself by user on host.
