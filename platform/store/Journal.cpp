@@ -160,7 +160,8 @@ std::string encodeJournalEntry(const JournalEntry& entry)
 std::optional<JournalEntry> decodeJournalEntry(std::string_view key, std::string_view record)
 {
     const auto fields = splitMarks(record, kAttribute);
-    if (fields.size() != kAttributes) {
+    // Attributes after those known here (a later version's) are left unread.
+    if (fields.size() < kAttributes) {
         return std::nullopt;
     }
     JournalEntry entry;
