@@ -6,9 +6,12 @@
 // files were made before: one PDF document, and its set-up, per statement.
 // Statements are drawn on the render threads (one per core, or
 // CALVARINE_RENDER_THREADS): every figure is wall-clock time.
+// BM_Journal* measure what the journal of re-issues adds to a run, beside the
+// run itself (BM_ServerCommand/1500/10, BM_PaperSpool/1500/10).
 //
 //   build/bin/statements_bench --benchmark_counters_tabular=true
 //   CALVARINE_PG_URL=$(cat build/pg/url) build/bin/statements_bench --benchmark_filter=WorkersShare
+//   build/bin/statements_bench --benchmark_filter='Journal|ServerCommand/1500/10|PaperSpool/1500/10'
 
 #include <benchmark/benchmark.h>
 
@@ -24,6 +27,7 @@
 
 #include "ArchiveBordCaisseExcel.h"
 #include "FusionBatch.h"
+#include "Journal.h"
 #include "PdfArchive.h"
 #include "ScratchSchema.h"
 #include "StatementData.h"
@@ -276,6 +280,74 @@ void BM_FindAndLoad(benchmark::State& state)
         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_FindAndLoad)->Arg(220)->Arg(6000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The journal's entry of a run of count statements, as the command and the
+// printing control make it.
+store::JournalEntry journalEntryOf(int count, store::JournalOutput output)
+{
+    store::JournalEntry entry;
+    entry.user = "BENCH";
+    entry.host = "poste-bench";
+    entry.entity = "001";
+    entry.period = "202611";
+    entry.activity = "P";
+    entry.output = output;
+    entry.folder = output == store::JournalOutput::Files ? "/srv/calvarine/FUSION" : "";
+    entry.printer = output == store::JournalOutput::Paper ? "accueil" : "";
+    entry.copies = 1;
+    for (int i = 0; i < count; ++i) {
+        std::string invoice = std::to_string(i);
+        invoice = "F" + std::string(9 - invoice.size(), '0') + invoice;
+        entry.statements.push_back({"012", invoice});
+        if (output == store::JournalOutput::Files) {
+            entry.files.push_back("001P_202611_012_" + invoice + ".pdf");
+        }
+    }
+    return entry;
+}
+
+// The end of a file run: its result record, with (1) or without (0) the
+// journal's entry in the same transaction, as the command writes them.
+void BM_JournalFileRunEnd(benchmark::State& state)
+{
+    QTemporaryDir dir;
+    auto store = store::Store::create(dir.path().toStdString() + "/calvarine.db");
+    const int count = static_cast<int>(state.range(0));
+    const bool journaled = state.range(1) != 0;
+    const auto files = journalEntryOf(count, store::JournalOutput::Files).files;
+    for (auto _ : state) {
+        store->transaction([&] {
+            DbaDynArray result;
+            for (std::size_t i = 0; i < files.size(); ++i) {
+                result.setAttribute(static_cast<std::int16_t>(i + 1), files[i]);
+            }
+            store->write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, result.text());
+            if (journaled) {
+                store::Journal(*store).append(journalEntryOf(count, store::JournalOutput::Files));
+            }
+        });
+    }
+}
+BENCHMARK(BM_JournalFileRunEnd)->Args({1500, 0})->Args({1500, 1})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// What a paper run writes to the journal: the entry once the queue holds the
+// job, then its state once read.
+void BM_JournalPaperRun(benchmark::State& state)
+{
+    QTemporaryDir dir;
+    auto store = store::Store::create(dir.path().toStdString() + "/calvarine.db");
+    const int count = static_cast<int>(state.range(0));
+    for (auto _ : state) {
+        store::Journal journal(*store);
+        auto entry = journalEntryOf(count, store::JournalOutput::Paper);
+        entry.job = 12;
+        entry.jobState = "pending";
+        entry = journal.append(entry);
+        entry.jobState = "processing";
+        journal.update(entry);
+    }
+}
+BENCHMARK(BM_JournalPaperRun)->Arg(1500)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // One request of 600 one-page statements through the queue of a PostgreSQL
 // server (CALVARINE_PG_URL), run by 1 or 2 calvarine-server workers drawing on

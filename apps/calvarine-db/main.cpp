@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "Commands.h"
+#include "CupsJob.h"
 #include "Demo.h"
+#include "JournalCommand.h"
 #include "database/DbaError.h"
 #include "Fixtures.h"
 #include "Store.h"
@@ -34,6 +36,9 @@ commandes :
   check                          signale chaque erreur de la base, et les avis
   demo [--statements N] [--seed S] [--big-scope N]
                                  crée une base de démonstration (dix ans de bordereaux)
+  journal [--since AAAA-MM-JJ] [--user NOM] [--invoice N] [--organisation CODE]
+          [--format text|csv|jsonl] | --purge-before AAAA-MM-JJ
+                                 le journal des rééditions (papier et fichiers), ou sa purge
   help [COMMANDE]                ce texte, ou le détail d'une commande
 La base par défaut est $XDG_DATA_HOME/calvarine/demo.db (~/.local/share sans XDG_DATA_HOME) ;
 --db prend un fichier (ou sqlite:CHEMIN) ou une URI PostgreSQL (postgresql://utilisateur@hôte/base).
@@ -89,6 +94,7 @@ $USER, ADMIN et STAGIAIRE, et N bordereaux (20000 par défaut) sur dix ans ;
 --big-scope ajoute N bordereaux à une sélection (entité 001, Prestataire, période
 en cours). La même graine donne les mêmes données. Refuse une base qui existe déjà.
 )"},
+        {"journal", kJournalHelp},
         {"help", R"(usage : calvarine-db help [COMMANDE]
 Sans commande : la liste des commandes ; avec : le détail de celle-ci.
 )"},
@@ -438,6 +444,16 @@ int run(std::vector<std::string> args)
     }
     if (command == "demo") {
         return demo(database, args);
+    }
+    if (command == "journal") {
+        auto store = openExisting(database);
+        try {
+            return journalCommand(*store, args, [](const store::JournalEntry& entry) {
+                return belmontis::jobStateKeywordOf(entry.printServer, entry.host, store::journalHostName(), entry.job);
+            });
+        } catch (const std::invalid_argument& mistake) {
+            throw UsageError(mistake.what());
+        }
     }
     throw UsageError("commande inconnue : « " + command + " »");
 }

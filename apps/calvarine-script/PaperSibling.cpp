@@ -8,7 +8,8 @@
 
 namespace script {
 
-std::shared_ptr<LateBoundObject> makeSpoolingSibling(HostServices& host, const std::filesystem::path& spool)
+std::shared_ptr<LateBoundObject> makeSpoolingSibling(HostServices& host, const std::filesystem::path& spool,
+    std::shared_ptr<DbaDatabase> journal)
 {
     std::filesystem::create_directories(spool);
     const std::filesystem::path bin = QCoreApplication::applicationDirPath().toStdString();
@@ -17,6 +18,8 @@ std::shared_ptr<LateBoundObject> makeSpoolingSibling(HostServices& host, const s
     auto sibling = loader.createLateBound("Belmontis.Ctr_Belmontis", "libbelmontis.so", &host);
     Variant folder = std::filesystem::absolute(spool).string();
     sibling->setProperty("SpoolDirectory", folder);
+    Variant journalBase = std::move(journal);
+    sibling->setProperty("BaseJournal", journalBase);
     return sibling;
 }
 

@@ -219,7 +219,7 @@ Session::Session(std::filesystem::path file, const Options& options, std::ostrea
 
     m_control = std::make_unique<Ctr_Calvarine>(m_host);
     if (options.printTo) {
-        m_control->Controls().get("Ctr_Belmontis1").setObject(makeSpoolingSibling(m_host, *options.printTo));
+        m_control->Controls().get("Ctr_Belmontis1").setObject(makeSpoolingSibling(m_host, *options.printTo, m_store));
     } else {
         m_control->Controls().get("Ctr_Belmontis1").setObject(std::make_shared<BelmontisRecorder>(m_events));
     }

@@ -3,10 +3,14 @@
 #include <regex>
 
 #include <QCloseEvent>
+#include <QDesktopServices>
+#include <QUrl>
 #include <QLayout>
 #include <QStatusBar>
 
 #include "CommandProgressDatabase.h"
+#include "CupsJob.h"
+#include "JournalDialog.h"
 #include "HelpViewer.h"
 #include "PrintingMenu.h"
 #include "Rights.h"
@@ -68,6 +72,7 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
     m_rights->setMaximumWidth(m_view->width() * 2 / 3);
     statusBar()->addWidget(m_rights);
     m_printing = new PrintingMenu(*this);
+    connect(m_printing->journalAction(), &QAction::triggered, this, [this] { showJournal(); });
     m_paperStatus = new StatusText(this);
     m_paperStatus->setObjectName(QStringLiteral("StatutImpression"));
     m_paperStatus->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -115,6 +120,9 @@ bool HostWindow::start()
                 Variant spool = m_options.printTo->string();
                 belmontis->setProperty("SpoolDirectory", spool);
             }
+            // The control reaches the database through watchers; the journal is written in the store itself.
+            Variant journalBase = std::shared_ptr<DbaDatabase>(m_store);
+            belmontis->setProperty("BaseJournal", journalBase);
             m_belmontis = belmontis;
             m_control->Controls().get("Ctr_Belmontis1").setObject(std::move(belmontis));
         } catch (const std::exception& e) {
@@ -131,7 +139,23 @@ bool HostWindow::start()
         return false;
     }
     m_rights->setFullText(rightsText());
+    // Reading the journal follows the right to print, as the control judged it.
+    m_printing->journalAction()->setEnabled(m_control->Controls().get("Cmd_Imprimer").visible());
     return true;
+}
+
+void HostWindow::showJournal()
+{
+    try {
+        const auto jobState = [](const store::JournalEntry& entry) {
+            return belmontis::jobStateKeywordOf(entry.printServer, entry.host, store::journalHostName(), entry.job);
+        };
+        JournalDialog dialog(*m_store, jobState,
+            [](const QString& folder) { QDesktopServices::openUrl(QUrl::fromLocalFile(folder)); }, this);
+        dialog.exec();
+    } catch (const std::exception& e) {
+        m_host->reportFailure("Journal des rééditions", e.what());
+    }
 }
 
 QtHostServices::Explained paperFailure(const std::string& what)

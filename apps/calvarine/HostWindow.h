@@ -58,6 +58,8 @@ public:
     PrintingMenu& printing() const { return *m_printing; }
     // The status line's part about the last paper run.
     QString paperStatus() const;
+    // Fichier ▸ Journal des rééditions… (see JournalDialog).
+    void showJournal();
 
 protected:
     void closeEvent(QCloseEvent* event) override;

@@ -48,6 +48,10 @@ PrintingMenu::PrintingMenu(QMainWindow& window)
     m_preview = menu.addAction(QStringLiteral("&Aperçu avant impression"));
     m_preview->setObjectName(QStringLiteral("AperçuAvantImpression"));
     m_preview->setCheckable(true);
+    menu.addSeparator();
+    m_journal = menu.addAction(QStringLiteral("&Journal des rééditions…"));
+    m_journal->setObjectName(QStringLiteral("JournalReeditions"));
+    m_journal->setEnabled(false);
 }
 
 PaperChoice PrintingMenu::choice() const

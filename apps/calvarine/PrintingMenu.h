@@ -4,7 +4,8 @@
 // Fichier ▸ Imprimante… chooses the printer, the number of copies and duplex,
 // remembered per user; Fichier ▸ Aperçu avant impression is a switch that makes
 // paper runs open a print preview first, where the operator confirms or
-// cancels. The sibling printing control receives these choices before each run
+// cancels; Fichier ▸ Journal des rééditions… opens the journal (the host
+// connects it, and enables it only for a user who may print). The sibling printing control receives these choices before each run
 // (see HostedSibling in Sibling.h).
 
 #include <string>
@@ -34,6 +35,7 @@ public:
 
     QAction* printerAction() const { return m_printer; }
     QAction* previewAction() const { return m_preview; }
+    QAction* journalAction() const { return m_journal; }
 
     // Opens the printer dialog ("ChoixImprimante": combo box "Imprimante",
     // spin box "Copies", check box "RectoVerso") and remembers what the
@@ -44,4 +46,5 @@ private:
     QMainWindow& m_window;
     QAction* m_printer = nullptr;
     QAction* m_preview = nullptr;
+    QAction* m_journal = nullptr;
 };

@@ -8,6 +8,7 @@
 #include "PaperLayout.h"
 #include "Spool.h"
 #include "StatementRenderer.h"
+#include "Store.h"
 #include "archive/Archive.h"
 #include "shell/HostServices.h"
 
@@ -71,6 +72,8 @@ void Ctr_Belmontis::setProperty(std::string_view name, Variant& value)
 {
     if (name == "BaseEdition") {
         m_base = asObject<DbaDatabase>(name, value);
+    } else if (name == "BaseJournal") {
+        m_journalBase = asObject<DbaDatabase>(name, value);
     } else if (name == "ClientEdition") {
         m_client = asObject<DbaClient>(name, value);
     } else if (name == "W_Periode") {
@@ -163,9 +166,49 @@ void Ctr_Belmontis::Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& select
     }
     if (found.empty()) {
         m_compteRendu = "Aucun bordereau imprimé : aucun de ceux demandés n'a été trouvé.";
+        auto entry = journalEntry(found);
+        entry.outcome = store::JournalOutcome::Refused;
+        entry.reason = "aucun des bordereaux demandés n'a été trouvé";
+        journal(entry);
         return;
     }
     print(found);
+}
+
+store::JournalEntry Ctr_Belmontis::journalEntry(const std::vector<statements::StatementData>& found) const
+{
+    store::JournalEntry entry;
+    entry.user = m_client ? m_client->userName() : std::string();
+    entry.host = store::journalHostName();
+    entry.entity = m_entite;
+    entry.period = m_periode;
+    entry.activity = m_activite;
+    entry.output = store::JournalOutput::Paper;
+    entry.printer = m_paper.printer;
+    entry.copies = m_paper.copies;
+    entry.duplex = m_paper.duplex;
+    for (const auto& statement : found) {
+        entry.statements.push_back({statement.organisation.code, statements::trimmedRight(statement.invoiceNumber)});
+    }
+    return entry;
+}
+
+void Ctr_Belmontis::journal(store::JournalEntry& entry) const
+{
+    auto* base = dynamic_cast<store::Store*>(m_journalBase ? m_journalBase.get() : m_base.get());
+    if (!base) {
+        return;
+    }
+    try {
+        store::Journal journal(*base);
+        if (entry.key.empty()) {
+            entry = journal.append(entry);
+        } else {
+            journal.update(entry);
+        }
+    } catch (const std::exception& e) {
+        report(std::string("le journal des rééditions n'a pas pu être écrit : ") + e.what());
+    }
 }
 
 std::filesystem::path Ctr_Belmontis::spool(const QByteArray& pdf) const
@@ -183,23 +226,55 @@ void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
 {
     statements::requireGuiApplication();
     const bool toFile = !m_spool.empty() || !m_papier;
-    // The printer is known (and reachable) before anything is shown or laid out.
-    const std::string printer = toFile ? std::string() : choosePrinter(m_paper.printer);
-    const QPageSize paper = toFile ? QPageSize(QPageSize::A4) : paperOf(printer);
-    if (m_apercu && !confirmInPreview(found, paperLayout(paper), toFile ? "Aperçu avant impression" : "Aperçu avant impression – " + printer)) {
-        throw std::runtime_error("impression annulée dans l'aperçu : rien n'a été imprimé");
+    store::JournalEntry entry = journalEntry(found);
+    bool cancelled = false;
+    try {
+        // The printer is known (and reachable) before anything is shown or laid out.
+        const std::string printer = toFile ? std::string() : choosePrinter(m_paper.printer);
+        entry.printer = printer;
+        entry.printServer = toFile ? std::string() : printServerName();
+        const QPageSize paper = toFile ? QPageSize(QPageSize::A4) : paperOf(printer);
+        if (m_apercu && !confirmInPreview(found, paperLayout(paper), toFile ? "Aperçu avant impression" : "Aperçu avant impression – " + printer)) {
+            cancelled = true;
+            throw std::runtime_error("impression annulée dans l'aperçu : rien n'a été imprimé");
+        }
+        const QByteArray pdf = layOut(found, paper, jobTitle());
+        const std::string statements = std::to_string(found.size()) + (found.size() > 1 ? " bordereaux" : " bordereau");
+        if (toFile) {
+            const auto file = spool(pdf);
+            m_compteRendu = statements + " enregistré" + (found.size() > 1 ? "s" : "") + " dans " + file.string();
+            entry.folder = file.parent_path().string();
+            entry.files = {file.filename().string()};
+            journal(entry);
+            return;
+        }
+        PaperOptions options = m_paper;
+        // Journaled as soon as the queue holds the job: whatever follows, it may print.
+        options.submitted = [&, hook = m_paper.submitted](int id) {
+            entry.job = id;
+            entry.jobState = "pending";
+            journal(entry);
+            if (hook) {
+                hook(id);
+            }
+        };
+        const SubmittedJob job = submitPdf(printer, jobTitle(), pdf, options);
+        // As submitPdf last read it (no second request): a later look brings it up to date.
+        entry.jobState = !job.unknownState.empty() ? "unknown" : job.waiting ? "pending" : "processing";
+        journal(entry);
+        m_compteRendu = statements + " envoyé" + (found.size() > 1 ? "s" : "") + " à l'imprimante " + job.printer + " (travail n° "
+            + std::to_string(job.id) + (job.waiting ? ", en attente" : "") + ")"
+            + (job.unknownState.empty() ? std::string() : ", état inconnu : " + job.unknownState);
+    } catch (const std::exception& failure) {
+        entry.outcome = cancelled ? store::JournalOutcome::Cancelled : store::JournalOutcome::Refused;
+        entry.reason = failure.what();
+        if (entry.job > 0) {
+            // Thrown out by the printer once the queue held it.
+            entry.jobState = jobStateKeyword(entry.job).value_or("aborted");
+        }
+        journal(entry);
+        throw;
     }
-    const QByteArray pdf = layOut(found, paper, jobTitle());
-    const std::string statements = std::to_string(found.size()) + (found.size() > 1 ? " bordereaux" : " bordereau");
-    if (toFile) {
-        const auto file = spool(pdf);
-        m_compteRendu = statements + " enregistré" + (found.size() > 1 ? "s" : "") + " dans " + file.string();
-        return;
-    }
-    const SubmittedJob job = submitPdf(printer, jobTitle(), pdf, m_paper);
-    m_compteRendu = statements + " envoyé" + (found.size() > 1 ? "s" : "") + " à l'imprimante " + job.printer + " (travail n° "
-        + std::to_string(job.id) + (job.waiting ? ", en attente" : "") + ")"
-        + (job.unknownState.empty() ? std::string() : ", état inconnu : " + job.unknownState);
 }
 
 } // namespace belmontis

@@ -17,6 +17,8 @@
 //   RectoVerso (Boolean): the operator's printing choices;
 //   Apercu (Boolean): the job is first shown in a print preview, where the
 //     operator confirms or cancels (needs a QApplication);
+//   BaseJournal (DbaDatabase, a Store): where the journal of re-issues is
+//     written (see below); BaseEdition itself when it is a Store and this is unset;
 //   Compte_Rendu (method, no argument): what the last run did, for the host's
 //     status line ("3 bordereaux envoyés à l'imprimante X (travail n° 12)").
 //
@@ -44,6 +46,7 @@
 #include <string>
 
 #include "CupsJob.h"
+#include "Journal.h"
 #include "StatementData.h"
 #include "shell/Components.h"
 
@@ -62,6 +65,12 @@ public:
 private:
     void Editer_Bordereaux(const std::shared_ptr<DbaDynArray>& selection);
     void print(const std::vector<statements::StatementData>& found);
+    // The journal's entry of this run (Journal.h), before its outcome is known.
+    store::JournalEntry journalEntry(const std::vector<statements::StatementData>& found) const;
+    // Writes entry (appended when its key is empty, its key then set). A
+    // journal that cannot be written is told to the host, never thrown: the
+    // job has gone whatever the journal says. Nothing without a Store.
+    void journal(store::JournalEntry& entry) const;
     // Writes the job as one PDF into the spool folder; its path.
     std::filesystem::path spool(const QByteArray& pdf) const;
     std::string jobTitle() const;
@@ -69,6 +78,7 @@ private:
 
     HostServices* m_host;
     std::shared_ptr<DbaDatabase> m_base;
+    std::shared_ptr<DbaDatabase> m_journalBase;
     std::shared_ptr<DbaClient> m_client;
     std::string m_periode;
     std::string m_entite;

@@ -249,4 +249,40 @@ SubmittedJob submitPdf(const std::string& printer, const std::string& title, con
     }
 }
 
+std::optional<std::string> jobStateKeyword(int id)
+{
+    try {
+        switch (jobState(id).state) {
+        case IPP_JSTATE_PENDING: return "pending";
+        case IPP_JSTATE_HELD: return "pending-held";
+        case IPP_JSTATE_PROCESSING: return "processing";
+        case IPP_JSTATE_STOPPED: return "processing-stopped";
+        case IPP_JSTATE_CANCELED: return "canceled";
+        case IPP_JSTATE_ABORTED: return "aborted";
+        case IPP_JSTATE_COMPLETED: return "completed";
+        }
+    } catch (const PrintFailure&) {
+    }
+    return std::nullopt;
+}
+
+std::string printServerName()
+{
+    return serverName();
+}
+
+bool reachesJobsOf(const std::string& server, const std::string& host, const std::string& thisHost)
+{
+    if (server.empty() || server != serverName()) {
+        return false;
+    }
+    const bool ofTheMachine = server.front() == '/' || server.starts_with("localhost:") || server.starts_with("127.") || server.starts_with("[::1]");
+    return !ofTheMachine || host == thisHost;
+}
+
+std::optional<std::string> jobStateKeywordOf(const std::string& server, const std::string& host, const std::string& thisHost, int id)
+{
+    return reachesJobsOf(server, host, thisHost) ? jobStateKeyword(id) : std::nullopt;
+}
+
 } // namespace belmontis

@@ -5,6 +5,7 @@
 // and followed until the queue has taken it.
 
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -53,5 +54,23 @@ QPageSize paperOf(const std::string& printer);
 // is sent: a state that cannot be read then is told in unknownState, never
 // thrown, so that nobody prints it twice.
 SubmittedJob submitPdf(const std::string& printer, const std::string& title, const QByteArray& pdf, const PaperOptions& options);
+
+// The IPP keyword of a job's state as the server gives it now ("pending",
+// "pending-held", "processing", "processing-stopped", "canceled", "aborted",
+// "completed"); nullopt when it cannot be read (the server unreachable, a job
+// it no longer knows). Never throws.
+std::optional<std::string> jobStateKeyword(int id);
+
+// The print server that jobs go to now, as CUPS names it ("host:port", or a
+// socket's path).
+std::string printServerName();
+
+// Whether the jobs that host submitted to server can be asked about from
+// thisHost: the same server, and for a server of the machine itself (a
+// socket, localhost), the same machine. Job numbers are the server's own.
+bool reachesJobsOf(const std::string& server, const std::string& host, const std::string& thisHost);
+// jobStateKeyword(id) for a job that host submitted to server, when it can be
+// asked about from thisHost (reachesJobsOf); nullopt otherwise.
+std::optional<std::string> jobStateKeywordOf(const std::string& server, const std::string& host, const std::string& thisHost, int id);
 
 } // namespace belmontis

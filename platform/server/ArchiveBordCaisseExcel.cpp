@@ -12,6 +12,7 @@
 #include <QCryptographicHash>
 
 #include "FusionBatch.h"
+#include "Journal.h"
 #include "StatementFiles.h"
 #include "StatementData.h"
 #include "StatementRenderer.h"
@@ -187,6 +188,50 @@ std::vector<RenderedFile> renderRequest(store::CommandContext& context, std::spa
     return files;
 }
 
+// The journal's entry of this run, as far as its sentence and request tell it.
+store::JournalEntry journalEntryOf(const store::CommandContext& context, const std::vector<RequestEntry>& entries)
+{
+    store::JournalEntry entry;
+    entry.user = context.client ? context.client->userName() : std::string();
+    // On a worker, the workstation that asked, not the server.
+    entry.host = store::journalHostOfSession(context.client ? context.client->session() : std::string());
+    const auto argument = [&](std::size_t i) { return i < context.arguments.size() ? context.arguments[i] : std::string(); };
+    entry.period = argument(0);
+    entry.entity = argument(1);
+    entry.activity = argument(2);
+    entry.output = store::JournalOutput::Files;
+    entry.folder = context.fusion.string();
+    for (const RequestEntry& asked : entries) {
+        if (!asked.organisation.empty() || !asked.invoice.empty()) {
+            entry.statements.push_back({asked.organisation, archive::trimmedRight(asked.invoice)});
+        }
+    }
+    return entry;
+}
+
+void journalDone(store::CommandContext& context, const std::vector<RequestEntry>& entries, const std::vector<RenderedFile>& files)
+{
+    auto entry = journalEntryOf(context, entries);
+    for (const RenderedFile& file : files) {
+        entry.files.push_back(file.name);
+    }
+    store::Journal(context.store).append(std::move(entry));
+}
+
+void journalRefused(store::CommandContext& context, const std::string& message, const std::string& reason)
+{
+    std::vector<RequestEntry> entries;
+    try {
+        entries = requestEntries(context.store);
+    } catch (const std::exception&) {
+        // The request that cannot be read is part of why the run failed: the entry says so without it.
+    }
+    auto entry = journalEntryOf(context, entries);
+    entry.outcome = store::JournalOutcome::Refused;
+    entry.reason = reason.empty() ? message : reason;
+    store::Journal(context.store).append(std::move(entry));
+}
+
 // Characters kept as they are in a file name: those that every file system and
 // file manager takes, and no '~', which marks a name that carries a digest.
 bool isPlain(char c)
@@ -348,6 +393,7 @@ void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserve
     }
     const auto files = renderRequest(context, entries);
     if (files.empty()) {
+        journalDone(context, entries, files);
         return;
     }
 
@@ -362,7 +408,12 @@ void archiveBordCaisseExcel(store::CommandContext& context, const PublishObserve
         for (std::size_t i = 0; i < files.size(); ++i) {
             result.setAttribute(static_cast<std::int16_t>(i + 1), files[i].name);
         }
-        store.write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, result.text());
+        // The result and the journal's entry commit together: a run that
+        // succeeded is never missing from the journal.
+        store.transaction([&] {
+            store.write(FileNames::TEMPO, Keys::BORDCAISSEEXCEL, result.text());
+            journalDone(context, entries, files);
+        });
     } catch (const std::exception& failure) {
         const std::string left = batch->rollback();
         if (left.empty()) {
@@ -418,7 +469,9 @@ void registerArchiveBordCaisseExcel(store::Store& store)
     // A publication that a dead run left half done is completed or undone as
     // soon as a program that can run the command opens the database.
     sweepLeftovers(store.fusionDirectory(), std::chrono::seconds(0));
-    store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); }, clearResult);
+    // A failed run's entry is written once its work is undone (see registerCommand).
+    store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); }, clearResult,
+        journalRefused);
     store.registerCommand(kArchiveBordCaisseExcelPart, archiveBordCaisseExcelPart);
 }
 

@@ -27,6 +27,10 @@
 // of entries); on a worker also while it waits, unchanged, so that a worker
 // asked to stop hands the command back without waiting for the next entry.
 //
+// Every run is one entry of the journal of re-issues (Journal.h): a run that
+// publishes its files writes it with the result record, in one transaction; a
+// run that fails writes a refused one, with the reason, once its work is undone.
+//
 // On a shared server a large request is rendered by several workers at once:
 // the worker that runs the command offers every range of the request's entries
 // but the first as a part (ARCHIVEBORDCAISSEEXCEL.PARTIE, see CommandParts),

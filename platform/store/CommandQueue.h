@@ -34,6 +34,7 @@ struct CommandOutcome {
     bool succeeded = false;
     std::string message;
     std::string reason; // the cause in an operator's words, when known (see DbaError::reason)
+    bool ran = true;    // false: withdrawn before any worker ran it, and never run later
 };
 
 class CommandQueue {

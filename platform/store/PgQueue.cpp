@@ -214,7 +214,7 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
                   "(state = 'running' AND lease_until > clock_timestamp())::text, coalesce(reason, ''), (attempt = 0)::text",
             {number}, "Execute P");
         if (PQntuples(state.get()) == 0) {
-            return {false, "the command " + number + " left the queue", "la demande a été retirée de la file du serveur"};
+            return {false, "the command " + number + " left the queue", "la demande a été retirée de la file du serveur", false};
         }
         const auto status = cell(state.get(), 0, 0);
         const std::pair<std::string, std::string> reported{std::string(cell(state.get(), 0, 2)), std::string(cell(state.get(), 0, 3))};
@@ -226,7 +226,8 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
             return {status == "done", std::string(cell(state.get(), 0, 1)), std::string(cell(state.get(), 0, 5))};
         }
         if (status == "withdrawn") {
-            return {false, "the command was withdrawn: " + std::string(cell(state.get(), 0, 1)), "la demande a été retirée de la file du serveur"};
+            return {false, "the command was withdrawn: " + std::string(cell(state.get(), 0, 1)), "la demande a été retirée de la file du serveur",
+                false};
         }
         const auto now = std::chrono::steady_clock::now();
         if (cell(state.get(), 0, 4) == "true") {
@@ -294,7 +295,7 @@ CommandOutcome PgCommandQueue::withdraw(const std::string& number, std::chrono::
     if (PQntuples(withdrawn.get()) == 0) {
         return {false, {}, {}};
     }
-    return {false, message, reason};
+    return {false, message, reason, false};
 }
 
 std::optional<QueuedCommand> PgCommandQueue::claim(std::string_view worker, std::chrono::seconds lease)

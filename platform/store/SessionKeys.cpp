@@ -35,7 +35,9 @@ std::string processStart(long pid)
     return field;
 }
 
-std::string hostName()
+} // namespace
+
+std::string SessionKeys::hostName()
 {
     char host[256] = {};
     ::gethostname(host, sizeof host - 1);
@@ -45,8 +47,6 @@ std::string hostName()
     }
     return name;
 }
-
-} // namespace
 
 SessionKeys::SessionKeys()
 {
@@ -67,11 +67,14 @@ std::optional<std::string_view> SessionKeys::sessionOf(std::string_view storedKe
     return storedKey.substr(at + 1);
 }
 
-bool SessionKeys::isDeadHere(std::string_view session)
+namespace {
+
+// The parts of a session of the store's own form, p<pid>.<start>.<host>.<random>;
+// empty for another form.
+std::vector<std::string> ownSessionParts(std::string_view session)
 {
-    // p<pid>.<start>.<host>.<random>
     if (!session.starts_with('p')) {
-        return false;
+        return {};
     }
     std::vector<std::string> parts;
     std::size_t from = 1;
@@ -79,11 +82,31 @@ bool SessionKeys::isDeadHere(std::string_view session)
         parts.emplace_back(session.substr(from, dot - from));
     }
     parts.emplace_back(session.substr(from));
-    if (parts.size() != 4 || parts[0].empty() || parts[1].empty() || parts[2] != hostName()
+    if (parts.size() != 4 || parts[0].empty() || parts[1].empty() || parts[2].empty()
         || parts[0].find_first_not_of("0123456789") != std::string::npos) {
+        return {};
+    }
+    return parts;
+}
+
+} // namespace
+
+bool SessionKeys::isDeadHere(std::string_view session)
+{
+    const auto parts = ownSessionParts(session);
+    if (parts.empty() || parts[2] != hostName()) {
         return false;
     }
     return processStart(std::stol(parts[0])) != parts[1];
+}
+
+std::optional<std::string> SessionKeys::hostOf(std::string_view session)
+{
+    auto parts = ownSessionParts(session);
+    if (parts.empty()) {
+        return std::nullopt;
+    }
+    return std::move(parts[2]);
 }
 
 std::optional<std::string_view> SessionKeys::shown(std::string_view storedKey) const

@@ -30,6 +30,10 @@ public:
     // session of another host and a session named by a host, which nobody here
     // can judge.
     static bool isDeadHere(std::string_view session);
+    // This host's name as sessions hold it: letters, digits and '-', at most 32.
+    static std::string hostName();
+    // The host of a session of the store's own form; nullopt for another form.
+    static std::optional<std::string> hostOf(std::string_view session);
 
     void declare(std::string file) { m_files.insert(std::move(file)); }
     bool isPrivate(std::string_view file) const { return !m_files.empty() && m_files.contains(file); }

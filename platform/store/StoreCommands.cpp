@@ -141,28 +141,38 @@ CommandOutcome Store::Impl::runCommand(Store& store, const std::vector<std::stri
     }
     // Copy: the command may unregister itself while it runs.
     const Registered command = found->second;
-    std::error_code error;
-    std::filesystem::create_directories(fusion, error);
-    if (error) {
-        return {false, "cannot create " + fusion.string() + ": " + error.message(), fusionReason(error, fusion)};
-    }
     CommandContext context{store, fusion, std::vector<std::string>(words.begin() + 1, words.end()), client};
     if (commandProgress) {
         context.progress = std::move(commandProgress);
     }
     context.parts = parts;
     context.settled = settled;
+    const auto failed = [&](CommandOutcome outcome) {
+        if (command.failed) {
+            try {
+                command.failed(context, outcome.message, outcome.reason);
+            } catch (const std::exception&) {
+                // The command's own failure is what the caller must hear of.
+            }
+        }
+        return outcome;
+    };
+    std::error_code error;
+    std::filesystem::create_directories(fusion, error);
+    if (error) {
+        return failed({false, "cannot create " + fusion.string() + ": " + error.message(), fusionReason(error, fusion)});
+    }
     try {
         if (command.before) {
             command.before(context);
         }
         transact([&] { command.run(context); });
     } catch (const DbaError& failure) {
-        return {false, failure.what(), failure.reason()};
+        return failed({false, failure.what(), failure.reason()});
     } catch (const std::system_error& failure) {
-        return {false, failure.what(), fusionReason(failure.code(), fusion)};
+        return failed({false, failure.what(), fusionReason(failure.code(), fusion)});
     } catch (const std::exception& failure) {
-        return {false, failure.what(), {}};
+        return failed({false, failure.what(), {}});
     }
     return {true, {}, {}};
 }
@@ -178,6 +188,19 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
         m_impl->commandQueued();
     }
     const auto outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
+    if (!outcome.succeeded && !outcome.ran) {
+        // No worker ran it, so none told of its failure: this side does.
+        const auto found = m_impl->commands.find(name);
+        if (found != m_impl->commands.end() && found->second.failed) {
+            const auto words = commandWords(sentence);
+            CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), client};
+            try {
+                found->second.failed(context, outcome.message, outcome.reason);
+            } catch (const std::exception&) {
+                // The failure itself is what the caller must hear of.
+            }
+        }
+    }
     if (!outcome.succeeded) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message, outcome.reason);
     }
@@ -199,9 +222,9 @@ void Store::setCommandTimeout(std::chrono::milliseconds timeout)
     m_impl->commandTimeout = timeout;
 }
 
-void Store::registerCommand(std::string name, ServerCommand command, ServerCommand before)
+void Store::registerCommand(std::string name, ServerCommand command, ServerCommand before, CommandFailure failed)
 {
-    m_impl->commands[std::move(name)] = {std::move(command), std::move(before)};
+    m_impl->commands[std::move(name)] = {std::move(command), std::move(before), std::move(failed)};
 }
 
 void Store::unregisterCommand(std::string_view name)

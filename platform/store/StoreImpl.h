@@ -23,6 +23,7 @@ public:
     struct Registered {
         ServerCommand run;
         ServerCommand before; // may be empty
+        CommandFailure failed; // may be empty
     };
     std::map<std::string, Registered, std::less<>> commands;
     std::filesystem::path fusion;

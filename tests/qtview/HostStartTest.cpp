@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include <QAction>
 #include <QApplication>
 #include <QLabel>
 #include <QLineEdit>
@@ -20,6 +21,7 @@
 #include "FirstUse.h"
 #include "HelpViewer.h"
 #include "HostWindow.h"
+#include "PrintingMenu.h"
 #include "ScreenView.h"
 #include "Launcher.h"
 #include "Rights.h"
@@ -187,6 +189,8 @@ TEST_F(HostStartTest, TheStatusLineTellsWhoMayPrint)
         ASSERT_NE(window, nullptr);
         EXPECT_EQ(window->control().Controls().get("Cmd_Imprimer").visible(), std::string(expected) == "oui");
         EXPECT_EQ(status(*window), QStringLiteral("Droit d'impression : %1 – utilisateur %2").arg(expected, user));
+        // Reading the journal of re-issues follows the right to print.
+        EXPECT_EQ(window->printing().journalAction()->isEnabled(), std::string(expected) == "oui");
         EXPECT_TRUE(window->windowTitle().contains(QString::fromStdString(user)));
         EXPECT_TRUE(window->statusBar()->isVisible());
         QCoreApplication::processEvents();

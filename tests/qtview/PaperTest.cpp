@@ -19,12 +19,15 @@
 #include <QRadioButton>
 #include <QSettings>
 #include <QSpinBox>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
 #include "CupsJob.h"
 #include "HostWindow.h"
+#include "Journal.h"
+#include "JournalDialog.h"
 #include "PrintingMenu.h"
 #include "Rights.h"
 #include "ScreenView.h"
@@ -416,6 +419,84 @@ TEST_F(PaperTest, AJobNotTakenReachesTheOperatorWithTheReasonAndNothingIsLost)
 
     // Back as it was for whatever runs next.
     cupsCommand(QStringLiteral(CALVARINE_CUPS_SCRIPT), {QStringLiteral("start"), QString::fromStdString(kCups.string())});
+}
+
+TEST_F(PaperTest, EveryPaperRunIsOneJournalEntryAndAJobsEndIsBroughtUpToDate)
+{
+    const auto invoices = selectTwoStatements();
+    const QString queue = QStringLiteral("calvarine-pdf");
+    cupsCommand(QStringLiteral("cupsreject"), {QStringLiteral("-r"), QStringLiteral("maintenance"), queue});
+    printOnPaper();
+    host->boxes.clear();
+    cupsCommand(QStringLiteral("cupsaccept"), {queue});
+    window->printing().previewAction()->setChecked(true);
+    answerDialog(QStringLiteral("ApercuAvantImpression"), [](QDialog& dialog) { dialog.reject(); });
+    printOnPaper();
+    host->boxes.clear();
+    window->printing().previewAction()->setChecked(false);
+    window->printing().remember({"", 3, true});
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    const fs::path printed = printedJob();
+    ASSERT_TRUE(fs::exists(printed)) << printed;
+
+    store::Journal journal(*store);
+    auto entries = journal.entries();
+    ASSERT_EQ(entries.size(), 3u);
+    for (const auto& entry : entries) {
+        EXPECT_EQ(entry.output, store::JournalOutput::Paper);
+        EXPECT_EQ(entry.user, "operateur");
+        EXPECT_EQ(entry.entity + entry.activity + entry.period, "001P202611");
+        ASSERT_EQ(entry.statements.size(), 2u);
+        EXPECT_EQ(entry.statements[0].invoice, invoices[0]);
+    }
+    EXPECT_EQ(entries[0].outcome, store::JournalOutcome::Refused);
+    EXPECT_NE(entries[0].reason.find("a refusé le travail"), std::string::npos) << entries[0].reason;
+    EXPECT_EQ(entries[0].job, 0);
+    EXPECT_EQ(entries[1].outcome, store::JournalOutcome::Cancelled);
+    const auto& done = entries[2];
+    EXPECT_EQ(done.outcome, store::JournalOutcome::Done);
+    EXPECT_EQ(done.printer, "calvarine-pdf");
+    EXPECT_EQ(done.copies, 3);
+    EXPECT_TRUE(done.duplex);
+    EXPECT_EQ(printed.filename().string(), "job-" + std::to_string(done.job) + ".pdf");
+    EXPECT_EQ(done.printServer, belmontis::printServerName());
+    // Job numbers are a server's own: another server's, or another machine's own server's, are not asked about.
+    EXPECT_FALSE(belmontis::reachesJobsOf("127.0.0.1:1", done.host, done.host));
+    EXPECT_FALSE(belmontis::reachesJobsOf(done.printServer, "autre-poste", done.host));
+
+    // The queue's backend has written the job: CUPS says so once asked.
+    bool completed = false;
+    for (int i = 0; i < 200 && !completed; ++i) {
+        journal.refreshJobStates([](const store::JournalEntry& entry) {
+            return belmontis::jobStateKeywordOf(entry.printServer, entry.host, store::journalHostName(), entry.job);
+        });
+        completed = journal.entry(done.key)->jobState == "completed";
+        if (!completed) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    }
+    EXPECT_TRUE(completed) << journal.entry(done.key)->jobState;
+
+    // The window's journal: the three runs, filtered by invoice, from the menu.
+    ASSERT_TRUE(window->printing().journalAction()->isEnabled());
+    int rows = -1;
+    int filtered = -1;
+    answerDialog(QStringLiteral("JournalReeditions"), [&](QDialog& dialog) {
+        auto* table = dialog.findChild<QTableView*>(QStringLiteral("TableJournal"));
+        auto* invoice = dialog.findChild<QLineEdit*>(QStringLiteral("FiltreFacture"));
+        rows = table ? table->model()->rowCount() : -2;
+        if (invoice) {
+            QTest::keyClicks(invoice, QString::fromStdString(invoices[1]));
+            filtered = table->model()->rowCount();
+            QTest::keyClicks(invoice, QStringLiteral("X"));
+            filtered += 10 * table->model()->rowCount();
+        }
+        dialog.reject();
+    });
+    window->printing().journalAction()->trigger();
+    EXPECT_EQ(rows, 3);
+    EXPECT_EQ(filtered, 3) << "every run names the invoice; none names it with an X after";
 }
 
 } // namespace

@@ -135,5 +135,32 @@ expect 0 'entrée standard : [0-9]+ fiches \(ACTIVITES' sh -c "\"$tool\" --db \"
 "$tool" --db "$copy" export >"$work/copy.jsonl"
 cmp -s "$work/demo.jsonl" "$work/copy.jsonl" || { echo "FAILED: the demo changed through export and import"; failures=$((failures + 1)); }
 
+# The journal of re-issues: read with its filters and formats, purged by the
+# administrator, the purge itself journaled.
+jdb="$work/journal.db"
+"$tool" --db "$jdb" create >/dev/null 2>&1
+cat >"$work/journal.jsonl" <<'JSONL'
+{"file": "JOURNALREEDITIONS", "key": "2026-11-20T09:00:00.000001Z.poste-2.00000002", "record": ["2026-11-20T09:00:00Z", "BERNARD", "poste-2", "001", "202611", "P", "FILES", "", "", "", "", "", "/srv/FUSION", "001P_202611_012_F3.pdf", "012", "F3", "REFUSED", "le disque du dossier FUSION est plein, \"vraiment\"", ""]}
+{"file": "JOURNALREEDITIONS", "key": "2026-11-18T09:00:00.000001Z.poste-1.00000001", "record": ["2026-11-18T09:00:00Z", "ALICE", "poste-1", "001", "202611", "P", "PAPER", "accueil", "2", "1", "41", "completed", "", "", ["012", "013"], ["F1", "F2"], "DONE", "", "cups.example:631"]}
+JSONL
+"$tool" --db "$jdb" import "$work/journal.jsonl" >/dev/null 2>&1
+expect 0 '^2026-11-18T09:00:00Z  ALICE@poste-1  001P 202611  papier  faite  2 bordereaux' "$tool" --db "$jdb" journal
+has 'imprimante accueil, 2 exemplaires, recto-verso, travail n° 41 : terminé' 'bordereaux : 012 F1, 013 F2' \
+    'BERNARD@poste-2  001P 202611  fichiers  refusée' 'dossier /srv/FUSION : 001P_202611_012_F3.pdf' 'motif : le disque'
+expect 0 'BERNARD' "$tool" --db "$jdb" journal --since 2026-11-19
+grep -q ALICE "$work/out" && failed 'an entry before --since'
+expect 0 '^horodatage,utilisateur,poste' "$tool" --db "$jdb" journal --format csv --invoice F3
+has '"le disque du dossier FUSION est plein, ""vraiment"""' ',012,F3,refusée,'
+grep -q ALICE "$work/out" && failed 'an entry without the invoice asked'
+expect 0 '"invoice":"F2"' "$tool" --db "$jdb" journal --format jsonl --organisation 013 --user ALICE
+has '"job":41' '"job_state":"completed"'
+expect 2 '--since prend une date AAAA-MM-JJ, pas « 2026-13-01 »' "$tool" --db "$jdb" journal --since 2026-13-01
+expect 2 '--format prend text, csv ou jsonl, pas « xml »' "$tool" --db "$jdb" journal --format xml
+expect 2 'option inconnue de journal : --all' "$tool" --db "$jdb" journal --all
+expect 0 'journal : 1 entrée antérieure au 2026-11-19 supprimée' "$tool" --db "$jdb" journal --purge-before 2026-11-19
+expect 0 'purge du journal : 1 entrée antérieure au 2026-11-19 supprimée' "$tool" --db "$jdb" journal
+grep -q ALICE "$work/out" && failed 'a purged entry'
+expect 0 'JOURNALREEDITIONS.*2026-11-20T09' "$tool" --db "$jdb" export JOURNALREEDITIONS
+
 [ "$failures" -eq 0 ] && echo "calvarine-db: all checks passed"
 exit "$failures"

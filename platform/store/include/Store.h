@@ -59,6 +59,9 @@ struct CommandContext {
 // A server command. Throws (DbaError or any std::exception) on failure; Execute
 // then fails with DbaError CommandFailed carrying the command's message.
 using ServerCommand = std::function<void(CommandContext&)>;
+// Told that a server command failed, once its records are undone: its message
+// and the cause in an operator's words when known (see DbaError::reason).
+using CommandFailure = std::function<void(CommandContext&, const std::string& message, const std::string& reason)>;
 
 // Told while a call waits on a shared server for longer than a quick answer
 // takes (an answer that does not come, a lost connection made again), so that
@@ -162,7 +165,13 @@ public:
     // before, when given, runs first, outside the command's own transaction:
     // what it writes stays even when the command then fails (such as clearing
     // the result record of an earlier run, so a failed run never shows it).
-    void registerCommand(std::string name, ServerCommand command, ServerCommand before = {});
+    // failed, when given, runs after a failure, outside the command's undone
+    // work: in this process on its own, on a worker in the transaction that
+    // records the failed outcome (so what it writes is neither lost nor written
+    // twice); on a workstation of a server whose command no worker ran (withdrawn
+    // for want of workers), on that workstation. What it throws is ignored: the
+    // command's failure is what is told.
+    void registerCommand(std::string name, ServerCommand command, ServerCommand before = {}, CommandFailure failed = {});
     void unregisterCommand(std::string_view name);
     const std::filesystem::path& fusionDirectory() const;
     void setFusionDirectory(std::filesystem::path directory);
