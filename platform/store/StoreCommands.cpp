@@ -155,7 +155,19 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
     if (m_impl->commandQueued) {
         m_impl->commandQueued();
     }
-    const auto outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
+    CommandOutcome outcome;
+    try {
+        outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
+    } catch (...) {
+        // The client stops waiting (the operator cancelled, or gave up on a
+        // server that does not answer): nobody is to run it for nothing.
+        try {
+            queue.cancel(id);
+        } catch (const std::exception&) {
+            // Out of reach: the command is withdrawn once its client is unseen for long enough.
+        }
+        throw;
+    }
     if (!outcome.succeeded) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message, outcome.reason);
     }

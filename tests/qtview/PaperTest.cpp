@@ -84,21 +84,6 @@ std::string pdfPageText(const fs::path& pdf, int page)
     return pdfTool(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), QStringLiteral("-f"), n, QStringLiteral("-l"), n}, pdf);
 }
 
-// Answers the next modal dialog of that name as answer says, once it shows.
-void answerDialog(const QString& name, std::function<void(QDialog&)> answer)
-{
-    auto* timer = new QTimer(qApp);
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, name, answer] {
-        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
-        if (dialog && dialog->objectName() == name) {
-            timer->deleteLater();
-            timer->stop();
-            answer(*dialog);
-        }
-    });
-    timer->start(10);
-}
-
 // An operator at the window, printing on paper through a private CUPS server
 // (scripts/cups-server, started by the ctest fixture) whose default queue
 // keeps every job it is given as out/job-<id>.pdf.
@@ -190,9 +175,8 @@ protected:
     fs::path printedJob()
     {
         const QString status = window->paperStatus();
-        const auto at = status.indexOf(QStringLiteral("travail n° "));
-        EXPECT_GE(at, 0) << status.toStdString();
-        const int id = status.mid(at + 11).section(QLatin1Char(')'), 0, 0).section(QLatin1Char(','), 0, 0).toInt();
+        EXPECT_TRUE(status.startsWith(QStringLiteral("Travail n° "))) << status.toStdString();
+        const int id = status.mid(11).section(QLatin1Char(' '), 0, 0).toInt();
         const fs::path job = kCups / "out" / ("job-" + std::to_string(id) + ".pdf");
         for (int i = 0; i < 100 && !fs::exists(job); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -343,7 +327,7 @@ TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
     answerDialog(QStringLiteral("ApercuAvantImpression"), [](QDialog& dialog) { dialog.accept(); });
     printOnPaper();
     ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
-    EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("2 bordereaux envoyés à l'imprimante calvarine-pdf (travail n° ")))
+    EXPECT_TRUE(window->paperStatus().contains(QStringLiteral(" : 2 bordereaux envoyés à l'imprimante calvarine-pdf")))
         << window->paperStatus().toStdString();
     const fs::path job = printedJob();
     ASSERT_TRUE(fs::exists(job)) << job;
