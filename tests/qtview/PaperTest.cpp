@@ -308,6 +308,58 @@ TEST_F(PaperTest, ThePrinterChoiceIsRememberedAndGoesWithTheJob)
 }
 
 // A confirmed run is one job on the default queue, the statements in the selection's order.
+// Above the threshold set in Fichier ▸ Imprimante… a paper run waits for the
+// operator, who is told its pages and printer: Enter cancels, Imprimer sends.
+// The preview is confirmation enough.
+TEST_F(PaperTest, ALongRunIsConfirmedNamingItsPagesAndPrinter)
+{
+    PaperChoice choice = window->printing().choice();
+    choice.printer = "calvarine-pdf";
+    choice.copies = 2;
+    choice.confirmAbove = 3;
+    window->printing().remember(choice);
+    const auto invoices = selectTwoStatements();
+    const auto before = jobs();
+    QString asked;
+    answerDialog(QStringLiteral("ConfirmationImpression"), [&asked](QDialog& box) {
+        asked = static_cast<QMessageBox&>(box).text();
+        QTest::keyClick(&box, Qt::Key_Return);
+    });
+    printOnPaper();
+    EXPECT_EQ(asked, QStringLiteral("Ce travail compte 2 pages, à imprimer sur l'imprimante « calvarine-pdf » en 2 exemplaires, soit 4 pages.\n\n"
+                                    "Lancer l'impression ?"));
+    expectRefused(before, "Impression annulée : rien n'a été imprimé.", QMessageBox::Information);
+
+    answerDialog(QStringLiteral("ConfirmationImpression"), [](QDialog& box) {
+        auto* print = box.findChild<QPushButton*>();
+        for (QPushButton* button : box.findChildren<QPushButton*>()) {
+            if (button->text() == QStringLiteral("&Imprimer")) {
+                print = button;
+            }
+        }
+        print->click();
+    });
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    EXPECT_TRUE(fs::exists(printedJob()));
+
+    // Four pages is not above four; nor is a run confirmed in the preview asked again.
+    choice.confirmAbove = 4;
+    window->printing().remember(choice);
+    EXPECT_EQ(selectTwoStatements(), invoices);
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    EXPECT_TRUE(fs::exists(printedJob()));
+    choice.confirmAbove = 1;
+    window->printing().remember(choice);
+    window->printing().previewAction()->setChecked(true);
+    answerDialog(QStringLiteral("ApercuAvantImpression"), [](QDialog& dialog) { dialog.accept(); });
+    EXPECT_EQ(selectTwoStatements(), invoices);
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    EXPECT_TRUE(fs::exists(printedJob()));
+}
+
 TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
 {
     window->printing().previewAction()->setChecked(true);
