@@ -6,6 +6,7 @@
 #include <QCloseEvent>
 #include <QLayout>
 #include <QMenu>
+#include <QMenuBar>
 #include <QStatusBar>
 #include <QVBoxLayout>
 
@@ -88,6 +89,15 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
     QAction* last = m_printing->menu().addAction(QStringLiteral("&Dernier résultat…"));
     last->setObjectName(QStringLiteral("DernierResultat"));
     connect(last, &QAction::triggered, this, [this] { showLastRun(); });
+    // Where the screen had to shrink to fit (a high scale factor on a small
+    // screen), its menu and status line shrink alike.
+    if (const qreal shrink = m_view->shrink(); shrink < 1.0) {
+        QFont smaller = font();
+        smaller.setPointSizeF(smaller.pointSizeF() * shrink);
+        menuBar()->setFont(smaller);
+        m_printing->menu().setFont(smaller);
+        statusBar()->setFont(smaller);
+    }
     layout()->setSizeConstraint(QLayout::SetFixedSize);
 
     server::registerArchiveBordCaisseExcel(*m_store);
