@@ -155,16 +155,32 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
     if (m_impl->commandQueued) {
         m_impl->commandQueued();
     }
+    // What the progress observer throws is the operator cancelling: the
+    // command and its parts are withdrawn, so that nobody runs them for nothing.
+    // (A server out of reach is left alone: its command is withdrawn once its
+    // client is unseen for long enough.)
+    bool cancelled = false;
+    CommandProgress progress;
+    if (m_impl->progress) {
+        progress = [&](int done, int total) {
+            try {
+                m_impl->progress(done, total);
+            } catch (...) {
+                cancelled = true;
+                throw;
+            }
+        };
+    }
     CommandOutcome outcome;
     try {
-        outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
+        outcome = queue.await(id, m_impl->commandTimeout, progress);
     } catch (...) {
-        // The client stops waiting (the operator cancelled, or gave up on a
-        // server that does not answer): nobody is to run it for nothing.
-        try {
-            queue.cancel(id);
-        } catch (const std::exception&) {
-            // Out of reach: the command is withdrawn once its client is unseen for long enough.
+        if (cancelled) {
+            try {
+                queue.cancel(id);
+            } catch (const std::exception&) {
+                // Out of reach after all: withdrawn later, as above.
+            }
         }
         throw;
     }
