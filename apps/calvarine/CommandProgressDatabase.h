@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "QtHostServices.h"
@@ -10,9 +11,11 @@
 // server command reports shows for exactly as long as the command runs.
 class CommandProgressDatabase final : public DbaDatabase {
 public:
-    CommandProgressDatabase(std::shared_ptr<DbaDatabase> database, QtHostServices& host)
+    // begins: told as each server command begins, before it runs.
+    CommandProgressDatabase(std::shared_ptr<DbaDatabase> database, QtHostServices& host, std::function<void()> begins = {})
         : m_database(std::move(database))
         , m_host(host)
+        , m_begins(std::move(begins))
     {
     }
 
@@ -27,6 +30,9 @@ public:
             QtHostServices& host;
             ~Running() { host.endCommand(); }
         } running{m_host};
+        if (m_begins) {
+            m_begins();
+        }
         m_host.beginCommand();
         return m_database->Execute(request, options, status);
     }
@@ -36,4 +42,5 @@ public:
 private:
     std::shared_ptr<DbaDatabase> m_database;
     QtHostServices& m_host;
+    std::function<void()> m_begins;
 };

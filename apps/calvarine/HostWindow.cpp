@@ -2,11 +2,15 @@
 
 #include <regex>
 
+#include <QAction>
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QUrl>
 #include <QLayout>
+#include <QMenu>
+#include <QMenuBar>
 #include <QStatusBar>
+#include <QVBoxLayout>
 
 #include "CommandProgressDatabase.h"
 #include "CupsJob.h"
@@ -44,8 +48,10 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
         if (!told || !m_watched) {
             return std::string();
         }
-        return outcome::reissueNote(*told, m_watched->exchange(),
-            m_store->path().empty() ? std::filesystem::path() : m_store->fusionDirectory());
+        const std::filesystem::path fusion = m_store->path().empty() ? std::filesystem::path() : m_store->fusionDirectory();
+        std::string note = outcome::reissueNote(*told, m_watched->exchange(), fusion);
+        setLastRun(fileRunStatus(*told, fusion, note));
+        return note;
     };
     // A paper run that printed nothing is said in the operator's words.
     setup.explainFailure = [this](const std::string& where, const std::string& what) -> std::optional<QtHostServices::Explained> {
@@ -64,20 +70,39 @@ HostWindow::HostWindow(std::shared_ptr<store::Store> store, Options options, con
     setWindowTitle(QStringLiteral("Calvarine – %1 – %2")
                        .arg(QString::fromStdString(m_options.user), QString::fromStdString(m_options.database)));
     // The screen keeps its size; the bars around it add theirs, and the status
-    // line lives within its width: the right to print in full where it fits,
-    // the last paper run in the room left, each cut short with its whole text
-    // as tooltip.
+    // line lives within its width: the outcome of the last run on two lines
+    // (its job number or folder first), the right to print below it, each cut
+    // short where it must, with its whole text as tooltip and in Fichier ▸
+    // Dernier résultat… for the keyboard.
     m_view->setFixedSize(m_view->minimumSize());
-    m_rights = new StatusText(this);
-    m_rights->setMaximumWidth(m_view->width() * 2 / 3);
-    statusBar()->addWidget(m_rights);
     m_printing = new PrintingMenu(*this);
     connect(m_printing->journalAction(), &QAction::triggered, this, [this] { showJournal(); });
-    m_paperStatus = new StatusText(this);
+    auto* lines = new QWidget(this);
+    auto* column = new QVBoxLayout(lines);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    m_paperStatus = new StatusText(lines, 2);
     m_paperStatus->setObjectName(QStringLiteral("StatutImpression"));
-    m_paperStatus->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    statusBar()->addWidget(m_paperStatus, 1);
+    m_paperStatus->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    column->addWidget(m_paperStatus);
+    m_rights = new StatusText(lines);
+    m_rights->setObjectName(QStringLiteral("DroitImpression"));
+    m_rights->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    column->addWidget(m_rights);
+    statusBar()->addWidget(lines, 1);
     statusBar()->setSizeGripEnabled(false);
+    QAction* last = m_printing->menu().addAction(QStringLiteral("&Dernier résultat…"));
+    last->setObjectName(QStringLiteral("DernierResultat"));
+    connect(last, &QAction::triggered, this, [this] { showLastRun(); });
+    // Where the screen had to shrink to fit (a high scale factor on a small
+    // screen), its menu and status line shrink alike.
+    if (const qreal shrink = m_view->shrink(); shrink < 1.0) {
+        QFont smaller = font();
+        smaller.setPointSizeF(smaller.pointSizeF() * shrink);
+        menuBar()->setFont(smaller);
+        m_printing->menu().setFont(smaller);
+        statusBar()->setFont(smaller);
+    }
     layout()->setSizeConstraint(QLayout::SetFixedSize);
 
     server::registerArchiveBordCaisseExcel(*m_store);
@@ -113,9 +138,9 @@ bool HostWindow::start()
                 std::move(sibling),
                 [this] {
                     const PaperChoice paper = m_printing->choice();
-                    return HostedSibling::Choices{paper.printer, paper.copies, paper.duplex, m_printing->preview()};
+                    return HostedSibling::Choices{paper.printer, paper.copies, paper.duplex, m_printing->preview(), paper.confirmAbove};
                 },
-                [this](const std::string& done) { m_paperStatus->setFullText(QString::fromStdString(done)); });
+                [this](const std::string& done) { setLastRun(QString::fromStdString(done)); });
             if (m_options.printTo) {
                 Variant spool = m_options.printTo->string();
                 belmontis->setProperty("SpoolDirectory", spool);
@@ -130,7 +155,8 @@ bool HostWindow::start()
         }
 
         m_watched = std::make_shared<outcome::WatchedDatabase>(m_store);
-        m_control->TheDatabase(std::make_shared<CommandProgressDatabase>(m_watched, *m_host));
+        // A file run begins with its server command: the last run's outcome goes.
+        m_control->TheDatabase(std::make_shared<CommandProgressDatabase>(m_watched, *m_host, [this] { setLastRun({}); }));
         m_control->TheClient(client);
         m_control->DroitsUtilisateur(rights);
         m_control->Init();
@@ -164,6 +190,9 @@ QtHostServices::Explained paperFailure(const std::string& what)
     if (what.find("annulée dans l'aperçu") != std::string::npos) {
         return {QMessageBox::Information,
             QStringLiteral("Impression annulée dans l'aperçu : rien n'a été imprimé.\n\nLa sélection est gardée.")};
+    }
+    if (what.find("annulée avant l'envoi") != std::string::npos) {
+        return {QMessageBox::Information, QStringLiteral("Impression annulée : rien n'a été imprimé.\n\nLa sélection est gardée.")};
     }
     QString why = QString::fromStdString(what);
     why.remove(QStringLiteral(" : rien n'a été imprimé"));
@@ -201,6 +230,40 @@ QString startFailureText(const std::exception& error)
 QString HostWindow::paperStatus() const
 {
     return m_paperStatus->fullText();
+}
+
+void HostWindow::setLastRun(const QString& text)
+{
+    m_paperStatus->setFullText(text);
+}
+
+void HostWindow::showLastRun()
+{
+    const QString text = m_paperStatus->fullText();
+    m_host->msgBox(text.isEmpty() ? "Aucune édition n'a encore été faite depuis l'ouverture de Calvarine." : text.toStdString(), 64,
+        "Dernier résultat");
+}
+
+QString fileRunStatus(const reissue::GraphicOutcome& told, const std::filesystem::path& fusion, const std::string& note)
+{
+    // The folder first, as for a paper run written to a folder; the
+    // workstation of a shared server may not see it, and says whose it is.
+    const QString folder = fusion.empty() ? QStringLiteral("Dossier FUSION du serveur")
+                                          : QStringLiteral("Dossier FUSION %1").arg(QString::fromStdString(fusion.string()));
+    if (told.failed || told.files.empty()) {
+        QString why = QString::fromStdString(note).section(QLatin1Char('\n'), 0, 0).trimmed();
+        return QStringLiteral("%1 : aucun fichier généré%2").arg(folder, why.isEmpty() ? QString() : QStringLiteral(" – ") + why);
+    }
+    const auto count = static_cast<qsizetype>(told.files.size());
+    QString status = count == 1 ? QStringLiteral("%1 : 1 fichier généré, %2").arg(folder, QString::fromStdString(told.files.front()))
+                                : QStringLiteral("%1 : %2 fichiers générés, de %3 à %4")
+                                      .arg(folder)
+                                      .arg(count)
+                                      .arg(QString::fromStdString(told.files.front()), QString::fromStdString(told.files.back()));
+    if (!note.empty()) {
+        status += QStringLiteral(" – ") + QString::fromStdString(note).section(QLatin1Char('\n'), 0, 0).trimmed();
+    }
+    return status;
 }
 
 void HostWindow::closeEvent(QCloseEvent* event)

@@ -16,6 +16,9 @@ class PrintingMenu;
 class ScreenView;
 class StatusText;
 
+namespace reissue {
+struct GraphicOutcome;
+}
 namespace outcome {
 class WatchedDatabase;
 }
@@ -56,7 +59,8 @@ public:
     ScreenView& view() const { return *m_view; }
     QtHostServices& host() const { return *m_host; }
     PrintingMenu& printing() const { return *m_printing; }
-    // The status line's part about the last paper run.
+    // The status line's part about the last run (paper or files); empty from
+    // the moment the next run begins.
     QString paperStatus() const;
     // Fichier ▸ Journal des rééditions… (see JournalDialog).
     void showJournal();
@@ -65,6 +69,10 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
+    void setLastRun(const QString& text);
+    // Fichier ▸ Dernier résultat…: the last run's outcome whole, in a box.
+    void showLastRun();
+
     std::shared_ptr<store::Store> m_store;
     // The database as the control reaches it, watched for the outcome of a re-issue.
     std::shared_ptr<outcome::WatchedDatabase> m_watched;
@@ -84,6 +92,11 @@ private:
 // What an exception that stopped Init means for the operator: which file or
 // record of the database is missing, in French; other failures as they read.
 QString startFailureText(const std::exception& error);
+
+// The status line after a file run: the folder FUSION (or that it is the
+// server's), then how many files, the first and the last, and the first line
+// of what the host noted under the message, if anything.
+QString fileRunStatus(const reissue::GraphicOutcome& told, const std::filesystem::path& fusion, const std::string& note);
 
 // A paper run that printed nothing (what the sibling threw) as the operator is
 // told it: a preview cancelled is information, anything else a warning with

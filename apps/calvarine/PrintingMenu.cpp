@@ -42,6 +42,7 @@ PrintingMenu::PrintingMenu(QMainWindow& window)
     , m_window(window)
 {
     QMenu& menu = fileMenu(window);
+    m_menu = &menu;
     m_printer = menu.addAction(QStringLiteral("&Imprimante…"));
     m_printer->setObjectName(QStringLiteral("Imprimante"));
     connect(m_printer, &QAction::triggered, this, [this] { choosePrinter(); });
@@ -61,6 +62,7 @@ PaperChoice PrintingMenu::choice() const
     choice.printer = stored->value(QStringLiteral("impression/imprimante")).toString().toStdString();
     choice.copies = std::clamp(stored->value(QStringLiteral("impression/copies"), 1).toInt(), 1, 999);
     choice.duplex = stored->value(QStringLiteral("impression/rectoVerso"), false).toBool();
+    choice.confirmAbove = std::clamp(stored->value(QStringLiteral("impression/seuilConfirmation"), PaperChoice::kDefaultConfirmAbove).toInt(), 0, 99999);
     return choice;
 }
 
@@ -70,6 +72,7 @@ void PrintingMenu::remember(const PaperChoice& choice)
     stored->setValue(QStringLiteral("impression/imprimante"), QString::fromStdString(choice.printer));
     stored->setValue(QStringLiteral("impression/copies"), choice.copies);
     stored->setValue(QStringLiteral("impression/rectoVerso"), choice.duplex);
+    stored->setValue(QStringLiteral("impression/seuilConfirmation"), choice.confirmAbove);
 }
 
 bool PrintingMenu::preview() const
@@ -106,6 +109,16 @@ void PrintingMenu::choosePrinter()
     duplex->setObjectName(QStringLiteral("RectoVerso"));
     duplex->setChecked(current.duplex);
 
+    auto* threshold = new QSpinBox(&dialog);
+    threshold->setObjectName(QStringLiteral("SeuilConfirmation"));
+    threshold->setRange(0, 99999);
+    threshold->setSingleStep(50);
+    threshold->setSuffix(QStringLiteral(" pages"));
+    threshold->setSpecialValueText(QStringLiteral("jamais"));
+    threshold->setValue(current.confirmAbove);
+    threshold->setToolTip(QStringLiteral("Une impression sur papier de plus de pages (exemplaires compris) est d'abord confirmée ; "
+                                         "0 : jamais. L'aperçu avant impression tient lieu de confirmation."));
+
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
     connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
@@ -113,9 +126,10 @@ void PrintingMenu::choosePrinter()
     form->addRow(QStringLiteral("Imprimante :"), printer);
     form->addRow(QStringLiteral("Copies :"), copies);
     form->addRow(QString(), duplex);
+    form->addRow(QStringLiteral("Confirmer au-delà de :"), threshold);
     form->addRow(buttons);
 
     if (dialog.exec() == QDialog::Accepted) {
-        remember({printer->currentData().toString().toStdString(), copies->value(), duplex->isChecked()});
+        remember({printer->currentData().toString().toStdString(), copies->value(), duplex->isChecked(), threshold->value()});
     }
 }

@@ -61,11 +61,16 @@ Variant HostedSibling::invoke(std::string_view name, std::vector<std::reference_
     Variant copies = static_cast<std::int32_t>(choices.copies);
     Variant duplex = choices.duplex;
     Variant preview = choices.preview;
+    Variant confirmAbove = static_cast<std::int32_t>(choices.confirmAbove);
     m_sibling->setProperty("Imprimante", printer);
     m_sibling->setProperty("Copies", copies);
     m_sibling->setProperty("RectoVerso", duplex);
     m_sibling->setProperty("Apercu", preview);
+    m_sibling->setProperty("SeuilConfirmation", confirmAbove);
     m_lastFailure.clear();
+    if (m_tell) {
+        m_tell({}); // a run begins: the last one's outcome goes
+    }
     try {
         Variant result = m_sibling->invoke(name, std::move(args));
         const Variant done = m_sibling->invoke("Compte_Rendu", {});

@@ -26,9 +26,10 @@ std::vector<std::filesystem::path> applicationLibraryFolders();
 std::string preparePrintFolder(const std::filesystem::path& folder);
 
 // The sibling as the desktop host carries it: before each paper run it hands
-// over the operator's printing choices (printer, copies, duplex, preview);
+// over the operator's printing choices (printer, copies, duplex, preview, the
+// pages beyond which a run is confirmed);
 // after it, it tells the host what the run did (the sibling's Compte_Rendu),
-// or that nothing was printed and why. Everything else passes through.
+// or that nothing was printed and why; as it begins, it tells an empty text. Everything else passes through.
 class HostedSibling final : public LateBoundObject {
 public:
     struct Choices {
@@ -36,6 +37,7 @@ public:
         int copies = 1;
         bool duplex = false;
         bool preview = false;
+        int confirmAbove = 0; // pages; 0: no confirmation
     };
     HostedSibling(std::shared_ptr<LateBoundObject> sibling, std::function<Choices()> choices,
         std::function<void(const std::string&)> tell);

@@ -1,5 +1,6 @@
 #include "Ctr_Belmontis.h"
 
+#include <algorithm>
 #include <iostream>
 #include <stdexcept>
 
@@ -106,6 +107,8 @@ void Ctr_Belmontis::setProperty(std::string_view name, Variant& value)
         m_paper.duplex = asBool(name, value);
     } else if (name == "Apercu") {
         m_apercu = asBool(name, value);
+    } else if (name == "SeuilConfirmation") {
+        m_seuil = std::max<std::int32_t>(0, asLong(name, value));
     } else {
         throw std::invalid_argument("Ctr_Belmontis has no property " + std::string(name));
     }
@@ -238,11 +241,21 @@ void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
             cancelled = true;
             throw std::runtime_error("impression annulée dans l'aperçu : rien n'a été imprimé");
         }
-        const QByteArray pdf = layOut(found, paper, jobTitle());
+        int pages = 0;
+        const QByteArray pdf = layOut(found, paper, jobTitle(), pages);
+        // A long job on paper is confirmed, naming what it takes and where, unless
+        // the preview has just been confirmed.
+        if (!toFile && !m_apercu && m_seuil > 0 && static_cast<std::int64_t>(pages) * m_paper.copies > m_seuil
+            && !confirmLongJob(pages, m_paper.copies, printer)) {
+            cancelled = true;
+            throw std::runtime_error("impression annulée avant l'envoi de " + std::to_string(pages) + " pages : rien n'a été imprimé");
+        }
         const std::string statements = std::to_string(found.size()) + (found.size() > 1 ? " bordereaux" : " bordereau");
         if (toFile) {
             const auto file = spool(pdf);
-            m_compteRendu = statements + " enregistré" + (found.size() > 1 ? "s" : "") + " dans " + file.string();
+            // The folder first: a status line cut short still says where to look.
+            m_compteRendu = "Dossier " + file.parent_path().string() + " : " + statements + " enregistré" + (found.size() > 1 ? "s" : "")
+                + " dans " + file.filename().string();
             entry.folder = file.parent_path().string();
             entry.files = {file.filename().string()};
             journal(entry);
@@ -262,8 +275,9 @@ void Ctr_Belmontis::print(const std::vector<statements::StatementData>& found)
         // As submitPdf last read it (no second request): a later look brings it up to date.
         entry.jobState = !job.unknownState.empty() ? "unknown" : job.waiting ? "pending" : "processing";
         journal(entry);
-        m_compteRendu = statements + " envoyé" + (found.size() > 1 ? "s" : "") + " à l'imprimante " + job.printer + " (travail n° "
-            + std::to_string(job.id) + (job.waiting ? ", en attente" : "") + ")"
+        // The job number first: a status line cut short still says which job to ask the print server about.
+        m_compteRendu = "Travail n° " + std::to_string(job.id) + " : " + statements + " envoyé" + (found.size() > 1 ? "s" : "")
+            + " à l'imprimante " + job.printer + (job.waiting ? " (en attente)" : "")
             + (job.unknownState.empty() ? std::string() : ", état inconnu : " + job.unknownState);
     } catch (const std::exception& failure) {
         entry.outcome = cancelled ? store::JournalOutcome::Cancelled : store::JournalOutcome::Refused;

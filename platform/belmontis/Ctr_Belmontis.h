@@ -19,8 +19,10 @@
 //     operator confirms or cancels (needs a QApplication);
 //   BaseJournal (DbaDatabase, a Store): where the journal of re-issues is
 //     written (see below); BaseEdition itself when it is a Store and this is unset;
+//   SeuilConfirmation (Long): a paper job of more pages than this (copies
+//     included) is confirmed by the operator first, unless previewed; 0: never;
 //   Compte_Rendu (method, no argument): what the last run did, for the host's
-//     status line ("3 bordereaux envoyés à l'imprimante X (travail n° 12)").
+//     status line ("Travail n° 12 : 3 bordereaux envoyés à l'imprimante X").
 //
 // Where a job goes: the spool directory when the host set one, or when
 // W_Papier is False (then <data directory>/spool unless set); otherwise the
@@ -91,6 +93,7 @@ private:
     std::filesystem::path m_spool;
     PaperOptions m_paper;
     bool m_apercu = false;
+    std::int32_t m_seuil = 0; // pages (copies included) beyond which a paper job is confirmed; 0: never
     std::string m_compteRendu;
 };
 

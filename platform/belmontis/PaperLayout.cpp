@@ -1,14 +1,18 @@
 #include "PaperLayout.h"
 
+#include <numeric>
 #include <stdexcept>
 
 #include <QApplication>
 #include <QBuffer>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QLocale>
+#include <QMessageBox>
 #include <QPrintPreviewWidget>
 #include <QPrinter>
 #include <QPushButton>
+#include <QScreen>
 #include <QVBoxLayout>
 
 #include "StatementRenderer.h"
@@ -22,13 +26,20 @@ QPageLayout paperLayout(const QPageSize& paper)
 
 QByteArray layOut(const std::vector<statements::StatementData>& found, const QPageSize& paper, const std::string& title)
 {
+    int pages = 0;
+    return layOut(found, paper, title, pages);
+}
+
+QByteArray layOut(const std::vector<statements::StatementData>& found, const QPageSize& paper, const std::string& title, int& pages)
+{
     QByteArray pdf;
     QBuffer buffer(&pdf);
     buffer.open(QIODevice::WriteOnly);
     // The renderer of the file output on the printer's paper: on A4 the very
     // PDF of the files, so that paper and files never differ; on any paper an
     // archive-grade PDF, as a spooled job may be kept.
-    statements::renderPdf(found, buffer, QString::fromStdString(title), paper);
+    const std::vector<int> counts = statements::renderPdf(found, buffer, QString::fromStdString(title), paper);
+    pages = std::accumulate(counts.begin(), counts.end(), 0);
     buffer.close();
     return pdf;
 }
@@ -57,9 +68,39 @@ bool confirmInPreview(const std::vector<statements::StatementData>& found, const
     auto* column = new QVBoxLayout(&dialog);
     column->addWidget(preview);
     column->addWidget(buttons);
-    dialog.resize(720, 900);
+    // A page's width and height at most, within the room of the screen it
+    // opens on, whatever its size and scale: its buttons always in sight.
+    QSize size(720, 900);
+    if (const QScreen* screen = dialog.screen()) {
+        const QRect room = screen->availableGeometry();
+        size = size.boundedTo(QSize(room.width() * 9 / 10, room.height() * 9 / 10));
+        dialog.move(room.center() - QPoint(size.width() / 2, size.height() / 2));
+    }
+    dialog.resize(size);
     preview->fitToWidth();
     return dialog.exec() == QDialog::Accepted;
+}
+
+bool confirmLongJob(int pages, int copies, const std::string& printer)
+{
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
+        throw std::runtime_error("la confirmation d'un long travail demande une application à fenêtres");
+    }
+    const QLocale french(QLocale::French, QLocale::France);
+    QString text = QStringLiteral("Ce travail compte %1 pages, à imprimer sur l'imprimante « %2 »")
+                       .arg(french.toString(pages), QString::fromStdString(printer));
+    if (copies > 1) {
+        text += QStringLiteral(" en %1 exemplaires, soit %2 pages").arg(copies).arg(french.toString(static_cast<qint64>(pages) * copies));
+    }
+    text += QStringLiteral(".\n\nLancer l'impression ?");
+    QMessageBox box(QMessageBox::Question, QStringLiteral("Confirmer l'impression"), text, QMessageBox::NoButton, QApplication::activeWindow());
+    box.setObjectName(QStringLiteral("ConfirmationImpression"));
+    QPushButton* print = box.addButton(QStringLiteral("&Imprimer"), QMessageBox::AcceptRole);
+    QPushButton* cancel = box.addButton(QStringLiteral("A&nnuler"), QMessageBox::RejectRole);
+    box.setDefaultButton(cancel);
+    box.setEscapeButton(cancel);
+    box.exec();
+    return box.clickedButton() == print;
 }
 
 } // namespace belmontis

@@ -4,7 +4,9 @@
 
 #include <QCloseEvent>
 #include <QLabel>
+#include <QHBoxLayout>
 #include <QProgressBar>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 CommandProgressWindow::CommandProgressWindow(QWidget* parent)
@@ -21,6 +23,19 @@ CommandProgressWindow::CommandProgressWindow(QWidget* parent)
     layout->addWidget(m_count);
     m_time = new QLabel(this);
     layout->addWidget(m_time);
+    m_cancel = new QPushButton(QStringLiteral("&Annuler"), this);
+    m_cancel->setObjectName(QStringLiteral("Annuler"));
+    m_cancel->setAutoDefault(false);
+    m_cancel->setDefault(false);
+    connect(m_cancel, &QPushButton::clicked, this, [this] {
+        m_cancelled = true;
+        m_cancel->setEnabled(false);
+        m_time->setText(QStringLiteral("Annulation en cours : aucun fichier ne sera publié…"));
+    });
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(m_cancel);
+    layout->addLayout(buttons);
     setProgress(0, 0, {});
 }
 
@@ -28,6 +43,9 @@ void CommandProgressWindow::setProgress(int done, int total, std::chrono::steady
 {
     m_bar->setRange(0, std::max(total, 1));
     m_bar->setValue(std::clamp(done, 0, std::max(total, 1)));
+    if (m_cancelled) {
+        return; // the bar stands still while the command winds down
+    }
     m_count->setText(total > 0 ? QStringLiteral("Bordereaux traités : %1 / %2").arg(done).arg(total)
                                : QStringLiteral("Bordereaux traités : %1").arg(done));
     // A rate judged on too little work jumps about: wait for some of it.

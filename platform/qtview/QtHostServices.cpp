@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QCursor>
 #include <QDesktopServices>
+#include <QGuiApplication>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
@@ -13,6 +14,7 @@
 
 #include "CommandProgressWindow.h"
 #include "FrenchDates.h"
+#include "database/DbaError.h"
 #include "LongMessageBox.h"
 #include "reissue/GraphicFilesMessage.h"
 #include "shell/ScreenModel.h"
@@ -145,6 +147,12 @@ void QtHostServices::commandProgress(int done, int total)
         // The window is modal: input meant for the form is dropped, not queued.
         QCoreApplication::processEvents();
     }
+    if (m_progress && m_progress->cancelled()) {
+        // Thrown through the command: run here, it fails and publishes
+        // nothing; on a server, the store withdraws it and its parts.
+        throw DbaError(DbaError::Kind::CommandFailed, "Execute", "cancelled by the operator",
+            "la création des fichiers a été annulée par l'opérateur : aucun fichier n'a été publié");
+    }
 }
 
 void QtHostServices::endCommand()
@@ -199,7 +207,7 @@ std::unique_ptr<QMenu> QtHostServices::buildPopupMenu(const Control& menu) const
 void QtHostServices::popupMenu(Control& menu)
 {
     const auto popup = buildPopupMenu(menu);
-    QAction* chosen = execMenu(*popup);
+    QAction* chosen = execMenu(*popup, menuPosition());
     if (!chosen) {
         return;
     }
@@ -210,9 +218,26 @@ void QtHostServices::popupMenu(Control& menu)
     }
 }
 
-QAction* QtHostServices::execMenu(QMenu& menu)
+QPoint QtHostServices::menuPosition() const
 {
-    return menu.exec(QCursor::pos());
+    // The right button opens the menu where it is pressed (it is still down
+    // while the press is handled); a key (Shift+F10, the Menu key) opens it
+    // under the control that has the focus, which may be far from the pointer.
+    if (QGuiApplication::mouseButtons() != Qt::NoButton) {
+        return QCursor::pos();
+    }
+    if (const QWidget* focus = QApplication::focusWidget(); focus && focus->isVisible()) {
+        return focus->mapToGlobal(QPoint(0, focus->height()));
+    }
+    if (m_parent) {
+        return m_parent->mapToGlobal(m_parent->rect().center());
+    }
+    return QCursor::pos();
+}
+
+QAction* QtHostServices::execMenu(QMenu& menu, const QPoint& at)
+{
+    return menu.exec(at);
 }
 
 void QtHostServices::execMessageBox(QMessageBox& box)

@@ -85,6 +85,9 @@ public:
     // action per entry under it, enabled as the entry is. Each action's data is
     // the entry's name.
     std::unique_ptr<QMenu> buildPopupMenu(const Control& menu) const;
+    // Where the pop-up menu opens, in global coordinates: at the pointer for
+    // the right button, under the focused control for a key.
+    QPoint menuPosition() const;
 
     // Around a server command that Execute runs: its progress (done statements
     // out of total) shows in a window once the command has run showAfter, and the
@@ -102,8 +105,8 @@ public:
     static bool isFileList(const std::string& text, int style, const std::string& title);
 
 protected:
-    // Shows the menu at the pointer; returns the action chosen, or null.
-    virtual QAction* execMenu(QMenu& menu);
+    // Shows the menu at at; returns the action chosen, or null.
+    virtual QAction* execMenu(QMenu& menu, const QPoint& at);
     // Shows the message box until the operator closes it.
     virtual void execMessageBox(QMessageBox& box);
     virtual void execLongMessageBox(LongMessageBox& box);

@@ -48,7 +48,7 @@ QFont screenFont(QFont font)
             break;
         }
     }
-    font.setPointSizeF(8.25);
+    font.setPointSizeF(ScreenView::kDesignPointSize);
     return font;
 }
 
@@ -177,9 +177,12 @@ void ScreenView::chooseScale()
     // Nothing may leave the screen: room is kept for the window's title, frame
     // and status line, and where the screen is too small the table and its
     // font shrink together.
+    // The window's bars shrink with the table (see shrink()): their room is
+    // counted at the scale the table gets.
     if (const QScreen* where = QWidget::screen()) {
-        const QRect room = where->availableGeometry().adjusted(0, 0, -kWindowChrome.width(), -kWindowChrome.height());
-        const double fit = std::min(room.width() * 15.0 / ScreenTable::kDesignWidth, room.height() * 15.0 / ScreenTable::kDesignHeight);
+        const QRect room = where->availableGeometry();
+        const double fit = std::min((room.width() - kWindowChrome.width()) * 15.0 / ScreenTable::kDesignWidth,
+            room.height() / (ScreenTable::kDesignHeight / 15.0 + kWindowChrome.height() / scale));
         if (fit < scale) {
             screen.setPointSizeF(screen.pointSizeF() * fit / scale);
             scale = fit;

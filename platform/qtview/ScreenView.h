@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <string_view>
 #include <unordered_map>
@@ -68,7 +69,12 @@ public:
     int toPixels(int twips) const { return static_cast<int>(twips * m_scale / 15.0 + 0.5); }
     double scale() const noexcept { return m_scale; }
     // What a window around the view needs besides it: title, frame, status line.
-    static constexpr QSize kWindowChrome{24, 96};
+    static constexpr QSize kWindowChrome{24, 112};
+    // The size the screen's font was drawn for, in points.
+    static constexpr qreal kDesignPointSize = 8.25;
+    // How far the screen's font was shrunk to fit the screen (1: not at all);
+    // the bars around it are shrunk alike, so that the window reads at one scale.
+    qreal shrink() const { return std::min<qreal>(1.0, font().pointSizeF() / kDesignPointSize); }
 
     // Runs a drag that a list began, until it is dropped or given up; by
     // default QDrag::exec. Tests replace it to drop without a nested event loop.

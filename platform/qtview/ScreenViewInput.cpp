@@ -241,8 +241,10 @@ bool ScreenView::eventFilter(QObject* watched, QEvent* event)
         auto& key = *static_cast<QKeyEvent*>(event);
         if (event->type() == QEvent::ShortcutOverride) {
             // Every key a control of the screen takes is the model's, before
-            // any shortcut of the window.
-            if (entry->edit && !isNavigationKey(key.key())) {
+            // any shortcut of the window; but no text box types with Alt and a
+            // key: those are the menus' mnemonics (Alt+F from any field).
+            const auto held = key.modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier);
+            if (entry->edit && !isNavigationKey(key.key()) && held != Qt::AltModifier) {
                 key.accept();
             }
             return false;

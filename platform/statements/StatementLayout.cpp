@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <QFontMetricsF>
 #include <QTextOption>
 
 #include "Format.h"
@@ -176,12 +177,23 @@ StatementLayout layOut(LayoutContext& context, const StatementData& data, QSizeF
     out.reserve = std::max(out.totalsRowHeight, 10 * pt + out.total.height);
     out.footerHeight = QFontMetricsF(context.footer, context.device()).height() * 2.5;
 
+    // A number is never broken: one too wide for its column (an amount of ten
+    // million euros and more) is set in a smaller size, on one line.
+    const auto numberCell = [&](const QString& text, qreal room) {
+        QFont font = context.body;
+        const qreal natural = QFontMetricsF(font, context.device()).horizontalAdvance(text);
+        if (natural > room) {
+            font.setPointSizeF(font.pointSizeF() * room / natural * 0.97);
+        }
+        return layoutParagraph(context, text, font, room, Qt::AlignRight);
+    };
     for (const StatementLine& line : data.lines) {
         const QString texts[6] = {q(line.beneficiary), q(line.fileNumber), q(line.service), formatQuantity(line.quantityHundredths),
             formatEuros(line.unitPriceCents), formatEuros(line.amountCents)};
         std::vector<Paragraph> row;
         for (std::size_t c = 0; c < 6; ++c) {
-            row.push_back(layoutParagraph(context, texts[c], context.body, out.columns[c] - 2 * out.padding, c >= 3 ? Qt::AlignRight : Qt::AlignLeft));
+            const qreal room = out.columns[c] - 2 * out.padding;
+            row.push_back(c >= 3 ? numberCell(texts[c], room) : layoutParagraph(context, texts[c], context.body, room, Qt::AlignLeft));
         }
         out.cells.push_back(std::move(row));
     }

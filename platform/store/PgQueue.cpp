@@ -257,6 +257,15 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
     }
 }
 
+void PgCommandQueue::cancel(std::int64_t id)
+{
+    m_db.run(std::string("UPDATE ") + kCommandTable
+            + " SET state = 'withdrawn', message = 'cancelled by its operator', done_at = now() "
+              "WHERE id = $1::text::bigint AND state IN ('queued', 'running')",
+        {std::to_string(id)}, "withdraw a command");
+    sweepParts(m_db);
+}
+
 std::int64_t PgCommandQueue::workersConnected()
 {
     auto count = m_db.run("SELECT count(*)::text FROM pg_stat_activity WHERE datname = current_database() AND application_name = $1::text",

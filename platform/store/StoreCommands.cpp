@@ -187,19 +187,51 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
     if (m_impl->commandQueued) {
         m_impl->commandQueued();
     }
-    const auto outcome = queue.await(id, m_impl->commandTimeout, m_impl->progress);
-    if (!outcome.succeeded && !outcome.ran) {
-        // No worker ran it, so none told of its failure: this side does.
+    // Tells the command's failure hook of a failure that no worker ran it into.
+    const auto toldFailed = [&](const std::string& message, const std::string& reason) {
         const auto found = m_impl->commands.find(name);
         if (found != m_impl->commands.end() && found->second.failed) {
             const auto words = commandWords(sentence);
             CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), client};
             try {
-                found->second.failed(context, outcome.message, outcome.reason);
+                found->second.failed(context, message, reason);
             } catch (const std::exception&) {
                 // The failure itself is what the caller must hear of.
             }
         }
+    };
+    // What the progress observer throws is the operator cancelling: the
+    // command and its parts are withdrawn, so that nobody runs them for nothing.
+    // (A server out of reach is left alone: its command is withdrawn once its
+    // client is unseen for long enough.)
+    bool cancelled = false;
+    CommandProgress progress;
+    if (m_impl->progress) {
+        progress = [&](int done, int total) {
+            try {
+                m_impl->progress(done, total);
+            } catch (...) {
+                cancelled = true;
+                throw;
+            }
+        };
+    }
+    CommandOutcome outcome;
+    try {
+        outcome = queue.await(id, m_impl->commandTimeout, progress);
+    } catch (...) {
+        if (cancelled) {
+            try {
+                queue.cancel(id);
+            } catch (const std::exception&) {
+                // Out of reach after all: withdrawn later, as above.
+            }
+        }
+        throw;
+    }
+    if (!outcome.succeeded && !outcome.ran) {
+        // No worker ran it, so none told of its failure: this side does.
+        toldFailed(outcome.message, outcome.reason);
     }
     if (!outcome.succeeded) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message, outcome.reason);

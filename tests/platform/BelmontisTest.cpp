@@ -150,7 +150,7 @@ TEST_F(Belmontis, AJobNotDoneFailsToTheCallerAMissingStatementIsToldToTheHost)
     EXPECT_EQ(m_host.failures.size(), 1u);
     EXPECT_EQ(filesIn(root() / "spool").size(), 1u);
     const Variant done = control->invoke("Compte_Rendu", {});
-    EXPECT_EQ(std::get<std::string>(done), "1 bordereau enregistré dans " + (root() / "spool" / "Bordereaux_001P_202611_1.pdf").string());
+    EXPECT_EQ(std::get<std::string>(done), "Dossier " + (root() / "spool").string() + " : 1 bordereau enregistré dans Bordereaux_001P_202611_1.pdf");
     // Nothing found: nothing spooled, and the host hears of it.
     edit(*control, entries({{"099", "X"}}));
     EXPECT_EQ(filesIn(root() / "spool").size(), 1u);

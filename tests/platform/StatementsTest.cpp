@@ -12,6 +12,7 @@
 #include "Format.h"
 #include "PdfArchive.h"
 #include "StatementFiles.h"
+#include "StatementLayout.h"
 #include "PlatformTestSupport.h"
 #include "StatementRenderer.h"
 #include "ThrowsDbaError.h"
@@ -293,6 +294,27 @@ TEST_F(StatementRendering, RowsAreNeverCutAndTotalsAreCarriedFromPageToPage)
         }
     }
     EXPECT_EQ(seen, rows);
+}
+
+// Up to 999 999 999,99 € an amount stays whole on one line of its cell, and
+// so do the quantity and the unit price beside it.
+TEST_F(StatementRendering, TheLargestAmountsStayOnOneLine)
+{
+    StatementData data = sample(3);
+    data.lines[0].amountCents = 99999999999;
+    data.lines[1].unitPriceCents = 1234567890;
+    data.lines[2].quantityHundredths = 99999999999;
+    LayoutContext context;
+    const StatementLayout layout = layOut(context, data, QSizeF(LayoutContext::points(510), LayoutContext::points(760)));
+    for (std::size_t r = 0; r < layout.cells.size(); ++r) {
+        for (std::size_t c = 3; c < 6; ++c) {
+            EXPECT_EQ(layout.cells[r][c].lineCount(), 1) << "row " << r << ", column " << c << ": "
+                                                         << plain(layout.cells[r][c].layout->text());
+        }
+    }
+    EXPECT_EQ(plain(layout.cells[0][5].layout->text()), "999 999 999,99 €");
+    const auto file = write({data});
+    EXPECT_NE(plain(QString::fromStdString(testsupport::pdfText(file))).find("999 999 999,99 €"), std::string::npos);
 }
 
 TEST_F(StatementRendering, ARowTallerThanAPageGoesOnMarkedSuite)

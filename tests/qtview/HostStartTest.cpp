@@ -9,12 +9,16 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDialog>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
 #include <QPushButton>
 #include <QStatusBar>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include "CommandProgressDatabase.h"
 #include "DatabaseChooser.h"
@@ -26,6 +30,7 @@
 #include "Launcher.h"
 #include "Rights.h"
 #include "Fixtures.h"
+#include "PrintingMenu.h"
 #include "StatusText.h"
 #include "Store.h"
 #include "TestHost.h"
@@ -105,8 +110,8 @@ protected:
 
     static QString status(HostWindow& window)
     {
-        const auto parts = window.statusBar()->findChildren<StatusText*>();
-        return parts.isEmpty() ? QString() : parts.front()->fullText();
+        const auto* rights = window.statusBar()->findChild<StatusText*>(QStringLiteral("DroitImpression"));
+        return rights ? rights->fullText() : QString();
     }
 
     QTemporaryDir dir;
@@ -194,18 +199,34 @@ TEST_F(HostStartTest, TheStatusLineTellsWhoMayPrint)
         EXPECT_TRUE(window->windowTitle().contains(QString::fromStdString(user)));
         EXPECT_TRUE(window->statusBar()->isVisible());
         QCoreApplication::processEvents();
-        // However long, the status line stays within the screen's width, cut
-        // short, its whole text in a tooltip.
+        // However long, the status line stays within the screen's width: the
+        // last run on two lines, its start (the job number) whole, the rest
+        // cut short, and its whole text in a tooltip.
         auto* paper = window->statusBar()->findChild<StatusText*>(QStringLiteral("StatutImpression"));
         ASSERT_NE(paper, nullptr);
-        paper->setFullText(QStringLiteral("1500 bordereaux envoyés à l'imprimante calvarine-pdf-du-deuxieme-etage (travail n° 123456)"));
+        const QString printer = QStringLiteral("calvarine-pdf-du-deuxieme-etage-aile-ouest-bureau-des-archives-de-la-caisse");
+        paper->setFullText(QStringLiteral("Travail n° 123456 : 1500 bordereaux envoyés à l'imprimante %1 (en attente), état inconnu : %1")
+                               .arg(printer));
         QCoreApplication::processEvents();
         EXPECT_EQ(window->width(), window->view().width());
         for (StatusText* part : window->statusBar()->findChildren<StatusText*>()) {
             EXPECT_LE(part->geometry().right(), window->statusBar()->contentsRect().right()) << part->fullText().toStdString();
-            EXPECT_EQ(part->toolTip(), part->text() == part->fullText() ? QString() : part->fullText());
+            EXPECT_EQ(part->toolTip(), part->fullText());
+            for (const QString& line : part->text().split(QLatin1Char('\n'))) {
+                EXPECT_LE(part->fontMetrics().horizontalAdvance(line), part->contentsRect().width()) << line.toStdString();
+            }
         }
+        EXPECT_EQ(paper->text().count(QLatin1Char('\n')), 1) << paper->text().toStdString();
+        EXPECT_TRUE(paper->text().startsWith(QStringLiteral("Travail n° 123456 : 1500 bordereaux"))) << paper->text().toStdString();
         EXPECT_TRUE(paper->text().endsWith(QStringLiteral("…"))) << paper->text().toStdString();
+        EXPECT_GE(paper->height(), 2 * paper->fontMetrics().height());
+        // The keyboard reaches the whole text through Fichier ▸ Dernier résultat….
+        auto* last = window->findChild<QAction*>(QStringLiteral("DernierResultat"));
+        ASSERT_NE(last, nullptr);
+        last->trigger();
+        ASSERT_EQ(host->boxes.size(), 1u);
+        EXPECT_EQ(QString::fromStdString(host->boxes.back().text), paper->fullText());
+        host->boxes.clear();
         window->grab().save(QStringLiteral(CALVARINE_TEST_OUTPUT "/window-%1.png").arg(QString::fromStdString(user)));
     }
 }
@@ -234,9 +255,28 @@ TEST_F(HostStartTest, TheWindowGivesTheControlItsOutputsItsHelpAndItsEnd)
     EXPECT_EQ(filesIn("FUSION").size(), 5u);
     ASSERT_EQ(host->boxes.size(), 1u);
     EXPECT_EQ(host->boxes.back().title, "Message TRIVALDEN");
+    // Each run's outcome replaces the last one's on the status line, the folder first.
+    const QString fusion = QString::fromStdString((root() / "FUSION").string());
+    EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("Dossier FUSION %1 : 5 fichiers générés, de ").arg(fusion)))
+        << window->paperStatus().toStdString();
     reissue("Opt_Papier");
     ASSERT_EQ(filesIn("spool").size(), 1u);
     EXPECT_EQ(filesIn("spool").front().rfind("Bordereaux_001P_", 0), 0u) << filesIn("spool").front();
+    EXPECT_EQ(window->paperStatus(), QStringLiteral("Dossier %1 : 5 bordereaux enregistrés dans %2")
+                                         .arg(QString::fromStdString((root() / "spool").string()), QString::fromStdString(filesIn("spool").front())));
+    // While the next run is under way the last outcome is gone: a run that
+    // then ends in nothing cannot leave the previous one standing.
+    window->printing().previewAction()->setChecked(true);
+    QString duringRun = QStringLiteral("no preview");
+    answerDialog(QStringLiteral("ApercuAvantImpression"), [&](QDialog& preview) {
+        duringRun = window->paperStatus();
+        preview.reject();
+    });
+    reissue("Opt_Papier");
+    EXPECT_EQ(duringRun, QString());
+    EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("Rien n'a été imprimé : impression annulée"))) << window->paperStatus().toStdString();
+    window->printing().previewAction()->setChecked(false);
+    host->boxes.clear();
 
     host->menuChoices.push_back("Mnu_Sommaire");
     screen.operatorMouseDown(screen.get("UserControl"), 2);
@@ -258,6 +298,53 @@ TEST_F(HostStartTest, TheWindowGivesTheControlItsOutputsItsHelpAndItsEnd)
     EXPECT_FALSE(window->isVisible());
     EXPECT_TRUE(window->control().W_Sortir);
     EXPECT_TRUE(window->control().terminated());
+}
+
+// The window's menus from the keyboard wherever the focus is, edit fields
+// included, while the field keeps every key that types; the pop-up menu opened
+// by a key stands under the focused control, not at the pointer.
+TEST_F(HostStartTest, TheMenusAnswerTheKeyboardFromAnyField)
+{
+    ScriptedLauncher launcher(options());
+    const auto window = launcher.start(database("calvarine.db").string());
+    ASSERT_NE(window, nullptr);
+    window->show();
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    auto* entity = qobject_cast<QLineEdit*>(window->view().widget("Txt_Entite"));
+    ASSERT_NE(entity, nullptr);
+    entity->setFocus();
+    QCoreApplication::processEvents();
+    ASSERT_EQ(QApplication::focusWidget(), entity);
+
+    QTest::keyClick(entity, Qt::Key_F, Qt::AltModifier);
+    auto* opened = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+    ASSERT_NE(opened, nullptr) << "Alt+F opens Fichier from the entity's field";
+    EXPECT_EQ(opened, &window->printing().menu());
+    QTest::keyClick(opened, Qt::Key_Escape);
+    QTest::keyClick(window->menuBar(), Qt::Key_Escape);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(QApplication::activePopupWidget(), nullptr);
+    EXPECT_EQ(entity->text(), QString()) << "Alt+F typed nothing";
+
+    // The field's own keys are still its own: characters type.
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    entity->setFocus();
+    QCoreApplication::processEvents();
+    ASSERT_EQ(QApplication::focusWidget(), entity);
+    QTest::keyClicks(entity, "00");
+    EXPECT_EQ(window->control().Controls().get("Txt_Entite").text(), "00");
+
+    QCursor::setPos(window->mapToGlobal(QPoint(window->width() - 5, window->height() - 5)));
+    host->menuChoices.push_back({});
+    QTest::keyClick(entity, Qt::Key_F10, Qt::ShiftModifier);
+    ASSERT_EQ(host->menus.size(), 1u) << "Shift+F10 opens the pop-up menu";
+    EXPECT_EQ(host->menuPositions.back(), entity->mapToGlobal(QPoint(0, entity->height())));
+    host->menuChoices.push_back({});
+    QTest::keyClick(entity, Qt::Key_Menu);
+    ASSERT_EQ(host->menus.size(), 2u) << "so does the Menu key";
+    EXPECT_EQ(host->menuPositions.back(), entity->mapToGlobal(QPoint(0, entity->height())));
 }
 
 // Enter on "Imprimer", Enter on the box of files: the reset leaves the focus on

@@ -54,7 +54,8 @@ int main(int argc, char** argv)
     QApplication::processEvents();
 
     const QRect room = view.QWidget::screen()->availableGeometry();
-    const QSize window = view.size() + ScreenView::kWindowChrome;
+    // The window's bars shrink as the screen does (see ScreenView::shrink).
+    const QSize window = view.size() + ScreenView::kWindowChrome * view.shrink();
     require(window.width() <= room.width() && window.height() <= room.height(),
         QStringLiteral("the window (%1 x %2 with its frame) is larger than the screen's room (%3 x %4)")
             .arg(window.width()).arg(window.height()).arg(room.width()).arg(room.height()));

@@ -2,6 +2,7 @@
 // that shows its progress and ends with a box the operator can use.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include <QScreen>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include "CommandProgressWindow.h"
 #include "Demo.h"
@@ -274,6 +276,64 @@ TEST_F(GraphicRunTest, FifteenHundredStatementsShowProgressAndEndInAUsableBox)
     EXPECT_EQ(host->boxes[0].icon, QMessageBox::Information);
     EXPECT_TRUE(usable);
     EXPECT_EQ(opened, std::vector<fs::path>{store->fusionDirectory()});
+    EXPECT_TRUE(window->view().isEnabled());
+}
+
+// Annuler in the progress window ends the run at its next report: the files of
+// the earlier run stay as they were, none of this one is published, and the
+// operator reads why under the control's message and on the status line.
+TEST_F(GraphicRunTest, AnnulerPublishesNothingAndSaysSo)
+{
+    ASSERT_TRUE(window->start());
+    auto& screen = window->control().Controls();
+    const auto fileRun = [&](std::initializer_list<std::int16_t> rows) {
+        screen.moveFocus(&screen.get("Txt_Entite"));
+        for (const char c : std::string("001")) {
+            screen.get("Txt_Entite").operatorKey(c);
+        }
+        screen.operatorClick(screen.get("Opt_Prest"));
+        for (const std::int16_t row : rows) {
+            screen.operatorListDoubleClick(screen.get("Lst_OrgaPos"), row);
+        }
+        screen.operatorClick(screen.get("Opt_Fichier"));
+        screen.operatorClick(screen.get("Cmd_Imprimer"));
+    };
+    const auto published = [&] {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(store->fusionDirectory())) {
+            if (entry.path().extension() == ".pdf") {
+                names.push_back(entry.path().filename().string());
+            }
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    fileRun({0});
+    const auto before = published();
+    ASSERT_EQ(before.size(), 1u);
+    host->boxes.clear();
+
+    host->setCommandProgressTiming(std::chrono::milliseconds(0), std::chrono::milliseconds(0));
+    bool pressed = false;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &poll, [&] {
+        if (CommandProgressWindow* progress = host->commandProgressWindow(); progress && !pressed) {
+            pressed = true;
+            EXPECT_FALSE(progress->cancelButton()->isDefault());
+            QTest::keyClick(progress->cancelButton(), Qt::Key_Space);
+            EXPECT_TRUE(progress->cancelled());
+        }
+    });
+    poll.start(0);
+    fileRun({1, 2, 3});
+    poll.stop();
+    ASSERT_TRUE(pressed) << "the progress window showed";
+    EXPECT_EQ(host->commandProgressWindow(), nullptr);
+    EXPECT_EQ(published(), before);
+    ASSERT_EQ(host->boxes.size(), 1u);
+    EXPECT_EQ(host->boxes[0].icon, QMessageBox::Warning) << host->boxes[0].text;
+    EXPECT_TRUE(window->paperStatus().contains(QStringLiteral("aucun fichier généré"))) << window->paperStatus().toStdString();
+    EXPECT_TRUE(window->paperStatus().contains(QStringLiteral("annulée par l'opérateur"))) << window->paperStatus().toStdString();
     EXPECT_TRUE(window->view().isEnabled());
 }
 

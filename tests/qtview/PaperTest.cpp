@@ -87,21 +87,6 @@ std::string pdfPageText(const fs::path& pdf, int page)
     return pdfTool(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), QStringLiteral("-f"), n, QStringLiteral("-l"), n}, pdf);
 }
 
-// Answers the next modal dialog of that name as answer says, once it shows.
-void answerDialog(const QString& name, std::function<void(QDialog&)> answer)
-{
-    auto* timer = new QTimer(qApp);
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, name, answer] {
-        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
-        if (dialog && dialog->objectName() == name) {
-            timer->deleteLater();
-            timer->stop();
-            answer(*dialog);
-        }
-    });
-    timer->start(10);
-}
-
 // An operator at the window, printing on paper through a private CUPS server
 // (scripts/cups-server, started by the ctest fixture) whose default queue
 // keeps every job it is given as out/job-<id>.pdf.
@@ -193,9 +178,8 @@ protected:
     fs::path printedJob()
     {
         const QString status = window->paperStatus();
-        const auto at = status.indexOf(QStringLiteral("travail n° "));
-        EXPECT_GE(at, 0) << status.toStdString();
-        const int id = status.mid(at + 11).section(QLatin1Char(')'), 0, 0).section(QLatin1Char(','), 0, 0).toInt();
+        EXPECT_TRUE(status.startsWith(QStringLiteral("Travail n° "))) << status.toStdString();
+        const int id = status.mid(11).section(QLatin1Char(' '), 0, 0).toInt();
         const fs::path job = kCups / "out" / ("job-" + std::to_string(id) + ".pdf");
         for (int i = 0; i < 100 && !fs::exists(job); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -327,6 +311,58 @@ TEST_F(PaperTest, ThePrinterChoiceIsRememberedAndGoesWithTheJob)
 }
 
 // A confirmed run is one job on the default queue, the statements in the selection's order.
+// Above the threshold set in Fichier ▸ Imprimante… a paper run waits for the
+// operator, who is told its pages and printer: Enter cancels, Imprimer sends.
+// The preview is confirmation enough.
+TEST_F(PaperTest, ALongRunIsConfirmedNamingItsPagesAndPrinter)
+{
+    PaperChoice choice = window->printing().choice();
+    choice.printer = "calvarine-pdf";
+    choice.copies = 2;
+    choice.confirmAbove = 3;
+    window->printing().remember(choice);
+    const auto invoices = selectTwoStatements();
+    const auto before = jobs();
+    QString asked;
+    answerDialog(QStringLiteral("ConfirmationImpression"), [&asked](QDialog& box) {
+        asked = static_cast<QMessageBox&>(box).text();
+        QTest::keyClick(&box, Qt::Key_Return);
+    });
+    printOnPaper();
+    EXPECT_EQ(asked, QStringLiteral("Ce travail compte 2 pages, à imprimer sur l'imprimante « calvarine-pdf » en 2 exemplaires, soit 4 pages.\n\n"
+                                    "Lancer l'impression ?"));
+    expectRefused(before, "Impression annulée : rien n'a été imprimé.", QMessageBox::Information);
+
+    answerDialog(QStringLiteral("ConfirmationImpression"), [](QDialog& box) {
+        auto* print = box.findChild<QPushButton*>();
+        for (QPushButton* button : box.findChildren<QPushButton*>()) {
+            if (button->text() == QStringLiteral("&Imprimer")) {
+                print = button;
+            }
+        }
+        print->click();
+    });
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    EXPECT_TRUE(fs::exists(printedJob()));
+
+    // Four pages is not above four; nor is a run confirmed in the preview asked again.
+    choice.confirmAbove = 4;
+    window->printing().remember(choice);
+    EXPECT_EQ(selectTwoStatements(), invoices);
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    EXPECT_TRUE(fs::exists(printedJob()));
+    choice.confirmAbove = 1;
+    window->printing().remember(choice);
+    window->printing().previewAction()->setChecked(true);
+    answerDialog(QStringLiteral("ApercuAvantImpression"), [](QDialog& dialog) { dialog.accept(); });
+    EXPECT_EQ(selectTwoStatements(), invoices);
+    printOnPaper();
+    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
+    EXPECT_TRUE(fs::exists(printedJob()));
+}
+
 TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
 {
     window->printing().previewAction()->setChecked(true);
@@ -346,7 +382,7 @@ TEST_F(PaperTest, ThePreviewLetsTheOperatorConfirmOrCancel)
     answerDialog(QStringLiteral("ApercuAvantImpression"), [](QDialog& dialog) { dialog.accept(); });
     printOnPaper();
     ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
-    EXPECT_TRUE(window->paperStatus().startsWith(QStringLiteral("2 bordereaux envoyés à l'imprimante calvarine-pdf (travail n° ")))
+    EXPECT_TRUE(window->paperStatus().contains(QStringLiteral(" : 2 bordereaux envoyés à l'imprimante calvarine-pdf")))
         << window->paperStatus().toStdString();
     const fs::path job = printedJob();
     ASSERT_TRUE(fs::exists(job)) << job;

@@ -10,6 +10,7 @@
 #include <QMessageBox>
 #include <QApplication>
 #include <QKeyEvent>
+#include <QDialog>
 #include <QTimer>
 
 #include "LongMessageBox.h"
@@ -36,10 +37,12 @@ public:
     bool closeByEnter = false;             // boxes run for real, each closed by the Enter key
     std::vector<std::vector<std::string>> menus; // the captions of each menu shown
     std::deque<std::string> menuChoices;         // entry names to choose, in turn
+    std::vector<QPoint> menuPositions;           // where each menu was asked to open
 
 protected:
-    QAction* execMenu(QMenu& menu) override
+    QAction* execMenu(QMenu& menu, const QPoint& at) override
     {
+        menuPositions.push_back(at);
         std::vector<std::string> captions;
         QAction* chosen = nullptr;
         const std::string wanted = menuChoices.empty() ? std::string() : menuChoices.front();
@@ -89,3 +92,18 @@ private:
         }
     }
 };
+
+// Answers the next modal dialog of that name as answer says, once it shows.
+inline void answerDialog(const QString& name, std::function<void(QDialog&)> answer)
+{
+    auto* timer = new QTimer(qApp);
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, name, answer] {
+        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (dialog && dialog->objectName() == name) {
+            timer->deleteLater();
+            timer->stop();
+            answer(*dialog);
+        }
+    });
+    timer->start(10);
+}
