@@ -1,5 +1,7 @@
 #include "Spool.h"
 
+#include "Descriptor.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,52 +23,14 @@ std::runtime_error failure(const fs::path& path, const std::string& doing)
     return std::runtime_error("cannot " + doing + " " + path.string() + ": " + std::strerror(errno));
 }
 
-class Descriptor {
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd)
-    {
-    }
-    ~Descriptor()
-    {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    Descriptor(Descriptor&& other) noexcept
-        : m_fd(std::exchange(other.m_fd, -1))
-    {
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor& operator=(Descriptor&&) = delete;
-    int get() const { return m_fd; }
-    // Closes now, so that an error of the final write is seen.
-    bool close()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return ::close(fd) == 0;
-    }
+using files::Descriptor;
 
-private:
-    int m_fd;
-};
-
+// Writes bytes whole and makes them durable.
 void writeAll(int fd, const QByteArray& bytes, const fs::path& path)
 {
-    const char* data = bytes.constData();
-    auto left = static_cast<std::size_t>(bytes.size());
-    while (left > 0) {
-        const ssize_t written = ::write(fd, data, left);
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            throw failure(path, "write");
-        }
-        data += written;
-        left -= static_cast<std::size_t>(written);
+    if (const int error = files::writeWhole(fd, std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())))) {
+        errno = error;
+        throw failure(path, "write");
     }
     if (::fsync(fd) != 0) {
         throw failure(path, "write");
@@ -116,7 +80,7 @@ fs::path publishExclusively(const QByteArray& pdf, const fs::path& folder, const
     Descriptor fd = createAside(folder, stem, aside);
     Unlinker cleanup{aside};
     writeAll(fd.get(), pdf, aside);
-    if (!fd.close()) {
+    if (fd.close() != 0) {
         throw failure(aside, "write");
     }
 
@@ -141,7 +105,7 @@ fs::path publishExclusively(const QByteArray& pdf, const fs::path& folder, const
         }
         try {
             writeAll(direct.get(), pdf, candidate);
-            if (!direct.close()) {
+            if (direct.close() != 0) {
                 throw failure(candidate, "write");
             }
         } catch (...) {

@@ -1,6 +1,8 @@
 #include "FusionBatch.h"
 #include "PublicationRecord.h"
 
+#include "Descriptor.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -50,39 +52,7 @@ bool isOurs(std::string_view name)
     return false;
 }
 
-// A file descriptor closed when it goes.
-class Descriptor {
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd)
-    {
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor()
-    {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    int get() const { return m_fd; }
-    int release()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return fd;
-    }
-    // Closes now and reports the error close(2) gives (a late write failure on some file systems).
-    int close()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return ::close(fd) == 0 ? 0 : errno;
-    }
-
-private:
-    int m_fd;
-};
+using files::Descriptor;
 
 Descriptor openDirectory(const fs::path& directory)
 {
@@ -267,15 +237,8 @@ void FusionBatch::stage(const std::string& name, std::string_view bytes)
         ::unlink(staged.c_str());
         return std::system_error(error, std::generic_category(), "cannot write " + name + " in " + m_directory.string());
     };
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(out.get(), bytes.data(), bytes.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            throw failed(errno);
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
+    if (const int error = files::writeWhole(out.get(), bytes)) {
+        throw failed(error);
     }
     struct stat status {};
     if (::fstat(out.get(), &status) != 0) {
@@ -297,18 +260,13 @@ void FusionBatch::writeRecord()
     if (out.get() < 0) {
         throwSystemError(errno, [&] { return "cannot record the publication in " + m_directory.string(); });
     }
-    std::string_view rest = text;
-    while (!rest.empty()) {
-        const ssize_t written = ::write(out.get(), rest.data(), rest.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written < 0 || ::fdatasync(out.get()) != 0) {
-            const int error = errno;
-            ::unlink(writing.c_str());
-            throwSystemError(error, [&] { return "cannot record the publication in " + m_directory.string(); });
-        }
-        rest.remove_prefix(static_cast<std::size_t>(written));
+    int error = files::writeWhole(out.get(), text);
+    if (error == 0 && ::fdatasync(out.get()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        ::unlink(writing.c_str());
+        throwSystemError(error, [&] { return "cannot record the publication in " + m_directory.string(); });
     }
     out.close();
     const std::string record = m_base + std::string(kUndo);
