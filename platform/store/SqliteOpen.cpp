@@ -153,7 +153,9 @@ SqliteEngine::SqliteEngine(const std::filesystem::path& file, OpenMode mode)
         // programs would then block each other for seconds at a time, so such a
         // database is refused rather than run slower than promised. A database
         // that another tool switched back to a rollback journal is switched again.
-        if (!readOnly && journalMode(false) != "wal" && journalMode(true) != "wal") {
+        // One in memory (no file) is a single program's own: nobody shares it.
+        const char* onDisk = sqlite3_db_filename(m_db, "main");
+        if (!readOnly && onDisk && *onDisk && journalMode(false) != "wal" && journalMode(true) != "wal") {
             refuse("the file system of " + std::filesystem::absolute(file).parent_path().string()
                 + " cannot hold the write-ahead log with which several programs share the database"
                   " (the database stays in \""
