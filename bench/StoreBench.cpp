@@ -289,25 +289,32 @@ void BM_ReadItems_PostgresUncached(benchmark::State& state)
     state.counters["reads"] = static_cast<double>(keys.size());
 }
 
+// The screen's statement query once: Select, then the organisation of each
+// statement read. Gives the number of statements.
+std::size_t queryAndReadOnce(store::Store& store, DbaFile& organisations)
+{
+    const auto result = store.select(kSentence);
+    std::size_t named = 0;
+    for (std::size_t i = 1; i <= result.attributeCount(); ++i) {
+        try {
+            named += organisations.ReadItem(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))))->attribute(1).size();
+        } catch (const DbaError& error) {
+            if (!error.isNoRecord()) {
+                throw;
+            }
+        }
+    }
+    benchmark::DoNotOptimize(named);
+    return result.attributeCount();
+}
+
 // The whole statement query of the screen, Select and ReadItems, on each engine.
 void queryAndRead(benchmark::State& state, store::Store& store)
 {
     auto organisations = store.OpenFile(FileNames::ORGPRISECHARGE);
     std::size_t keys = 0;
     for (auto _ : state) {
-        const auto result = store.select(kSentence);
-        keys = result.attributeCount();
-        std::size_t named = 0;
-        for (std::size_t i = 1; i <= keys; ++i) {
-            try {
-                named += organisations->ReadItem(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))))->attribute(1).size();
-            } catch (const DbaError& error) {
-                if (!error.isNoRecord()) {
-                    throw;
-                }
-            }
-        }
-        benchmark::DoNotOptimize(named);
+        keys = queryAndReadOnce(store, *organisations);
     }
     state.counters["keys"] = static_cast<double>(keys);
 }
@@ -351,18 +358,7 @@ void firstQueryAfterOpening(benchmark::State& state, bool server)
         auto store = openReadData(server);
         state.ResumeTiming();
         auto organisations = store->OpenFile(FileNames::ORGPRISECHARGE);
-        const auto result = store->select(kSentence);
-        std::size_t named = 0;
-        for (std::size_t i = 1; i <= result.attributeCount(); ++i) {
-            try {
-                named += organisations->ReadItem(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))))->attribute(1).size();
-            } catch (const DbaError& error) {
-                if (!error.isNoRecord()) {
-                    throw;
-                }
-            }
-        }
-        benchmark::DoNotOptimize(named);
+        queryAndReadOnce(*store, *organisations);
         state.PauseTiming();
         store.reset();
         state.ResumeTiming();
@@ -384,18 +380,7 @@ void firstQueryAfterAWrite(benchmark::State& state, bool server)
         state.PauseTiming();
         other->write(FileNames::ORGPRISECHARGE, written, "BENCH " + std::to_string(++round));
         state.ResumeTiming();
-        const auto result = store->select(kSentence);
-        std::size_t named = 0;
-        for (std::size_t i = 1; i <= result.attributeCount(); ++i) {
-            try {
-                named += organisations->ReadItem(archive::organisationOf(result.attribute(static_cast<std::int16_t>(i))))->attribute(1).size();
-            } catch (const DbaError& error) {
-                if (!error.isNoRecord()) {
-                    throw;
-                }
-            }
-        }
-        benchmark::DoNotOptimize(named);
+        queryAndReadOnce(*store, *organisations);
     }
     other->remove(FileNames::ORGPRISECHARGE, written);
 }

@@ -199,44 +199,6 @@ TEST_P(JournalTest, TheJournalMovesFromADatabaseFileToEitherEngine)
     }
 }
 
-TEST_P(JournalTest, AFailedCommandKeepsWhatItsFailureHookWritesAndNothingElse)
-{
-    if (onServer()) {
-        serveOwnCommands(db());
-    }
-    db().setClient(std::make_shared<DbaClient>("ALICE"));
-    db().registerCommand(
-        "ECRIRE",
-        [](CommandContext& context) {
-            // As the server command ends: its result and its entry in one transaction.
-            context.store.transaction([&] {
-                context.store.write("RESULTATS", context.arguments.at(0), "x");
-                Journal(context.store).append(filesEntry("ALICE", {{"012", context.arguments.at(0)}}, JournalOutcome::Done));
-                if (context.arguments.at(0) == "panne") {
-                    throw std::runtime_error("le disque est plein");
-                }
-            });
-        },
-        {},
-        [](CommandContext& context, const std::string& message, const std::string&) {
-            Journal(context.store).append(filesEntry(context.client->userName(), {{"012", context.arguments.at(0)}},
-                JournalOutcome::Refused, message));
-        });
-    std::int32_t status = 0;
-    db().Execute(std::string("P") + A + "ECRIRE bon", "", status);
-    EXPECT_THAT([&] { db().Execute(std::string("P") + A + "ECRIRE panne", "", status); },
-        ThrowsDbaError(DbaError::Kind::CommandFailed, "le disque est plein"));
-
-    EXPECT_TRUE(db().read("RESULTATS", "bon").has_value());
-    EXPECT_FALSE(db().read("RESULTATS", "panne").has_value());
-    const auto entries = Journal(db()).entries();
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].outcome, JournalOutcome::Done);
-    EXPECT_EQ(entries[1].outcome, JournalOutcome::Refused);
-    EXPECT_EQ(entries[1].statements.at(0).invoice, "panne");
-    EXPECT_EQ(entries[1].user, "ALICE");
-}
-
 CALVARINE_BOTH_ENGINES(JournalTest);
 
 // The server command's runs, as workstations ask for them.
