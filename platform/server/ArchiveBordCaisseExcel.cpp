@@ -218,7 +218,7 @@ void journalDone(store::CommandContext& context, const std::vector<RequestEntry>
     store::Journal(context.store).append(std::move(entry));
 }
 
-void journalRefused(store::CommandContext& context, const std::string& message, const std::string& reason)
+void journalFailed(store::CommandContext& context, const store::CommandFailed& failure)
 {
     std::vector<RequestEntry> entries;
     try {
@@ -227,8 +227,8 @@ void journalRefused(store::CommandContext& context, const std::string& message, 
         // The request that cannot be read is part of why the run failed: the entry says so without it.
     }
     auto entry = journalEntryOf(context, entries);
-    entry.outcome = store::JournalOutcome::Refused;
-    entry.reason = reason.empty() ? message : reason;
+    entry.outcome = failure.cancelled ? store::JournalOutcome::Cancelled : store::JournalOutcome::Refused;
+    entry.reason = failure.reason.empty() ? failure.message : failure.reason;
     store::Journal(context.store).append(std::move(entry));
 }
 
@@ -471,7 +471,7 @@ void registerArchiveBordCaisseExcel(store::Store& store)
     sweepLeftovers(store.fusionDirectory(), std::chrono::seconds(0));
     // A failed run's entry is written once its work is undone (see registerCommand).
     store.registerCommand(kArchiveBordCaisseExcel, [](store::CommandContext& context) { archiveBordCaisseExcel(context); }, clearResult,
-        journalRefused);
+        journalFailed);
     store.registerCommand(kArchiveBordCaisseExcelPart, archiveBordCaisseExcelPart);
 }
 

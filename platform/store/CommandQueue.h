@@ -55,7 +55,8 @@ public:
     // Withdraws a command its client no longer waits for (the operator
     // cancelled it), whether queued or running, and the parts it offered: its
     // worker finds it gone at its next report and keeps none of its work.
-    virtual void cancel(std::int64_t id) = 0;
+    // False when it had already ended: its outcome stands.
+    virtual bool cancel(std::int64_t id) = 0;
     // Takes the oldest waiting command, or one whose worker's lease ran out.
     virtual std::optional<QueuedCommand> claim(std::string_view worker, std::chrono::seconds lease) = 0;
     // Runs work (the command) and records its outcome in one transaction, so the

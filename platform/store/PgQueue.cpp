@@ -257,13 +257,16 @@ CommandOutcome PgCommandQueue::await(std::int64_t id, std::chrono::milliseconds 
     }
 }
 
-void PgCommandQueue::cancel(std::int64_t id)
+bool PgCommandQueue::cancel(std::int64_t id)
 {
-    m_db.run(std::string("UPDATE ") + kCommandTable
+    // The row's lock orders this against the worker's completion: one of the
+    // two finds the other's state, never both their own.
+    auto withdrawn = m_db.run(std::string("UPDATE ") + kCommandTable
             + " SET state = 'withdrawn', message = 'cancelled by its operator', done_at = now() "
-              "WHERE id = $1::text::bigint AND state IN ('queued', 'running')",
+              "WHERE id = $1::text::bigint AND state IN ('queued', 'running') RETURNING id",
         {std::to_string(id)}, "withdraw a command");
     sweepParts(m_db);
+    return PQntuples(withdrawn.get()) > 0;
 }
 
 std::int64_t PgCommandQueue::workersConnected()

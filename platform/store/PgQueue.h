@@ -38,7 +38,7 @@ public:
 
     std::int64_t enqueue(std::string_view sentence, std::string_view user, std::string_view session) override;
     CommandOutcome await(std::int64_t id, std::chrono::milliseconds timeout, const CommandProgress& progress) override;
-    void cancel(std::int64_t id) override;
+    bool cancel(std::int64_t id) override;
     std::optional<QueuedCommand> claim(std::string_view worker, std::chrono::seconds lease) override;
     bool complete(const QueuedCommand& command, const Work& work) override;
     void waitForCommands(std::chrono::milliseconds timeout) override;

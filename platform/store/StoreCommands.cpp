@@ -142,15 +142,24 @@ CommandOutcome Store::Impl::runCommand(Store& store, const std::vector<std::stri
     // Copy: the command may unregister itself while it runs.
     const Registered command = found->second;
     CommandContext context{store, fusion, std::vector<std::string>(words.begin() + 1, words.end()), client};
+    // What the progress observer throws is the operator giving the run up.
+    bool cancelled = false;
     if (commandProgress) {
-        context.progress = std::move(commandProgress);
+        context.progress = [&cancelled, observer = std::move(commandProgress)](int done, int total) {
+            try {
+                observer(done, total);
+            } catch (...) {
+                cancelled = true;
+                throw;
+            }
+        };
     }
     context.parts = parts;
     context.settled = settled;
     const auto failed = [&](CommandOutcome outcome) {
         if (command.failed) {
             try {
-                command.failed(context, outcome.message, outcome.reason);
+                command.failed(context, {outcome.message, outcome.reason, cancelled});
             } catch (const std::exception&) {
                 // The command's own failure is what the caller must hear of.
             }
@@ -187,14 +196,14 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
     if (m_impl->commandQueued) {
         m_impl->commandQueued();
     }
-    // Tells the command's failure hook of a failure that no worker ran it into.
-    const auto toldFailed = [&](const std::string& message, const std::string& reason) {
+    // Tells the command's failure hook of a failure that no worker's run recorded.
+    const auto toldFailed = [&](const CommandFailed& failure) {
         const auto found = m_impl->commands.find(name);
         if (found != m_impl->commands.end() && found->second.failed) {
             const auto words = commandWords(sentence);
             CommandContext context{*this, m_impl->fusion, std::vector<std::string>(words.begin() + 1, words.end()), client};
             try {
-                found->second.failed(context, message, reason);
+                found->second.failed(context, failure);
             } catch (const std::exception&) {
                 // The failure itself is what the caller must hear of.
             }
@@ -217,21 +226,43 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
         };
     }
     CommandOutcome outcome;
+    std::exception_ptr stopped;
     try {
         outcome = queue.await(id, m_impl->commandTimeout, progress);
     } catch (...) {
-        if (cancelled) {
-            try {
-                queue.cancel(id);
-            } catch (const std::exception&) {
-                // Out of reach after all: withdrawn later, as above.
-            }
+        if (!cancelled) {
+            throw;
         }
-        throw;
+        stopped = std::current_exception();
+    }
+    if (stopped) {
+        bool withdrawn = false;
+        try {
+            withdrawn = queue.cancel(id);
+        } catch (const std::exception&) {
+            // Out of reach after all: withdrawn later, as above.
+            std::rethrow_exception(stopped);
+        }
+        if (withdrawn) {
+            // Its worker's records are undone with its claim: the cancelled run is told here.
+            try {
+                std::rethrow_exception(stopped);
+            } catch (const DbaError& error) {
+                toldFailed({error.what(), error.reason(), true});
+            } catch (const std::exception& error) {
+                toldFailed({error.what(), {}, true});
+            } catch (...) {
+                toldFailed({"cancelled", {}, true});
+            }
+            std::rethrow_exception(stopped);
+        }
+        // It ended before the cancel reached it (Annuler pressed as the last
+        // statement was done): what it did stands, and so the operator hears it.
+        outcome = queue.await(id, m_impl->commandTimeout, {});
     }
     if (!outcome.succeeded && !outcome.ran) {
         // No worker ran it, so none told of its failure: this side does.
-        toldFailed(outcome.message, outcome.reason);
+        toldFailed({outcome.message, outcome.reason, false});
     }
     if (!outcome.succeeded) {
         throw DbaError(DbaError::Kind::CommandFailed, "Execute P " + name, outcome.message, outcome.reason);

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <filesystem>
 #include <future>
+#include <thread>
 #include <sstream>
 
 #include <QGuiApplication>
@@ -17,6 +19,7 @@
 #include "ScratchSchema.h"
 #include "StoreTestSupport.h"
 #include "ThrowsDbaError.h"
+#include "Worker.h"
 #include "database/FileNames.h"
 
 namespace store::testing {
@@ -316,6 +319,62 @@ TEST_P(JournalRuns, ARunNoWorkerTookIsRefusedByTheWorkstation)
     EXPECT_EQ(entries[0].user, "ALICE");
     EXPECT_EQ(invoicesOf(entries), (std::vector<std::string>{"F000000123"}));
     EXPECT_NE(entries[0].reason.find("aucun programme serveur"), std::string::npos) << entries[0].reason;
+}
+
+// Annuler in the progress window: the run is one cancelled entry and leaves no
+// file. On a server the worker's own records go with its withdrawn claim, so the
+// workstation writes the entry; a run that ended before the cancel reached it
+// stands, and Execute says so rather than that it was cancelled.
+TEST_P(JournalRuns, ACancelledRunIsOneCancelledEntryAndARunThatEndedFirstStands)
+{
+    const auto cancelling = [](Store& store) {
+        store.setCommandProgress([](int, int) {
+            throw DbaError(DbaError::Kind::CommandFailed, "Execute", "cancelled by the operator", "annulée par l'opérateur");
+        });
+    };
+    auto alice = m_database.connect();
+    alice->setClient(std::make_shared<DbaClient>("ALICE"));
+    server::registerArchiveBordCaisseExcel(*alice);
+    cancelling(*alice);
+    std::future<void> worker;
+    if (onServer()) {
+        // A worker whose run goes on reporting until it finds itself withdrawn.
+        worker = std::async(std::launch::async, [this] {
+            auto own = m_database.connect();
+            own->registerCommand("ARCHIVEBORDCAISSEEXCEL", [](CommandContext& context) {
+                for (int done = 1; done <= 1000; ++done) {
+                    context.progress(done, 1000);
+                    std::this_thread::sleep_for(milliseconds(10));
+                }
+                ADD_FAILURE() << "the worker never heard of the cancel";
+            });
+            const auto until = steady_clock::now() + seconds(10);
+            while (!Worker(*own).runQueuedCommand("worker", seconds(3)) && steady_clock::now() < until) {
+                Worker(*own).waitForCommands(milliseconds(100));
+            }
+        });
+    }
+    EXPECT_THAT([&] { run(*alice, {{"012", "F000000123"}}); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "cancelled by the operator"));
+    if (worker.valid()) {
+        worker.get();
+    }
+    auto entries = Journal(db()).entries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].outcome, JournalOutcome::Cancelled);
+    EXPECT_EQ(entries[0].reason, "annulée par l'opérateur");
+    EXPECT_EQ(invoicesOf(entries), (std::vector<std::string>{"F000000123"}));
+    EXPECT_TRUE(std::filesystem::is_empty(alice->fusionDirectory()));
+
+    if (onServer()) {
+        // Its own worker ends the run before the workstation hears of its progress.
+        auto bernard = workstation("BERNARD");
+        cancelling(*bernard);
+        run(*bernard, {{"012", "F000000123"}});
+        entries = Journal(db()).entries();
+        ASSERT_EQ(entries.size(), 2u);
+        EXPECT_EQ(entries[1].outcome, JournalOutcome::Done);
+        EXPECT_TRUE(std::filesystem::exists(bernard->fusionDirectory() / "001P_202611_012_F000000123.pdf"));
+    }
 }
 
 CALVARINE_BOTH_ENGINES(JournalRuns);

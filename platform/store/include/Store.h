@@ -59,9 +59,14 @@ struct CommandContext {
 // A server command. Throws (DbaError or any std::exception) on failure; Execute
 // then fails with DbaError CommandFailed carrying the command's message.
 using ServerCommand = std::function<void(CommandContext&)>;
-// Told that a server command failed, once its records are undone: its message
-// and the cause in an operator's words when known (see DbaError::reason).
-using CommandFailure = std::function<void(CommandContext&, const std::string& message, const std::string& reason)>;
+// Why a server command ended without its result.
+struct CommandFailed {
+    std::string message;    // for the logs
+    std::string reason;     // the cause in an operator's words, when known (see DbaError::reason)
+    bool cancelled = false; // the operator gave the run up (the host's progress observer threw)
+};
+// Told that a server command failed, once its records are undone.
+using CommandFailure = std::function<void(CommandContext&, const CommandFailed&)>;
 
 // Told while a call waits on a shared server for longer than a quick answer
 // takes (an answer that does not come, a lost connection made again), so that
