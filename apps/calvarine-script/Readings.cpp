@@ -106,9 +106,10 @@ std::vector<Session::Reading> Session::readEverything()
     // The working records the control handed to the server command.
     try {
         m_store->forEachStored("TEMPO", [&](std::string_view key, std::string_view record) {
-            // Stored under the key with the workstation session's mark, which
-            // differs from one pass to the other: read as the control names it.
-            if (const auto mark = key.rfind("@s"); mark != std::string_view::npos) {
+            // Stored under the key with the workstation session's mark (after
+            // the last '@'), which differs from one pass to the other: read as
+            // the control names it.
+            if (const auto mark = key.rfind('@'); mark != std::string_view::npos) {
                 key = key.substr(0, mark);
             }
             add("record TEMPO " + quote(key), Value::of(showMarks(record)));
