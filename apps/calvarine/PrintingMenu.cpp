@@ -9,11 +9,13 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QLabel>
 #include <QMainWindow>
 #include <QMenuBar>
-#include <QPrinterInfo>
 #include <QSettings>
 #include <QSpinBox>
+
+#include "CupsJob.h"
 
 namespace {
 
@@ -90,7 +92,17 @@ void PrintingMenu::choosePrinter()
     auto* printer = new QComboBox(&dialog);
     printer->setObjectName(QStringLiteral("Imprimante"));
     printer->addItem(QStringLiteral("Imprimante par défaut du système"), QString());
-    const QStringList names = QPrinterInfo::availablePrinterNames();
+    // Asked of the print server with a bounded wait: one that does not answer
+    // is said in the dialog, which stays usable with the choices it has.
+    QStringList names;
+    QString unanswered;
+    try {
+        for (const std::string& name : belmontis::printerNames()) {
+            names << QString::fromStdString(name);
+        }
+    } catch (const belmontis::PrintFailure& failure) {
+        unanswered = QString::fromStdString(failure.what());
+    }
     for (const QString& name : names) {
         printer->addItem(name, name);
     }
@@ -123,6 +135,12 @@ void PrintingMenu::choosePrinter()
     connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
     auto* form = new QFormLayout(&dialog);
+    if (!unanswered.isEmpty()) {
+        auto* said = new QLabel(QStringLiteral("Liste des imprimantes incomplète : %1.").arg(unanswered), &dialog);
+        said->setObjectName(QStringLiteral("ServeurImpression"));
+        said->setWordWrap(true);
+        form->addRow(said);
+    }
     form->addRow(QStringLiteral("Imprimante :"), printer);
     form->addRow(QStringLiteral("Copies :"), copies);
     form->addRow(QString(), duplex);

@@ -77,19 +77,64 @@ std::string lastReason()
     return statusInFrench(status) + " (réponse du serveur " + serverName() + " : " + detail + ")";
 }
 
-// Why the server cannot be reached, or nothing when it can. CUPS answers "no
-// such printer" alike for a server that is down, so this is asked directly.
-std::optional<std::string> unreachable()
-{
-    http_t* http = httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1, 5000, nullptr);
-    if (http) {
-        httpClose(http);
-        return std::nullopt;
+// How long a call waits for the print server to answer or take data. A server
+// that takes the connection and then says nothing (frozen, overloaded) would
+// otherwise hold the operator's window for minutes.
+constexpr double kSilenceSeconds = 10;
+
+// One connection to the print server, whose every wait is bounded. Made
+// directly rather than through CUPS's default connection, which answers "no
+// such printer" alike for a server that is down.
+class Connection {
+public:
+    // Throws PrintFailure when the server cannot be reached; printer, when
+    // given, is named in the message.
+    explicit Connection(const std::string& printer = {})
+        : m_printer(printer)
+        , m_http(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1, 5000, nullptr))
+    {
+        if (!m_http) {
+            // The system's words (English) only as the detail.
+            const char* why = cupsLastErrorString();
+            throw PrintFailure("le serveur d'impression " + serverName() + " est injoignable" + printerNamed()
+                + " : pas de réponse" + (why && *why ? std::string(" (« ") + why + " »)" : std::string()));
+        }
+        httpSetTimeout(m_http.get(), kSilenceSeconds, &Connection::giveUp, this);
     }
-    // The system's words (English) only as the detail.
-    const char* why = cupsLastErrorString();
-    return std::string("pas de réponse") + (why && *why ? std::string(" (« ") + why + " »)" : std::string());
-}
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    http_t* get() const { return m_http.get(); }
+    // Whether the server fell silent during a call, and the words for it.
+    bool silent() const { return m_silent; }
+    std::string silence() const
+    {
+        return "le serveur d'impression " + serverName() + " ne répond pas" + printerNamed() + " : aucune réponse en "
+            + std::to_string(static_cast<int>(kSilenceSeconds)) + " s";
+    }
+    // Throws PrintFailure when the server fell silent during a call.
+    void checkAnswered() const
+    {
+        if (m_silent) {
+            throw PrintFailure(silence());
+        }
+    }
+
+private:
+    static int giveUp(http_t*, void* self)
+    {
+        static_cast<Connection*>(self)->m_silent = true;
+        return 0;
+    }
+    std::string printerNamed() const { return m_printer.empty() ? std::string() : " (imprimante " + m_printer + ")"; }
+
+    struct Closer {
+        void operator()(http_t* http) const { httpClose(http); }
+    };
+    std::string m_printer;
+    std::unique_ptr<http_t, Closer> m_http;
+    bool m_silent = false;
+};
 
 struct DestDeleter {
     void operator()(cups_dest_t* dest) const { cupsFreeDests(1, dest); }
@@ -111,16 +156,16 @@ struct JobState {
     std::string why;
 };
 
-JobState jobState(int id)
+JobState jobState(Connection& server, int id)
 {
     char uri[HTTP_MAX_URI];
     httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost", ippPort(), "/jobs/%d", id);
     ipp_t* request = ippNewRequest(IPP_OP_GET_JOB_ATTRIBUTES);
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "job-uri", nullptr, uri);
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
-    const Ipp response(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
+    const Ipp response(cupsDoRequest(server.get(), request, "/"));
     if (!response || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
-        throw PrintFailure("le serveur d'impression n'a pas donné l'état du travail : " + lastReason());
+        throw PrintFailure("le serveur d'impression n'a pas donné l'état du travail : " + (server.silent() ? server.silence() : lastReason()));
     }
     JobState result;
     if (ipp_attribute_t* state = ippFindAttribute(response.get(), "job-state", IPP_TAG_ENUM)) {
@@ -142,15 +187,13 @@ JobState jobState(int id)
 
 std::string choosePrinter(const std::string& wanted)
 {
-    const Dest dest(cupsGetNamedDest(CUPS_HTTP_DEFAULT, wanted.empty() ? nullptr : wanted.c_str(), nullptr));
+    Connection server(wanted);
+    const Dest dest(cupsGetNamedDest(server.get(), wanted.empty() ? nullptr : wanted.c_str(), nullptr));
+    server.checkAnswered();
     if (dest) {
         return dest->name;
     }
     const std::string reason = lastReason();
-    if (const auto why = unreachable()) {
-        throw PrintFailure("le serveur d'impression " + serverName() + " est injoignable"
-            + (wanted.empty() ? std::string() : " (imprimante " + wanted + ")") + " : " + *why);
-    }
     if (!wanted.empty()) {
         throw PrintFailure("l'imprimante " + wanted + " n'existe pas : " + reason
             + ". Choisissez-en une autre par Fichier ▸ Imprimante…");
@@ -158,15 +201,34 @@ std::string choosePrinter(const std::string& wanted)
     throw PrintFailure(kNoPrinter);
 }
 
+std::vector<std::string> printerNames()
+{
+    Connection server;
+    cups_dest_t* dests = nullptr;
+    const int count = cupsGetDests2(server.get(), &dests);
+    std::vector<std::string> names;
+    for (int i = 0; i < count; ++i) {
+        if (!dests[i].instance) {
+            names.emplace_back(dests[i].name);
+        }
+    }
+    cupsFreeDests(count, dests);
+    server.checkAnswered();
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 QPageSize paperOf(const std::string& printer)
 {
-    const Dest dest(cupsGetNamedDest(CUPS_HTTP_DEFAULT, printer.c_str(), nullptr));
+    Connection server(printer);
+    const Dest dest(cupsGetNamedDest(server.get(), printer.c_str(), nullptr));
     if (!dest) {
+        server.checkAnswered();
         return QPageSize(QPageSize::A4);
     }
-    if (cups_dinfo_t* info = cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get())) {
+    if (cups_dinfo_t* info = cupsCopyDestInfo(server.get(), dest.get())) {
         cups_size_t size{};
-        const bool known = cupsGetDestMediaDefault(CUPS_HTTP_DEFAULT, dest.get(), info, 0, &size) != 0;
+        const bool known = cupsGetDestMediaDefault(server.get(), dest.get(), info, 0, &size) != 0;
         cupsFreeDestInfo(info);
         if (known && size.width > 0 && size.length > 0) {
             // Hundredths of a millimetre; a standard size when it is one.
@@ -177,12 +239,17 @@ QPageSize paperOf(const std::string& printer)
             }
         }
     }
+    server.checkAnswered();
     return QPageSize(QPageSize::A4);
 }
 
 SubmittedJob submitPdf(const std::string& printer, const std::string& title, const QByteArray& pdf, const PaperOptions& options)
 {
+    Connection server(printer);
     auto refused = [&](const std::string& doing) {
+        if (server.silent()) {
+            return PrintFailure("l'imprimante " + printer + " n'a pas reçu le travail (" + doing + ") : " + server.silence());
+        }
         return PrintFailure("l'imprimante " + printer + " a refusé le travail (" + doing + ") : " + lastReason());
     };
 
@@ -190,7 +257,7 @@ SubmittedJob submitPdf(const std::string& printer, const std::string& title, con
     int count = 0;
     count = cupsAddOption("copies", std::to_string(std::max(1, options.copies)).c_str(), count, &settings);
     count = cupsAddOption("sides", options.duplex ? "two-sided-long-edge" : "one-sided", count, &settings);
-    const int id = cupsCreateJob(CUPS_HTTP_DEFAULT, printer.c_str(), title.c_str(), count, settings);
+    const int id = cupsCreateJob(server.get(), printer.c_str(), title.c_str(), count, settings);
     cupsFreeOptions(count, settings);
     if (id <= 0) {
         throw refused("création");
@@ -199,23 +266,24 @@ SubmittedJob submitPdf(const std::string& printer, const std::string& title, con
     // has when its wait runs out: a cancel that fails is said with the failure.
     auto failed = [&](const std::string& doing, bool midDocument = false) {
         const PrintFailure failure = refused(doing);
-        if (midDocument) {
-            cupsFinishDocument(CUPS_HTTP_DEFAULT, printer.c_str());
+        // Ending the document on a silent server would wait as long again: the cancel is what matters.
+        if (midDocument && !server.silent()) {
+            cupsFinishDocument(server.get(), printer.c_str());
         }
-        if (cupsCancelJob2(CUPS_HTTP_DEFAULT, printer.c_str(), id, 0) != IPP_STATUS_OK) {
+        if (cupsCancelJob2(server.get(), printer.c_str(), id, 0) != IPP_STATUS_OK) {
             return PrintFailure(std::string(failure.what()) + " ; le travail " + std::to_string(id)
                 + " n'a pas pu être annulé (" + lastReason() + ") : annulez-le dans la file de l'imprimante");
         }
         return failure;
     };
 
-    if (cupsStartDocument(CUPS_HTTP_DEFAULT, printer.c_str(), id, title.c_str(), CUPS_FORMAT_PDF, 1) != HTTP_STATUS_CONTINUE) {
+    if (cupsStartDocument(server.get(), printer.c_str(), id, title.c_str(), CUPS_FORMAT_PDF, 1) != HTTP_STATUS_CONTINUE) {
         throw failed("envoi du document");
     }
-    if (cupsWriteRequestData(CUPS_HTTP_DEFAULT, pdf.constData(), static_cast<std::size_t>(pdf.size())) != HTTP_STATUS_CONTINUE) {
+    if (cupsWriteRequestData(server.get(), pdf.constData(), static_cast<std::size_t>(pdf.size())) != HTTP_STATUS_CONTINUE) {
         throw failed("envoi du document", true);
     }
-    if (cupsFinishDocument(CUPS_HTTP_DEFAULT, printer.c_str()) > IPP_STATUS_OK_CONFLICTING) {
+    if (cupsFinishDocument(server.get(), printer.c_str()) > IPP_STATUS_OK_CONFLICTING) {
         throw failed("fin du document");
     }
 
@@ -229,7 +297,7 @@ SubmittedJob submitPdf(const std::string& printer, const std::string& title, con
     for (;;) {
         JobState state;
         try {
-            state = jobState(id);
+            state = jobState(server, id);
         } catch (const PrintFailure& failure) {
             job.unknownState = failure.what();
             return job;
@@ -252,7 +320,8 @@ SubmittedJob submitPdf(const std::string& printer, const std::string& title, con
 std::optional<std::string> jobStateKeyword(int id)
 {
     try {
-        switch (jobState(id).state) {
+        Connection server;
+        switch (jobState(server, id).state) {
         case IPP_JSTATE_PENDING: return "pending";
         case IPP_JSTATE_HELD: return "pending-held";
         case IPP_JSTATE_PROCESSING: return "processing";

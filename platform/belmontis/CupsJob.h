@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <QByteArray>
 #include <QPageSize>
@@ -43,6 +44,10 @@ struct SubmittedJob {
 // PrintFailure when the server cannot be reached, the printer does not exist,
 // or there is no printer at all.
 std::string choosePrinter(const std::string& wanted);
+
+// The printers the server offers, by name, sorted. Throws PrintFailure when
+// the server cannot be reached or does not answer.
+std::vector<std::string> printerNames();
 
 // The printer's default paper; A4 when it does not say.
 QPageSize paperOf(const std::string& printer);

@@ -444,8 +444,14 @@ TEST_F(PaperTest, AJobNotTakenReachesTheOperatorWithTheReasonAndNothingIsLost)
     printOnPaper();
     expectRefused(before, "aucune imprimante");
 
-    // The server stopped.
+    // The server frozen: it takes the connection and says nothing.
     const pid_t pid = std::stoi(readFile(kCups / "cupsd.pid"));
+    ASSERT_EQ(kill(pid, SIGSTOP), 0);
+    printOnPaper();
+    kill(pid, SIGCONT);
+    expectRefused(before, "ne répond pas : aucune réponse en 10 s");
+
+    // The server stopped.
     ASSERT_EQ(kill(pid, SIGTERM), 0);
     for (int i = 0; i < 100 && kill(pid, 0) == 0; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
