@@ -345,13 +345,21 @@ std::vector<JournalEntry> Journal::entries(const JournalFilter& filter)
     return found;
 }
 
-std::size_t Journal::refreshJobStates(const JobState& state)
+std::size_t Journal::refreshJobStates(const JobState& state, std::chrono::steady_clock::duration budget)
 {
+    const auto start = std::chrono::steady_clock::now();
     std::size_t written = 0;
-    for (auto& entry : entries()) {
+    bool asked = false;
+    auto all = entries();
+    for (auto it = all.rbegin(); it != all.rend(); ++it) {
+        JournalEntry& entry = *it;
         if (!entry.jobMayChange()) {
             continue;
         }
+        if (asked && std::chrono::steady_clock::now() - start >= budget) {
+            break;
+        }
+        asked = true;
         const auto now = state(entry);
         if (!now || *now == entry.jobState) {
             continue;

@@ -94,12 +94,14 @@ public:
     // journal entry (written by hand) is skipped.
     std::vector<JournalEntry> entries(const JournalFilter& filter = {});
 
-    // Asks state(entry) for every paper entry whose job may still change and
-    // writes those whose state changed: the number written. state gives the IPP
-    // keyword, or nullopt when it cannot be read from here (another print
-    // server, the server down: the entry is left as it is).
+    // Asks state(entry) for every paper entry whose job may still change, the
+    // newest first, and writes those whose state changed: the number written.
+    // state gives the IPP keyword, or nullopt when it cannot be read from here
+    // (another print server, the server down: the entry is left as it is).
+    // Once budget has passed no more is asked, so that a server that does not
+    // answer costs one wait, not one per job; the rest keep their last state.
     using JobState = std::function<std::optional<std::string>(const JournalEntry& entry)>;
-    std::size_t refreshJobStates(const JobState& state);
+    std::size_t refreshJobStates(const JobState& state, std::chrono::steady_clock::duration budget = std::chrono::seconds(10));
 
     // Removes the entries of the runs before day ("YYYY-MM-DD", UTC) and, in the
     // same transaction, appends an entry of the purge itself by user on host.
