@@ -412,10 +412,12 @@ TEST_P(StoreOnServer, AnOperatorsCancelWithdrawsTheCommandAndItsPartsAndNothingI
     // Made beforehand: the command's transaction would hold the schema's lock.
     db().createFile("RESULTATS");
     std::atomic<bool> partStopped = false;
+    std::promise<void> partRunning;
     auto helper = m_database.connect();
     helper->registerCommand("PIECE", [&](CommandContext& context) {
         context.store.write("RESULTATS", "piece", "x");
         context.parts->handBack("a.pdf", "%PDF");
+        partRunning.set_value();
         try {
             for (int i = 0; i < 100; ++i) { // 5 s at most: stopped long before
                 context.progress(1, 2);
@@ -435,6 +437,8 @@ TEST_P(StoreOnServer, AnOperatorsCancelWithdrawsTheCommandAndItsPartsAndNothingI
         context.parts->offer("PIECE a");
         context.parts->offer("PIECE b");
         helping = std::async(std::launch::async, [&] { return Worker(*helper).runQueuedCommand("aide", 5s); });
+        // The first report reaches the workstation, which cancels: only once a part runs.
+        partRunning.get_future().wait_for(10s);
         try {
             for (int i = 0; i < 100; ++i) {
                 context.progress(i % 4, 4);
