@@ -19,6 +19,7 @@
 #include "FirstUse.h"
 #include "HostWindow.h"
 #include "Launcher.h"
+#include "ScreenView.h"
 #include "Sibling.h"
 
 namespace {
@@ -124,6 +125,14 @@ int main(int argc, char** argv)
     if (!window) {
         std::cerr << "calvarine : " << launcher.lastFailure().toStdString() << '\n';
         return EXIT_FAILURE;
+    }
+    // Where the screen had to shrink to fit (a high scale factor on a small
+    // screen), the boxes and dialogs it opens read at its size too, not half
+    // as large again as the window they stand on.
+    if (const qreal shrink = window->view().shrink(); shrink < 1.0) {
+        QFont smaller = QApplication::font();
+        smaller.setPointSizeF(smaller.pointSizeF() * shrink);
+        QApplication::setFont(smaller);
     }
     QuitOnClose quitOnClose;
     window->installEventFilter(&quitOnClose);

@@ -1,6 +1,7 @@
 #include "ScreenView.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include <QApplication>
 #include <QButtonGroup>
@@ -66,6 +67,17 @@ QFont fixedPitchFont(qreal pointSize)
     font.setStyleHint(QFont::TypeWriter);
     font.setPointSizeF(pointSize);
     return font;
+}
+
+int wholeDevicePixels(qreal ratio)
+{
+    for (int step = 1; step < 8; ++step) {
+        const qreal device = step * ratio;
+        if (std::abs(device - std::round(device)) < 1e-3) {
+            return step;
+        }
+    }
+    return 1; // a ratio with no small whole multiple: edges are left to the style
 }
 
 } // namespace
@@ -180,6 +192,7 @@ void ScreenView::chooseScale()
     // The window's bars shrink with the table (see shrink()): their room is
     // counted at the scale the table gets.
     if (const QScreen* where = QWidget::screen()) {
+        m_step = wholeDevicePixels(where->devicePixelRatio());
         const QRect room = where->availableGeometry();
         const double fit = std::min((room.width() - kWindowChrome.width()) * 15.0 / ScreenTable::kDesignWidth,
             room.height() / (ScreenTable::kDesignHeight / 15.0 + kWindowChrome.height() / scale));
@@ -239,6 +252,14 @@ QWidget* ScreenView::makeWidget(Entry& entry, QWidget* parent)
         list->setItemDelegate(new SelectedStateDelegate(list));
         list->setAcceptDrops(true);
         list->setContextMenuPolicy(Qt::NoContextMenu);
+        // The frame is one pixel, drawn like the frames' lines. At a fractional
+        // scale factor it ends between two device pixels, and the viewport and
+        // scroll bars inside it, rounded outwards to whole device pixels, would
+        // paint over it: a pixel of padding keeps them off the line, filled
+        // with the list's own background.
+        list->setStyleSheet(QStringLiteral("QListView { border: 1px solid palette(mid); padding: %1px; }").arg(m_step > 1 ? 1 : 0));
+        list->setBackgroundRole(QPalette::Base);
+        list->setAutoFillBackground(true);
         if (initial.fixedFont) {
             list->setFont(fixedPitchFont(font().pointSizeF()));
         }

@@ -65,8 +65,15 @@ public:
     ScreenListModel* listModel(std::string_view name) const;
 
     // Twips to the view's pixels: 15 to a pixel, spread for the font and the
-    // option circles of the style, shrunk to fit the screen (see chooseScale).
-    int toPixels(int twips) const { return static_cast<int>(twips * m_scale / 15.0 + 0.5); }
+    // option circles of the style, shrunk to fit the screen (see chooseScale),
+    // on the nearest multiple of pixelStep().
+    int toPixels(int twips) const { return m_step * static_cast<int>(twips * m_scale / 15.0 / m_step + 0.5); }
+    // The fewest logical pixels that make whole device pixels at the screen's
+    // ratio: 1 at 1 or 2, 2 at 1.5, 4 at 1.25 or 1.75. A widget whose edge falls
+    // between two device pixels loses the one-pixel line drawn there (its clip
+    // is rounded to device pixels, the line is not), so every place and size
+    // of the screen is a multiple of it; a window puts the view on it too.
+    int pixelStep() const noexcept { return m_step; }
     double scale() const noexcept { return m_scale; }
     // What a window around the view needs besides it: title, frame, status line.
     static constexpr QSize kWindowChrome{24, 112};
@@ -144,6 +151,7 @@ private:
     FocusMark* m_focusMark = nullptr;
     DragRunner m_runDrag;
     double m_scale = 1.0;
+    int m_step = 1;
     bool m_mirroring = false;
     bool m_waitCursor = false;
     QMetaObject::Connection m_focusWatch;

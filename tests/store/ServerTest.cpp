@@ -3,6 +3,7 @@
 // through the queue, leases included.
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <fstream>
 #include <future>
@@ -13,6 +14,7 @@
 
 #include "CommandParts.h"
 #include "PgConnection.h"
+#include "PgSchema.h"
 #include "StoreTestSupport.h"
 #include "ThrowsDbaError.h"
 #include "Worker.h"
@@ -398,6 +400,84 @@ TEST_P(StoreOnServer, ACommandTakesBackItsPartsFilesOrFailureAndLeavesNoneBehind
     ASSERT_TRUE(eventually([&] { return Worker(*owner).runQueuedCommand("proprio", 5s); }));
     EXPECT_THAT([&] { failing.get(); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "encre épuisée"));
     EXPECT_FALSE(Worker(*helper).runQueuedCommand("aide", 5s));
+}
+
+// Annuler in a workstation's progress window: its progress observer throws, as
+// the window's host does, and the command is withdrawn with every part it
+// offered, the one a helper runs and the one still queued. The worker and the
+// helper stop at their next report and keep nothing (records, part files), the
+// workstation hears of its own cancel, and nobody runs any of it later.
+TEST_P(StoreOnServer, AnOperatorsCancelWithdrawsTheCommandAndItsPartsAndNothingIsKept)
+{
+    // Made beforehand: the command's transaction would hold the schema's lock.
+    db().createFile("RESULTATS");
+    std::atomic<bool> partStopped = false;
+    std::promise<void> partRunning;
+    auto helper = m_database.connect();
+    helper->registerCommand("PIECE", [&](CommandContext& context) {
+        context.store.write("RESULTATS", "piece", "x");
+        context.parts->handBack("a.pdf", "%PDF");
+        partRunning.set_value();
+        try {
+            for (int i = 0; i < 100; ++i) { // 5 s at most: stopped long before
+                context.progress(1, 2);
+                std::this_thread::sleep_for(50ms);
+            }
+        } catch (const DbaError&) {
+            partStopped = true;
+            throw;
+        }
+        ADD_FAILURE() << "a part of a cancelled command ran to its end";
+    });
+    auto owner = m_database.connect();
+    bool stopped = false;
+    std::future<bool> helping;
+    owner->registerCommand("PARTAGE", [&](CommandContext& context) {
+        context.store.write("RESULTATS", "commande", "x");
+        context.parts->offer("PIECE a");
+        context.parts->offer("PIECE b");
+        helping = std::async(std::launch::async, [&] { return Worker(*helper).runQueuedCommand("aide", 5s); });
+        // The first report reaches the workstation, which cancels: only once a part runs.
+        partRunning.get_future().wait_for(10s);
+        try {
+            for (int i = 0; i < 100; ++i) {
+                context.progress(i % 4, 4);
+                std::this_thread::sleep_for(50ms);
+            }
+        } catch (const DbaError&) {
+            stopped = true;
+            throw;
+        }
+        ADD_FAILURE() << "the cancelled command ran to its end";
+    });
+
+    db().setCommandProgress([](int, int) {
+        throw DbaError(DbaError::Kind::CommandFailed, "Execute", "cancelled by the operator", "annulée par l'opérateur");
+    });
+    auto client = executeLater(db(), "PARTAGE");
+    ASSERT_TRUE(eventually([&] { return Worker(*owner).runQueuedCommand("proprio", 5s); }));
+    EXPECT_THAT([&] { client.get(); }, ThrowsDbaError(DbaError::Kind::CommandFailed, "cancelled by the operator"));
+    ASSERT_TRUE(helping.valid());
+    EXPECT_TRUE(helping.get());
+    EXPECT_TRUE(stopped);
+    EXPECT_TRUE(partStopped);
+
+    pg::Connection sql(m_database.connection());
+    const auto rows = sql.run(std::string("SELECT (parent IS NULL)::text, state, coalesce(message, '') FROM ") + pg::kCommandTable
+            + " ORDER BY id",
+        {}, "test");
+    ASSERT_EQ(pg::rowCount(rows.get()), 3);
+    EXPECT_EQ(pg::cell(rows.get(), 0, 0), "true");
+    EXPECT_EQ(pg::cell(rows.get(), 0, 2), "cancelled by its operator");
+    for (int row = 0; row < 3; ++row) {
+        EXPECT_EQ(pg::cell(rows.get(), row, 1), "withdrawn") << "row " << row;
+    }
+    const auto files = sql.run(std::string("SELECT count(*)::text FROM ") + pg::kCommandFilesTable, {}, "test");
+    EXPECT_EQ(pg::cell(files.get(), 0, 0), "0");
+    EXPECT_EQ(db().read("RESULTATS", "commande"), std::nullopt);
+    EXPECT_EQ(db().read("RESULTATS", "piece"), std::nullopt);
+    EXPECT_FALSE(Worker(*helper).runQueuedCommand("aide", 1s));
+    EXPECT_FALSE(Worker(*owner).runQueuedCommand("proprio", 1s));
 }
 
 // The planner's row estimate of a file's table: -1 until it is first analyzed.
