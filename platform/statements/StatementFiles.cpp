@@ -130,15 +130,7 @@ private:
 
     void draw(Part& part) const
     {
-        // Room for the whole document from the start (about 3 KB a statement and
-        // 200 bytes a line, the font subsets at the end): the engine writes it
-        // in small pieces, and each growth of the buffer would copy all of it.
-        std::size_t expected = 256 * 1024;
-        for (const StatementData& data : part.statements) {
-            expected += 4096 + 256 * data.lines.size();
-        }
         QByteArray bytes;
-        bytes.reserve(static_cast<qsizetype>(expected));
         QBuffer buffer(&bytes);
         buffer.open(QIODevice::WriteOnly);
         {
