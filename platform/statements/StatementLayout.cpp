@@ -45,7 +45,7 @@ QTextLayout::FormatRange boldRange(int start, int length, const QFont& bold)
 }
 
 // "Label : value" with the value in bold.
-Paragraph labelled(LayoutContext& context, const QStringList& pieces, qreal width)
+Paragraph labelled(LayoutContext& context, const QStringList& pieces, qreal width, Reuse reuse = Reuse::No)
 {
     QString text;
     QList<QTextLayout::FormatRange> formats;
@@ -55,7 +55,7 @@ Paragraph labelled(LayoutContext& context, const QStringList& pieces, qreal widt
         }
         text += pieces[i];
     }
-    return layoutParagraph(context, text, context.body, width, Qt::AlignLeft, formats);
+    return layoutParagraph(context, text, context.body, width, Qt::AlignLeft, formats, reuse);
 }
 
 } // namespace
@@ -69,12 +69,13 @@ struct LayoutContext::Kept {
         QFont font;
         qreal width;
         int alignment;
+        QList<QTextLayout::FormatRange> formats;
         bool operator==(const Key&) const = default;
     };
     struct Hash {
         std::size_t operator()(const Key& key) const
         {
-            return qHashMulti(0, key.text, key.font, key.width, key.alignment);
+            return qHashMulti(0, key.text, key.font, key.width, key.alignment, key.formats.size());
         }
     };
     std::unordered_map<Key, Paragraph, Hash> paragraphs;
@@ -111,10 +112,10 @@ qreal Paragraph::linesHeight(int first, int end) const
 Paragraph layoutParagraph(LayoutContext& context, const QString& text, const QFont& font, qreal width,
     Qt::Alignment alignment, const QList<QTextLayout::FormatRange>& formats, Reuse reuse)
 {
-    const bool keep = reuse == Reuse::Yes && formats.isEmpty();
+    const bool keep = reuse == Reuse::Yes;
     LayoutContext::Kept::Key key;
     if (keep) {
-        key = {text, font, width, static_cast<int>(alignment)};
+        key = {text, font, width, static_cast<int>(alignment), formats};
         if (const auto kept = context.kept().paragraphs.find(key); kept != context.kept().paragraphs.end()) {
             return {kept->second.layout, kept->second.height};
         }
@@ -169,10 +170,11 @@ StatementLayout layOut(LayoutContext& context, const StatementData& data, QSizeF
             }
             const qreal left = right ? width / 2 + out.padding : out.padding;
             qreal top = out.padding;
-            out.firstHeading.emplace_back(QPointF(left, top), layoutParagraph(context, name, context.body, half, Qt::AlignLeft, formats));
+            // The parties and their addresses come back in every statement of an entity or an organisation.
+            out.firstHeading.emplace_back(QPointF(left, top), layoutParagraph(context, name, context.body, half, Qt::AlignLeft, formats, Reuse::Yes));
             top += out.firstHeading.back().second.height;
             for (const auto& line : party.addressLines) {
-                out.firstHeading.emplace_back(QPointF(left, top), layoutParagraph(context, q(line), context.body, half, Qt::AlignLeft));
+                out.firstHeading.emplace_back(QPointF(left, top), layoutParagraph(context, q(line), context.body, half, Qt::AlignLeft, {}, Reuse::Yes));
                 top += out.firstHeading.back().second.height;
             }
             bottom = std::max(bottom, top + out.padding);
@@ -189,7 +191,7 @@ StatementLayout layOut(LayoutContext& context, const StatementData& data, QSizeF
     if (!data.activityLabel.empty()) {
         add(4 * pt, layoutParagraph(context, QStringLiteral("BORDEREAU %1").arg(q(data.activityLabel)), context.label, width, Qt::AlignHCenter, {}, Reuse::Yes));
     }
-    add(14 * pt, labelled(context, {QStringLiteral("Période : "), periodInWords(q(data.period))}, width));
+    add(14 * pt, labelled(context, {QStringLiteral("Période : "), periodInWords(q(data.period))}, width, Reuse::Yes));
     QStringList invoiceLine{QStringLiteral("Facture n° "), invoice};
     if (!data.invoiceDate.empty()) {
         invoiceLine << QStringLiteral(" du ") << formatDate(q(data.invoiceDate));
@@ -223,7 +225,7 @@ StatementLayout layOut(LayoutContext& context, const StatementData& data, QSizeF
     // Kept by text and room, so that a number seen before is not measured again.
     const auto numberCell = [&](const QString& text, qreal room) {
         auto& kept = context.kept().numbers;
-        const LayoutContext::Kept::Key key{text, context.body, room, Qt::AlignRight};
+        const LayoutContext::Kept::Key key{text, context.body, room, Qt::AlignRight, {}};
         if (const auto found = kept.find(key); found != kept.end()) {
             return Paragraph{found->second.layout, found->second.height};
         }

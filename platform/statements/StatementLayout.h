@@ -71,8 +71,8 @@ struct Paragraph {
     qreal linesHeight(int first, int end) const;
 };
 
-// Lays text out to width; with Reuse::Yes (and no formats), the layout the
-// context keeps of the same text, font, width and alignment when there is one.
+// Lays text out to width; with Reuse::Yes, the layout the context keeps of the
+// same text, font, width, alignment and formats when there is one.
 Paragraph layoutParagraph(LayoutContext& context, const QString& text, const QFont& font, qreal width,
     Qt::Alignment alignment, const QList<QTextLayout::FormatRange>& formats = {}, Reuse reuse = Reuse::No);
 

@@ -348,6 +348,12 @@ TEST_F(StatementRendering, KeptLayoutsMatchFreshOnes)
         for (std::size_t p = 0; p < first.pages.size(); ++p) {
             EXPECT_EQ(again.pages[p].rows.size(), first.pages[p].rows.size()) << "page " << p;
         }
+        ASSERT_EQ(again.firstHeading.size(), first.firstHeading.size());
+        for (std::size_t h = 0; h < first.firstHeading.size(); ++h) {
+            EXPECT_EQ(again.firstHeading[h].first, first.firstHeading[h].first) << "heading " << h;
+            EXPECT_EQ(again.firstHeading[h].second.layout->text(), first.firstHeading[h].second.layout->text());
+            EXPECT_EQ(again.firstHeading[h].second.layout->formats(), first.firstHeading[h].second.layout->formats());
+        }
     }
 }
 
