@@ -130,8 +130,7 @@ private:
 
     void draw(Part& part) const
     {
-        QByteArray bytes;
-        QBuffer buffer(&bytes);
+        QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
         {
             const auto writer = archiveWriter(buffer, QStringLiteral("Bordereaux"), m_paper);
@@ -143,14 +142,14 @@ private:
         }
         buffer.close();
         if (m_output == Output::Document) {
-            part.document = std::move(bytes);
+            part.document = buffer.data();
             return;
         }
         std::vector<PdfMetadata> metadata;
         for (const StatementData& data : part.statements) {
             metadata.push_back(metadataFor(data));
         }
-        part.files = splitPdf(bytes, part.pageCounts, metadata);
+        part.files = splitPdf(buffer.data(), part.pageCounts, metadata);
     }
 
     const Output m_output;

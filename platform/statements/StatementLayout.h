@@ -32,7 +32,10 @@ struct Paragraph;
 
 // Whether a paragraph's text comes back often (captions, services, prices,
 // "Report"...) and its layout is worth keeping for the next statements.
-enum class Reuse { No, Yes };
+enum class Reuse {
+    No,
+    Yes
+};
 
 // The fonts and the reference device every layout is measured against, and
 // the layouts of the texts that come back, shared by the statements drawn with
