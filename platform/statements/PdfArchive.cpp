@@ -119,14 +119,18 @@ Dates now()
     return {now.toString(QStringLiteral("'D:'yyyyMMddHHmmss'Z'")), now.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss'Z'"))};
 }
 
-// Gives out, whose pages are already in, its output intents, metadata and
-// document information, and writes it as PDF/A-1b.
-std::string archived(QPDF& out, QPDFObjectHandle intents, const PdfMetadata& metadata, const Dates& dates)
+void giveIntents(QPDF& out, QPDFObjectHandle intents)
+{
+    if (intents.isInitialized() && !intents.isNull()) {
+        out.getRoot().replaceKey("/OutputIntents", copyForeign(out, intents));
+    }
+}
+
+// Gives out, whose pages and output intents are already in, its metadata and
+// document information (in place of any it had), and writes it as PDF/A-1b.
+std::string archived(QPDF& out, const PdfMetadata& metadata, const Dates& dates)
 {
     QPDFObjectHandle root = out.getRoot();
-    if (intents.isInitialized() && !intents.isNull()) {
-        root.replaceKey("/OutputIntents", copyForeign(out, intents));
-    }
     QPDFObjectHandle xmp = out.newStream(xmpPacket(metadata, dates.xmp));
     xmp.getDict().replaceKey("/Type", QPDFObjectHandle::newName("/Metadata"));
     xmp.getDict().replaceKey("/Subtype", QPDFObjectHandle::newName("/XML"));
@@ -236,20 +240,29 @@ std::vector<std::string> splitPdf(const QByteArray& document, std::span<const in
         const auto source = opened(document, tags);
         const auto pages = QPDFPageDocumentHelper(*source).getAllPages();
         const QPDFObjectHandle intents = source->getRoot().getKey("/OutputIntents");
+        // One output for all the files: each holds the statement's pages in
+        // turn, the pages before taken out. qpdf copies an object of the
+        // document once per output, so the font subsets and the colour profile
+        // that every page uses are copied once, not once a file; what no page
+        // of the statement reaches is not written.
+        QPDF out;
+        out.emptyPDF();
+        giveIntents(out, intents);
+        QPDFPageDocumentHelper outPages(out);
         std::size_t next = 0;
         for (std::size_t i = 0; i < pageCounts.size(); ++i) {
             const auto count = static_cast<std::size_t>(pageCounts[i]);
             if (next + count > pages.size()) {
                 throw std::runtime_error("the document has fewer pages than its statements");
             }
-            QPDF out;
-            out.emptyPDF();
-            QPDFPageDocumentHelper outPages(out);
+            for (auto& page : outPages.getAllPages()) {
+                outPages.removePage(page);
+            }
             for (std::size_t p = next; p < next + count; ++p) {
                 outPages.addPage(pages[p], false);
             }
             next += count;
-            files.push_back(archived(out, intents, metadata[i], dates));
+            files.push_back(archived(out, metadata[i], dates));
         }
     } catch (const std::exception& e) {
         throw std::runtime_error(std::string("cannot cut the statements' PDF: ") + e.what());
@@ -276,7 +289,8 @@ std::string joinPdf(std::span<const QByteArray> documents, const PdfMetadata& me
                 outPages.addPage(page, false);
             }
         }
-        return archived(out, intents, metadata, now());
+        giveIntents(out, intents);
+        return archived(out, metadata, now());
     } catch (const std::exception& e) {
         throw std::runtime_error(std::string("cannot join the statements' PDF: ") + e.what());
     }

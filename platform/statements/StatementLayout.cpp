@@ -1,6 +1,7 @@
 #include "StatementLayout.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 #include <QFontMetricsF>
 #include <QTextOption>
@@ -44,7 +45,7 @@ QTextLayout::FormatRange boldRange(int start, int length, const QFont& bold)
 }
 
 // "Label : value" with the value in bold.
-Paragraph labelled(LayoutContext& context, const QStringList& pieces, qreal width)
+Paragraph labelled(LayoutContext& context, const QStringList& pieces, qreal width, Reuse reuse = Reuse::No)
 {
     QString text;
     QList<QTextLayout::FormatRange> formats;
@@ -54,10 +55,34 @@ Paragraph labelled(LayoutContext& context, const QStringList& pieces, qreal widt
         }
         text += pieces[i];
     }
-    return layoutParagraph(context, text, context.body, width, Qt::AlignLeft, formats);
+    return layoutParagraph(context, text, context.body, width, Qt::AlignLeft, formats, reuse);
 }
 
 } // namespace
+
+// The kept layouts, by text, font, width and alignment. Bounded: a run of
+// statements whose repeated texts are all different starts over now and then.
+struct LayoutContext::Kept {
+    static constexpr std::size_t kMost = 2048;
+    struct Key {
+        QString text;
+        QFont font;
+        qreal width;
+        int alignment;
+        QList<QTextLayout::FormatRange> formats;
+        bool operator==(const Key&) const = default;
+    };
+    struct Hash {
+        std::size_t operator()(const Key& key) const
+        {
+            return qHashMulti(0, key.text, key.font, key.width, key.alignment, key.formats.size());
+        }
+    };
+    std::unordered_map<Key, Paragraph, Hash> paragraphs;
+    std::unordered_map<Key, Paragraph, Hash> numbers; // the key's font: the body's, before any shrinking
+};
+
+LayoutContext::~LayoutContext() = default;
 
 LayoutContext::LayoutContext()
     : body(makeFont(9))
@@ -68,6 +93,7 @@ LayoutContext::LayoutContext()
     , party(makeFont(10, true))
     , footer(makeFont(8))
     , m_reference(1, 1, QImage::Format_Mono)
+    , m_kept(std::make_unique<Kept>())
 {
     const int dotsPerMeter = qRound(kLayoutDpi / 0.0254);
     m_reference.setDotsPerMeterX(dotsPerMeter);
@@ -84,21 +110,37 @@ qreal Paragraph::linesHeight(int first, int end) const
 }
 
 Paragraph layoutParagraph(LayoutContext& context, const QString& text, const QFont& font, qreal width,
-    Qt::Alignment alignment, const QList<QTextLayout::FormatRange>& formats)
+    Qt::Alignment alignment, const QList<QTextLayout::FormatRange>& formats, Reuse reuse)
 {
-    Paragraph paragraph;
-    paragraph.layout = std::make_unique<QTextLayout>(text, font, context.device());
+    const bool keep = reuse == Reuse::Yes;
+    LayoutContext::Kept::Key key;
+    if (keep) {
+        key = {text, font, width, static_cast<int>(alignment), formats};
+        if (const auto kept = context.kept().paragraphs.find(key); kept != context.kept().paragraphs.end()) {
+            return {kept->second.layout, kept->second.height};
+        }
+    }
+    auto layout = std::make_shared<QTextLayout>(text, font, context.device());
     QTextOption option(alignment);
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    paragraph.layout->setTextOption(option);
-    paragraph.layout->setFormats(formats);
-    paragraph.layout->beginLayout();
-    for (QTextLine line = paragraph.layout->createLine(); line.isValid(); line = paragraph.layout->createLine()) {
+    layout->setTextOption(option);
+    layout->setFormats(formats);
+    layout->beginLayout();
+    qreal height = 0;
+    for (QTextLine line = layout->createLine(); line.isValid(); line = layout->createLine()) {
         line.setLineWidth(width);
-        line.setPosition(QPointF(0, paragraph.height));
-        paragraph.height += line.height();
+        line.setPosition(QPointF(0, height));
+        height += line.height();
     }
-    paragraph.layout->endLayout();
+    layout->endLayout();
+    Paragraph paragraph{std::move(layout), height};
+    if (keep) {
+        auto& kept = context.kept().paragraphs;
+        if (kept.size() >= LayoutContext::Kept::kMost) {
+            kept.clear();
+        }
+        kept.emplace(std::move(key), Paragraph{paragraph.layout, height});
+    }
     return paragraph;
 }
 
@@ -128,10 +170,11 @@ StatementLayout layOut(LayoutContext& context, const StatementData& data, QSizeF
             }
             const qreal left = right ? width / 2 + out.padding : out.padding;
             qreal top = out.padding;
-            out.firstHeading.emplace_back(QPointF(left, top), layoutParagraph(context, name, context.body, half, Qt::AlignLeft, formats));
+            // The parties and their addresses come back in every statement of an entity or an organisation.
+            out.firstHeading.emplace_back(QPointF(left, top), layoutParagraph(context, name, context.body, half, Qt::AlignLeft, formats, Reuse::Yes));
             top += out.firstHeading.back().second.height;
             for (const auto& line : party.addressLines) {
-                out.firstHeading.emplace_back(QPointF(left, top), layoutParagraph(context, q(line), context.body, half, Qt::AlignLeft));
+                out.firstHeading.emplace_back(QPointF(left, top), layoutParagraph(context, q(line), context.body, half, Qt::AlignLeft, {}, Reuse::Yes));
                 top += out.firstHeading.back().second.height;
             }
             bottom = std::max(bottom, top + out.padding);
@@ -144,11 +187,11 @@ StatementLayout layOut(LayoutContext& context, const StatementData& data, QSizeF
         out.firstHeading.emplace_back(QPointF(0, y), std::move(paragraph));
         y += height;
     };
-    add(18 * pt, layoutParagraph(context, QStringLiteral("DUPLICATA"), context.heading, width, Qt::AlignHCenter));
+    add(18 * pt, layoutParagraph(context, QStringLiteral("DUPLICATA"), context.heading, width, Qt::AlignHCenter, {}, Reuse::Yes));
     if (!data.activityLabel.empty()) {
-        add(4 * pt, layoutParagraph(context, QStringLiteral("BORDEREAU %1").arg(q(data.activityLabel)), context.label, width, Qt::AlignHCenter));
+        add(4 * pt, layoutParagraph(context, QStringLiteral("BORDEREAU %1").arg(q(data.activityLabel)), context.label, width, Qt::AlignHCenter, {}, Reuse::Yes));
     }
-    add(14 * pt, labelled(context, {QStringLiteral("Période : "), periodInWords(q(data.period))}, width));
+    add(14 * pt, labelled(context, {QStringLiteral("Période : "), periodInWords(q(data.period))}, width, Reuse::Yes));
     QStringList invoiceLine{QStringLiteral("Facture n° "), invoice};
     if (!data.invoiceDate.empty()) {
         invoiceLine << QStringLiteral(" du ") << formatDate(q(data.invoiceDate));
@@ -168,24 +211,35 @@ StatementLayout layOut(LayoutContext& context, const StatementData& data, QSizeF
         QStringLiteral("Quantité"), QStringLiteral("Prix unitaire"), QStringLiteral("Montant")};
     for (int c = 0; c < captions.size(); ++c) {
         out.captions.push_back(layoutParagraph(context, captions[c], context.bold, out.columns[static_cast<std::size_t>(c)] - 2 * out.padding,
-            c >= 3 ? Qt::AlignRight : Qt::AlignLeft));
+            c >= 3 ? Qt::AlignRight : Qt::AlignLeft, {}, Reuse::Yes));
         out.headerRowHeight = std::max(out.headerRowHeight, out.captions.back().height + 2 * out.padding);
     }
     out.totalsRowHeight = QFontMetricsF(context.bold, context.device()).height() + 2 * out.padding;
-    out.suite = layoutParagraph(context, QStringLiteral("(suite)"), context.italic, out.columns[0] - 2 * out.padding, Qt::AlignLeft);
+    out.suite = layoutParagraph(context, QStringLiteral("(suite)"), context.italic, out.columns[0] - 2 * out.padding, Qt::AlignLeft, {}, Reuse::Yes);
     out.total = layoutParagraph(context, QStringLiteral("Total : %1").arg(formatEuros(data.totalCents)), context.party, width, Qt::AlignRight);
     out.reserve = std::max(out.totalsRowHeight, 10 * pt + out.total.height);
     out.footerHeight = QFontMetricsF(context.footer, context.device()).height() * 2.5;
 
     // A number is never broken: one too wide for its column (an amount of ten
     // million euros and more) is set in a smaller size, on one line.
+    // Kept by text and room, so that a number seen before is not measured again.
     const auto numberCell = [&](const QString& text, qreal room) {
+        auto& kept = context.kept().numbers;
+        const LayoutContext::Kept::Key key{text, context.body, room, Qt::AlignRight, {}};
+        if (const auto found = kept.find(key); found != kept.end()) {
+            return Paragraph{found->second.layout, found->second.height};
+        }
         QFont font = context.body;
         const qreal natural = QFontMetricsF(font, context.device()).horizontalAdvance(text);
         if (natural > room) {
             font.setPointSizeF(font.pointSizeF() * room / natural * 0.97);
         }
-        return layoutParagraph(context, text, font, room, Qt::AlignRight);
+        Paragraph cell = layoutParagraph(context, text, font, room, Qt::AlignRight);
+        if (kept.size() >= LayoutContext::Kept::kMost) {
+            kept.clear();
+        }
+        kept.emplace(key, Paragraph{cell.layout, cell.height});
+        return cell;
     };
     for (const StatementLine& line : data.lines) {
         const QString texts[6] = {q(line.beneficiary), q(line.fileNumber), q(line.service), formatQuantity(line.quantityHundredths),
@@ -193,7 +247,9 @@ StatementLayout layOut(LayoutContext& context, const StatementData& data, QSizeF
         std::vector<Paragraph> row;
         for (std::size_t c = 0; c < 6; ++c) {
             const qreal room = out.columns[c] - 2 * out.padding;
-            row.push_back(c >= 3 ? numberCell(texts[c], room) : layoutParagraph(context, texts[c], context.body, room, Qt::AlignLeft));
+            // Services, quantities and prices come back from row to row; names and file numbers seldom do.
+            row.push_back(c >= 3 ? numberCell(texts[c], room)
+                                 : layoutParagraph(context, texts[c], context.body, room, Qt::AlignLeft, {}, c == 2 ? Reuse::Yes : Reuse::No));
         }
         out.cells.push_back(std::move(row));
     }

@@ -28,10 +28,24 @@ namespace statements {
 
 inline constexpr qreal kLayoutDpi = 1200;
 
-// The fonts and the reference device every layout is measured against.
+struct Paragraph;
+
+// Whether a paragraph's text comes back often (captions, services, prices,
+// "Report"...) and its layout is worth keeping for the next statements.
+enum class Reuse {
+    No,
+    Yes
+};
+
+// The fonts and the reference device every layout is measured against, and
+// the layouts of the texts that come back, shared by the statements drawn with
+// this context (on one thread).
 class LayoutContext {
 public:
     LayoutContext();
+    LayoutContext(const LayoutContext&) = delete;
+    LayoutContext& operator=(const LayoutContext&) = delete;
+    ~LayoutContext();
     QPaintDevice* device() { return &m_reference; }
     QFont body;
     QFont bold;
@@ -42,21 +56,28 @@ public:
     QFont footer;
     static qreal points(qreal pt) { return pt * kLayoutDpi / 72; }
 
+    // The kept layouts (StatementLayout.cpp).
+    struct Kept;
+    Kept& kept() { return *m_kept; }
+
 private:
     QImage m_reference;
+    std::unique_ptr<Kept> m_kept;
 };
 
 // A paragraph laid out to a width: its lines can be drawn all or in part.
 struct Paragraph {
-    std::unique_ptr<QTextLayout> layout;
+    std::shared_ptr<const QTextLayout> layout;
     qreal height = 0;
     int lineCount() const { return layout->lineCount(); }
     // Height of lines [first, end).
     qreal linesHeight(int first, int end) const;
 };
 
+// Lays text out to width; with Reuse::Yes, the layout the context keeps of the
+// same text, font, width, alignment and formats when there is one.
 Paragraph layoutParagraph(LayoutContext& context, const QString& text, const QFont& font, qreal width,
-    Qt::Alignment alignment, const QList<QTextLayout::FormatRange>& formats = {});
+    Qt::Alignment alignment, const QList<QTextLayout::FormatRange>& formats = {}, Reuse reuse = Reuse::No);
 
 // The part of a table row on one page: lines [first, end) of each cell.
 struct RowPiece {

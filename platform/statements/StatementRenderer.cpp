@@ -1,6 +1,7 @@
 #include "StatementRenderer.h"
 
 #include <stdexcept>
+#include <vector>
 
 #include <QBuffer>
 #include <QGuiApplication>
@@ -71,6 +72,8 @@ public:
             m_layout.total.layout->draw(&m_painter, QPointF(0, y + LayoutContext::points(10)));
         }
         footer(index);
+        m_painter.drawLines(m_rules.data(), static_cast<int>(m_rules.size()));
+        m_rules.clear();
     }
 
 private:
@@ -83,14 +86,20 @@ private:
         return x;
     }
 
+    // The rules of a row, drawn with the page's others at its end: one path
+    // for the page, not one per line.
     void grid(qreal top, qreal height, bool allColumns)
     {
         const qreal width = m_layout.page.width();
-        m_painter.drawRect(QRectF(0, top, width, height));
+        const qreal bottom = top + height;
+        m_rules.emplace_back(0, top, width, top);
+        m_rules.emplace_back(0, bottom, width, bottom);
+        m_rules.emplace_back(0, top, 0, bottom);
+        m_rules.emplace_back(width, top, width, bottom);
         for (std::size_t c = 1; c < m_layout.columns.size(); ++c) {
             if (allColumns || c == m_layout.columns.size() - 1) {
                 const qreal x = left(c);
-                m_painter.drawLine(QPointF(x, top), QPointF(x, top + height));
+                m_rules.emplace_back(x, top, x, bottom);
             }
         }
     }
@@ -110,7 +119,7 @@ private:
     {
         const qreal pad = m_layout.padding;
         const std::size_t amount = m_layout.columns.size() - 1;
-        const Paragraph text = layoutParagraph(m_context, label, m_context.bold, left(amount) - 2 * pad, Qt::AlignLeft);
+        const Paragraph text = layoutParagraph(m_context, label, m_context.bold, left(amount) - 2 * pad, Qt::AlignLeft, {}, Reuse::Yes);
         const Paragraph sum = layoutParagraph(m_context, formatEuros(cents), m_context.bold, m_layout.columns[amount] - 2 * pad, Qt::AlignRight);
         text.layout->draw(&m_painter, QPointF(pad, y + pad));
         sum.layout->draw(&m_painter, QPointF(left(amount) + pad, y + pad));
@@ -146,7 +155,7 @@ private:
         const QString leftText = QStringLiteral("DUPLICATA – Facture n° %1").arg(QString::fromStdString(trimmedRight(m_data.invoiceNumber)));
         const QString rightText = QStringLiteral("Page %1 / %2").arg(index + 1).arg(m_layout.pages.size());
         const Paragraph l = layoutParagraph(m_context, leftText, m_context.footer, width / 2, Qt::AlignLeft);
-        const Paragraph r = layoutParagraph(m_context, rightText, m_context.footer, width / 2, Qt::AlignRight);
+        const Paragraph r = layoutParagraph(m_context, rightText, m_context.footer, width / 2, Qt::AlignRight, {}, Reuse::Yes);
         const qreal y = m_layout.page.height() - l.height;
         l.layout->draw(&m_painter, QPointF(0, y));
         r.layout->draw(&m_painter, QPointF(width / 2, y));
@@ -156,6 +165,7 @@ private:
     LayoutContext& m_context;
     const StatementLayout& m_layout;
     const StatementData& m_data;
+    std::vector<QLineF> m_rules;
 };
 
 } // namespace

@@ -317,6 +317,46 @@ TEST_F(StatementRendering, TheLargestAmountsStayOnOneLine)
     EXPECT_NE(plain(QString::fromStdString(testsupport::pdfText(file))).find("999 999 999,99 €"), std::string::npos);
 }
 
+// A context keeps the layouts of texts that come back (services, numbers,
+// captions) from one statement to the next: what it gives again must be what a
+// fresh context lays out, at another width too, a shrunk amount included.
+TEST_F(StatementRendering, KeptLayoutsMatchFreshOnes)
+{
+    StatementData data = sample(12);
+    data.lines[0].amountCents = 99999999999;
+    data.lines[5].service = std::string(60, 'W');
+    const QSizeF wide(LayoutContext::points(510), LayoutContext::points(760));
+    const QSizeF narrow(LayoutContext::points(300), LayoutContext::points(400));
+    LayoutContext kept;
+    layOut(kept, data, wide);
+    layOut(kept, sample(12), narrow);
+    for (const QSizeF& page : {narrow, wide}) {
+        LayoutContext fresh;
+        const StatementLayout again = layOut(kept, data, page);
+        const StatementLayout first = layOut(fresh, data, page);
+        ASSERT_EQ(again.pages.size(), first.pages.size());
+        for (std::size_t r = 0; r < first.cells.size(); ++r) {
+            for (std::size_t c = 0; c < 6; ++c) {
+                const Paragraph& a = again.cells[r][c];
+                const Paragraph& f = first.cells[r][c];
+                EXPECT_EQ(a.layout->text(), f.layout->text());
+                EXPECT_EQ(a.layout->font(), f.layout->font()) << "row " << r << ", column " << c;
+                EXPECT_EQ(a.lineCount(), f.lineCount()) << "row " << r << ", column " << c;
+                EXPECT_DOUBLE_EQ(a.height, f.height) << "row " << r << ", column " << c;
+            }
+        }
+        for (std::size_t p = 0; p < first.pages.size(); ++p) {
+            EXPECT_EQ(again.pages[p].rows.size(), first.pages[p].rows.size()) << "page " << p;
+        }
+        ASSERT_EQ(again.firstHeading.size(), first.firstHeading.size());
+        for (std::size_t h = 0; h < first.firstHeading.size(); ++h) {
+            EXPECT_EQ(again.firstHeading[h].first, first.firstHeading[h].first) << "heading " << h;
+            EXPECT_EQ(again.firstHeading[h].second.layout->text(), first.firstHeading[h].second.layout->text());
+            EXPECT_EQ(again.firstHeading[h].second.layout->formats(), first.firstHeading[h].second.layout->formats());
+        }
+    }
+}
+
 TEST_F(StatementRendering, ARowTallerThanAPageGoesOnMarkedSuite)
 {
     auto data = sample(2);
