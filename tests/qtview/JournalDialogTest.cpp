@@ -64,8 +64,8 @@ TEST(JournalDialog, NewestFirstFilteredByInvoiceAndOrganisationWithTheSelectedRu
         [&](const QString& folder) { opened << folder; });
     QAbstractItemModelTester tester(&dialog.filter(), QAbstractItemModelTester::FailureReportingMode::Fatal);
 
-    // Opening asked CUPS for the open jobs and kept what it said.
-    EXPECT_EQ(asked, (std::vector<int>{8, 7}));
+    // Opening asked CUPS for the open jobs, the newest first, and kept what it said.
+    EXPECT_EQ(asked, (std::vector<int>{7, 8}));
     QAbstractItemModel& rows = dialog.filter();
     const auto cell = [&](int row, int column) { return rows.index(row, column).data().toString().toStdString(); };
     ASSERT_EQ(rows.rowCount(), 3);
