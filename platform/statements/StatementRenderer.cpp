@@ -22,6 +22,11 @@ namespace {
 
 const QColor kHeaderShade(230, 230, 230);
 
+qreal ruleWidth()
+{
+    return LayoutContext::points(0.5);
+}
+
 // Draws lines [first, end) of a paragraph with the top of line first at (x, y).
 void drawLines(QPainter& painter, const Paragraph& paragraph, int first, int end, qreal x, qreal y)
 {
@@ -87,15 +92,18 @@ private:
     }
 
     // The rules of a row, drawn with the page's others at its end: one path
-    // for the page, not one per line.
+    // for the page, not one per line. The outer ones stand half a rule inside
+    // the page's paint rectangle: a printer may clip to it, and a line centred
+    // on its edge would lose its outer half.
     void grid(qreal top, qreal height, bool allColumns)
     {
-        const qreal width = m_layout.page.width();
+        const qreal inset = ruleWidth() / 2;
+        const qreal right = m_layout.page.width() - inset;
         const qreal bottom = top + height;
-        m_rules.emplace_back(0, top, width, top);
-        m_rules.emplace_back(0, bottom, width, bottom);
-        m_rules.emplace_back(0, top, 0, bottom);
-        m_rules.emplace_back(width, top, width, bottom);
+        m_rules.emplace_back(inset, top, right, top);
+        m_rules.emplace_back(inset, bottom, right, bottom);
+        m_rules.emplace_back(inset, top, inset, bottom);
+        m_rules.emplace_back(right, top, right, bottom);
         for (std::size_t c = 1; c < m_layout.columns.size(); ++c) {
             if (allColumns || c == m_layout.columns.size() - 1) {
                 const qreal x = left(c);
@@ -189,7 +197,7 @@ StatementPrinter::StatementPrinter(QPagedPaintDevice& device)
     m_page = device.pageLayout().paintRect(QPageLayout::Point).size() * (kLayoutDpi / 72);
     m_painter.scale(device.logicalDpiX() / kLayoutDpi, device.logicalDpiY() / kLayoutDpi);
     QPen pen(Qt::black);
-    pen.setWidthF(LayoutContext::points(0.5));
+    pen.setWidthF(ruleWidth());
     m_painter.setPen(pen);
     m_context = std::make_unique<LayoutContext>();
 }
