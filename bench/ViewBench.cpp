@@ -1,7 +1,9 @@
 // What the Qt view adds to a statement query that fills 32,767 lines: the same
 // Requete_Liste on the same data, once on the bare screen model and once with
 // the view attached and shown (pending layout and painting included).
-// Goal: at most a fifth more.
+// Goal: at most a fifth more. Compare medians of repetitions run interleaved
+// (--benchmark_repetitions=10 --benchmark_enable_random_interleaving=true), so
+// that a change of load on the machine falls on both sides alike.
 //
 // The data is made once in the build folder by the demo generator: a scope of
 // 32,767 statements (entity "001", Prestataire, period 202610) among a few
