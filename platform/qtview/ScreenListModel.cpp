@@ -4,6 +4,7 @@ ScreenListModel::ScreenListModel(ScreenModel& screen, const Control& list, QObje
     : QAbstractListModel(parent)
     , m_screen(screen)
     , m_list(list)
+    , m_rows(list.listCount())
 {
     m_screen.addObserver(this);
 }
@@ -15,12 +16,12 @@ ScreenListModel::~ScreenListModel()
 
 int ScreenListModel::rowCount(const QModelIndex& parent) const
 {
-    return parent.isValid() ? 0 : m_list.listCount();
+    return parent.isValid() ? 0 : m_rows;
 }
 
 QVariant ScreenListModel::data(const QModelIndex& index, int role) const
 {
-    if (!index.isValid() || index.parent().isValid() || index.column() != 0 || index.row() >= m_list.listCount()) {
+    if (!index.isValid() || index.parent().isValid() || index.column() != 0 || index.row() >= m_rows) {
         return {};
     }
     const auto row = static_cast<std::int16_t>(index.row());
@@ -46,23 +47,57 @@ Qt::ItemFlags ScreenListModel::flags(const QModelIndex& index) const
     return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemNeverHasChildren;
 }
 
+void ScreenListModel::publishAppended()
+{
+    const int count = m_list.listCount();
+    if (m_rows >= count) {
+        return;
+    }
+    beginInsertRows({}, m_rows, count - 1);
+    m_rows = count;
+    endInsertRows();
+}
+
 void ScreenListModel::itemAboutToBeInserted(const Control& control, std::int16_t index)
 {
-    if (&control == &m_list) {
-        beginInsertRows({}, index, index);
+    if (&control != &m_list) {
+        return;
     }
+    if (index == m_list.listCount()) {
+        // Rows already announced keep their places: the views hear of this
+        // one with the others appended before the event loop turns again.
+        m_appending = true;
+        if (!m_publishPosted) {
+            m_publishPosted = true;
+            QMetaObject::invokeMethod(this, [this] {
+                m_publishPosted = false;
+                publishAppended();
+            }, Qt::QueuedConnection);
+        }
+        return;
+    }
+    // Earlier appends first, so that index means the same on both sides.
+    publishAppended();
+    beginInsertRows({}, index, index);
 }
 
 void ScreenListModel::itemInserted(const Control& control, std::int16_t)
 {
-    if (&control == &m_list) {
-        endInsertRows();
+    if (&control != &m_list) {
+        return;
     }
+    if (m_appending) {
+        m_appending = false;
+        return;
+    }
+    ++m_rows;
+    endInsertRows();
 }
 
 void ScreenListModel::itemAboutToBeRemoved(const Control& control, std::int16_t index)
 {
     if (&control == &m_list) {
+        publishAppended();
         beginRemoveRows({}, index, index);
     }
 }
@@ -70,6 +105,7 @@ void ScreenListModel::itemAboutToBeRemoved(const Control& control, std::int16_t 
 void ScreenListModel::itemRemoved(const Control& control, std::int16_t)
 {
     if (&control == &m_list) {
+        --m_rows;
         endRemoveRows();
     }
 }
@@ -84,26 +120,31 @@ void ScreenListModel::listAboutToBeCleared(const Control& control)
 void ScreenListModel::listCleared(const Control& control)
 {
     if (&control == &m_list) {
+        m_rows = 0;
         endResetModel();
     }
 }
 
 void ScreenListModel::propertyChanged(const Control& control, Property property)
 {
-    if (&control != &m_list || m_list.listCount() == 0) {
+    if (&control != &m_list) {
+        return;
+    }
+    publishAppended();
+    if (m_rows == 0) {
         return;
     }
     // The screen model does not say which entry changed; the views repaint only
     // what shows, so one signal over the whole range costs little.
     switch (property) {
     case Property::Selected:
-        emit dataChanged(index(0), index(m_list.listCount() - 1), {SelectedRole});
+        emit dataChanged(index(0), index(m_rows - 1), {SelectedRole});
         break;
     case Property::ItemData:
-        emit dataChanged(index(0), index(m_list.listCount() - 1), {Qt::UserRole});
+        emit dataChanged(index(0), index(m_rows - 1), {Qt::UserRole});
         break;
     case Property::List:
-        emit dataChanged(index(0), index(m_list.listCount() - 1), {Qt::DisplayRole, Qt::EditRole});
+        emit dataChanged(index(0), index(m_rows - 1), {Qt::DisplayRole, Qt::EditRole});
         break;
     default:
         break;

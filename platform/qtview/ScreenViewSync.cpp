@@ -80,6 +80,10 @@ void ScreenView::syncText(Entry& entry)
 
 void ScreenView::syncListIndex(Entry& entry)
 {
+    // The current line may be one the item model has not announced yet.
+    if (entry.model) {
+        entry.model->publishAppended();
+    }
     const int index = entry.control->listIndex();
     if (entry.combo) {
         const QSignalBlocker blockCombo(entry.combo);

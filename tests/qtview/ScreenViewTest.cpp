@@ -117,6 +117,7 @@ TEST_F(ScreenViewTest, AHiddenListGetsItsItemModelOnceItShows)
     ASSERT_NE(view.listModel("Lst_CodeOrgaPos"), nullptr);
     EXPECT_TRUE(view.widget("Lst_CodeOrgaPos")->isVisible());
     codes.addItem("045 F2");
+    QCoreApplication::processEvents(); // appended lines reach the view together
     EXPECT_EQ(widget<QListView>("Lst_CodeOrgaPos")->model()->rowCount(), 2);
     codes.setListIndex(1);
     EXPECT_EQ(widget<QListView>("Lst_CodeOrgaPos")->currentIndex().row(), 1);
