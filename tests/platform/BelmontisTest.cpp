@@ -167,23 +167,6 @@ TEST_F(Belmontis, AJobNotDoneFailsToTheCallerAMissingStatementIsToldToTheHost)
     }
 }
 
-TEST_F(Belmontis, UnknownMembersAndWrongTypesThrow)
-{
-    auto control = create();
-    Variant text = std::string("x");
-    Variant flag = true;
-    EXPECT_THROW(control->setProperty("W_Inconnu", text), std::invalid_argument);
-    EXPECT_THROW(control->setProperty("Editer_Bordereaux", text), std::invalid_argument);
-    EXPECT_THROW(control->setProperty("W_Papier", text), std::invalid_argument);
-    EXPECT_THROW(control->setProperty("W_Periode", flag), std::invalid_argument);
-    EXPECT_THROW(control->setProperty("BaseEdition", text), std::invalid_argument);
-    EXPECT_THROW(control->invoke("W_Periode", {std::ref(text)}), std::invalid_argument);
-    EXPECT_THROW(control->invoke("Editer_Bordereaux", {}), std::invalid_argument);
-    Variant copies = std::int32_t{0};
-    EXPECT_THROW(control->setProperty("Copies", copies), std::invalid_argument);
-    EXPECT_THROW(control->setProperty("Copies", text), std::invalid_argument);
-}
-
 TEST_F(Belmontis, ProcessesSpoolingIntoOneFolderEachKeepTheirFiles)
 {
     // Several workstations print into the same folder at the same moment.

@@ -179,12 +179,6 @@ TEST_F(StatementRendering, FontsAreEmbeddedSubsetsUnderNamesOfTheirOwn)
     }
 }
 
-TEST_F(StatementRendering, UnwritablePathThrows)
-{
-    EXPECT_THROW(write({sample(1)}, "no/such/dir.pdf"), std::runtime_error);
-    EXPECT_TRUE(std::filesystem::is_empty(testsupport::path(m_dir)));
-}
-
 namespace {
 
 // The text of each page as pdftotext lays it out (pages end with a form feed),
@@ -418,22 +412,6 @@ TEST_F(StatementRendering, PaginationDependsOnThePageNotOnTheResolution)
     EXPECT_NE(small.back().find("END119"), std::string::npos);
 }
 
-TEST_F(StatementRendering, ArchiveMetadata)
-{
-    const auto file = write({sample(1)});
-    std::string info;
-    for (const QStringList& arguments : {QStringList(), QStringList{QStringLiteral("-meta")}}) {
-        QProcess process;
-        process.start(QStringLiteral("pdfinfo"), arguments + QStringList{QString::fromStdString(file.string())});
-        ASSERT_TRUE(process.waitForFinished(30000));
-        info += process.readAllStandardOutput().toStdString();
-    }
-    for (const char* expected : {"Title:", "Bordereaux - DUPLICATA", "Author:", "AIDE A DOMICILE DU VAL", "Subject:", "PDF version:     1.4",
-             "<pdfaid:part>1</pdfaid:part>", "<pdfaid:conformance>B</pdfaid:conformance>"}) {
-        EXPECT_NE(info.find(expected), std::string::npos) << expected << " missing from " << info;
-    }
-}
-
 TEST_F(StatementRendering, OneFilePerStatementFromSharedDocuments)
 {
     // Three statements per drawn document: the cut falls inside and between
@@ -463,13 +441,4 @@ TEST_F(StatementRendering, OneFilePerStatementFromSharedDocuments)
         EXPECT_EQ(testsupport::pdfPageCount(file), i == 4 ? static_cast<int>(pageTexts(file).size()) : 1);
     }
     EXPECT_TRUE(files.take().empty());
-}
-
-TEST(StatementMetadata, TheSubjectElidesBeforeAVowel)
-{
-    StatementData data = sample(1);
-    data.period = "202610";
-    EXPECT_TRUE(metadataFor(data).subject.startsWith(QStringLiteral("Duplicata du bordereau d'octobre 2026 adressé à ")));
-    data.period = "202611";
-    EXPECT_TRUE(metadataFor(data).subject.startsWith(QStringLiteral("Duplicata du bordereau de novembre 2026 adressé à ")));
 }

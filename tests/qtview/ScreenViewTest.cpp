@@ -78,36 +78,6 @@ protected:
     std::vector<std::string> events;
 };
 
-TEST_F(ScreenViewTest, LaysTheScreenOutFromItsTable)
-{
-    // In proportion: 15 twips a pixel, spread for a font taller than the table's.
-    EXPECT_GE(view.scale(), 1.0);
-    EXPECT_EQ(view.minimumSize(), QSize(view.toPixels(7575), view.toPixels(8445)));
-    auto* code = widget<QLineEdit>("Txt_Entite");
-    EXPECT_EQ(code->geometry(), QRect(view.toPixels(1800), view.toPixels(480), view.toPixels(495), view.toPixels(315)));
-    // A control in a frame counts from the frame's corner.
-    EXPECT_EQ(view.widget("Opt_Prest")->parentWidget(), view.widget("Cdr_Activite"));
-    EXPECT_EQ(view.widget("Opt_Prest")->geometry().left(), view.toPixels(240));
-    EXPECT_EQ(widget<QGroupBox>("Cdr_Select")->title(), QStringLiteral("Sélection"));
-    EXPECT_EQ(widget<QRadioButton>("Opt_Papier")->text(), QStringLiteral("état papier"));
-    EXPECT_TRUE(widget<QRadioButton>("Opt_Papier")->isChecked());
-    EXPECT_TRUE(widget<QRadioButton>("Opt_Tous")->isChecked());
-    EXPECT_FALSE(widget<QRadioButton>("Opt_Prest")->isChecked());
-    EXPECT_FALSE(view.widget("Lst_CodeOrgaPos")->isVisible());
-    EXPECT_FALSE(view.widget("Cbo_Tri")->isVisible());
-    EXPECT_TRUE(view.widget("Lst_OrgaPos")->isVisible());
-    EXPECT_EQ(view.widget("Ctr_Belmontis1"), nullptr);
-    EXPECT_TRUE(QFontInfo(view.widget("Lst_OrgaSel")->font()).fixedPitch());
-    EXPECT_FALSE(widget<QPushButton>("Cmd_PasseDroit")->icon().isNull());
-    EXPECT_TRUE(widget<QPushButton>("Cmd_PasseDroit")->text().isEmpty());
-    EXPECT_FALSE(widget<QPushButton>("Cmd_Imprimer")->isEnabled());
-    EXPECT_FALSE(widget<QComboBox>("Cbo_Periode")->isEditable());
-    EXPECT_TRUE(widget<QComboBox>("Cbo_Entite")->isEditable());
-    // Lists show through the item model, not a widget per line.
-    EXPECT_EQ(widget<QListView>("Lst_OrgaPos")->model()->rowCount(), 3);
-    EXPECT_TRUE(widget<QListView>("Lst_OrgaPos")->uniformItemSizes());
-}
-
 TEST_F(ScreenViewTest, AHiddenListGetsItsItemModelOnceItShows)
 {
     Control& codes = screen.get("Lst_CodeOrgaPos");

@@ -56,31 +56,6 @@ TEST(ArchiveKey, MakeParseAndRoundTrip)
     }
 }
 
-TEST(ArchiveLines, StatementLineColumns)
-{
-    struct Case {
-        std::string name;
-        std::string invoice;
-        std::string line;
-    };
-    const std::string forty(40, 'N');
-    const Case cases[] = {
-        {"CPAM", "F1", "CPAM" + blanks(51) + "F1"},
-        {"", "F1", blanks(55) + "F1"},
-        {forty, "F1", forty + blanks(15) + "F1"},
-        {forty + "XYZ", "F1", forty + blanks(15) + "F1"},
-        {std::string(39, 'N'), "F1" + blanks(8), std::string(39, 'N') + blanks(16) + "F1" + blanks(8)},
-        // Columns count characters, so an accented name is filled as far as a plain one.
-        {"MUTUELLE G\xC3\x89N\xC3\x89RALE", "F1", "MUTUELLE G\xC3\x89N\xC3\x89RALE" + blanks(38) + "F1"},
-        {"\xC3\x89" + std::string(40, 'N'), "F1", "\xC3\x89" + std::string(39, 'N') + blanks(15) + "F1"},
-        // No record: the text and 40 blanks, the same 55 columns.
-        {archive::kNoOrganisation, "F1", "TAUX PRESTATION" + blanks(40) + "F1"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(archive::statementLine(c.name, c.invoice), c.line) << c.name;
-    }
-}
-
 TEST(ArchiveLines, CodeLineCutsBackToTheKeysFields)
 {
     for (const std::string& key : {std::string("001P012202611F000000123"), "001P012202611F12" + blanks(7), std::string("001P012")}) {
@@ -97,29 +72,4 @@ TEST(ArchiveLines, CodeLineCutsBackToTheKeysFields)
         EXPECT_EQ(archive::selectionEntry(selection, 2).organisation, code.organisation);
         EXPECT_EQ(archive::selectionEntry(selection, 3).organisation, "");
     }
-}
-
-TEST(ArchiveSentences, EachSentenceWhole)
-{
-    using archive::Order;
-    const std::string scope = R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202611" AND AVEC 0 = "001P]")";
-    const std::pair<std::string, std::string> cases[] = {
-        {archive::scopeSentence("202611", "001", "P", Order::ByOrganisationThenInvoice), scope + " PAR SigleOrgaArchive PAR NumFactArchive"},
-        {archive::scopeSentence("202611", "001", "P", Order::ByInvoice), scope + " PAR NumFactArchive"},
-        {archive::scopeSentence("202611", "001", "P", Order::None), scope},
-        {archive::organisationSentence("202611", "001", "M", "01"),
-            R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202611" AND AVEC 0 = "001M01]" PAR NumFactArchive)"},
-        {archive::invoiceSentence("202611", "001", "P", "F12  "),
-            scope + R"( AND AVEC NumFactArchive = "F12  " PAR NumFactArchive)"},
-        {archive::statementSentence("202611", "001", "P", "012", "F000123").value(),
-            R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202611" AND AVEC 0 = "001P012]" AND AVEC NumFactArchive = "F000123")"},
-        // Padded as a key holds it: the trimmed number matches too.
-        {archive::statementSentence("202611", "001", "P", "012", "F12  ").value(),
-            R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202611" AND AVEC 0 = "001P012]" AND AVEC NumFactArchive = "F12  " OR = "F12")"},
-    };
-    for (const auto& [made, expected] : cases) {
-        EXPECT_EQ(made, expected);
-    }
-    EXPECT_FALSE(archive::statementSentence("202611", "001", "P", "012", "F\"1").has_value());
-    EXPECT_EQ(archive::keyRequest("S").text(), "S\xFE" "ARCHIVEBORDCAISSE\xFE" "0");
 }

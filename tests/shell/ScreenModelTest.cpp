@@ -176,19 +176,4 @@ TEST_F(ScreenModelTest, ClickOnListIsNotADropButDragIsOne)
     EXPECT_EQ(log, (std::vector<std::string>{"DropSel"}));
 }
 
-TEST(ScreenTable, ControlsCollectionHoldsTheTableThenTheMenus)
-{
-    FakeHost host;
-    ScreenModel screen(host);
-    ASSERT_EQ(screen.count(), 34);
-    for (std::int16_t i = 0; i < 32; ++i) {
-        EXPECT_EQ(screen.at(i).row().tabIndex, i);
-    }
-    EXPECT_EQ(screen.at(32).name(), "Mnu_Aide");
-    EXPECT_EQ(screen.at(33).container()->name(), "Mnu_Aide");
-    EXPECT_EQ(screen.get("Opt_Prest").container()->name(), "Cdr_Activite");
-    EXPECT_EQ(screen.get("Txt_Entite").maxLength(), 3);
-    EXPECT_FALSE(screen.get("Lst_CodeOrgaSel").visible());
-}
-
 } // namespace

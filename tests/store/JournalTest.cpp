@@ -188,25 +188,6 @@ TEST_P(JournalTest, OnlyOpenPaperJobsAreAskedForAndThePurgeIsJournaled)
     EXPECT_EQ(kept[2].reason, "2 entrées antérieures au 2026-11-14 supprimées");
 }
 
-TEST_P(JournalTest, TheJournalMovesFromADatabaseFileToEitherEngine)
-{
-    TestDatabase source(EngineKind::Sqlite);
-    auto from = source.connect();
-    Journal(*from, fixed(at(3, 10))).append(paperEntry("ALICE", {{"012", "F1"}, {"013", "F2"}}, 12, "completed"));
-    Journal(*from, fixed(at(4, 10))).append(filesEntry("BERNARD", {{"012", "F3"}}, JournalOutcome::Refused, "le disque est plein"));
-    std::stringstream exported;
-    exportJsonLines(*from, exported);
-
-    importJsonLines(db(), exported, "export.jsonl");
-    const auto before = Journal(*from).entries();
-    const auto after = Journal(db()).entries();
-    ASSERT_EQ(after.size(), before.size());
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        EXPECT_EQ(encodeJournalEntry(after[i]), encodeJournalEntry(before[i])) << i;
-        EXPECT_EQ(after[i].key, before[i].key) << i;
-    }
-}
-
 CALVARINE_BOTH_ENGINES(JournalTest);
 
 // The server command's runs, as workstations ask for them.

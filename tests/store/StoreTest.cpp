@@ -41,22 +41,6 @@ protected:
     Sentences() { load(kFixture); }
 };
 
-TEST_P(Sentences, ActivityLettersWithOrChainInKeyOrder)
-{
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 12 = "P" OR = "M" OR = "I" PAR 0)"), "001M02^001P01^003I01");
-    // Through the index of the name standing for attribute 12, same answer.
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "P" OR = "M" OR = "I")"), "001M02^001P01^003I01");
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "001]")", "0 12"), "001M02|M^001P01|P");
-}
-
-TEST_P(Sentences, MultiValuedConditionHoldsWhenAnyValueMatches)
-{
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 12 = "I")"), "003I01");
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "Z")"), "003I01");
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC Lettre = "Z" OR = "I")"), "003I01"); // listed once
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "003]")", "12 0"), "Z|I|003I01");
-}
-
 TEST_P(Sentences, StatementQueriesOfTheScreen)
 {
     EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" PAR SigleOrgaArchive PAR NumFactArchive)"),
@@ -67,36 +51,6 @@ TEST_P(Sentences, StatementQueriesOfTheScreen)
         "001P010202610F000000001");
     EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "202610" AND AVEC 0 = "001P]" AND AVEC NumFactArchive = "F000000002" PAR NumFactArchive)"),
         "001P020202610F000000002");
-}
-
-TEST_P(Sentences, BeginsWithOnNamesAndKeys)
-{
-    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "2026]" AND AVEC 0 = "001P01]")"),
-        "001P010202609F000000004^001P010202610F000000001");
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "]")"), "001M02^001P01^002X01^003I01");
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "001P01")"), "001P01");
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "001P0")"), "");
-    EXPECT_EQ(keys(R"(SSELECT ACTIVITES AVEC 0 = "002]" OR = "001M02")"), "001M02^002X01");
-}
-
-TEST_P(Sentences, SortTiesGoByKeyAndRightJustifiedSortsNumbers)
-{
-    // Three statements share "CPAM": ties in key order.
-    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC SigleOrgaArchive = "CPAM")"),
-        "001M010202610F000000005^001P010202609F000000004^001P010202610F000000001^001P030202610F000000003^002P010202610F000000006");
-    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC 0 = "001P0]" AND AVEC PeriodeArchive = "202610" PAR Montant)", "11"),
-        "-3^200^1500");
-    EXPECT_EQ(keys(R"(SSELECT ARCHIVEBORDCAISSE AVEC 0 = "001P0]" AND AVEC PeriodeArchive = "202610" PAR 11)", "11"),
-        "-3^1500^200");
-}
-
-TEST_P(Sentences, EmptySelectionGivesEmptyText)
-{
-    const auto result = db().select(R"(SSELECT ARCHIVEBORDCAISSE AVEC PeriodeArchive = "199901" AND AVEC 0 = "001P]")");
-    EXPECT_EQ(result.text(), "");
-    EXPECT_EQ(result.attribute(1), "");
-    EXPECT_EQ(result.DCount(), 0);
-    EXPECT_EQ(keys("SSELECT FACTURORG", "0 1"), "");
 }
 
 TEST_P(Sentences, ValuesAreBoundNeverSpliced)
