@@ -214,11 +214,16 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
     // (A server out of reach is left alone: its command is withdrawn once its
     // client is unseen for long enough.)
     bool cancelled = false;
+    CommandFailed cancel{"cancelled by the operator", {}, true};
     CommandProgress progress;
     if (m_impl->progress) {
         progress = [&](int done, int total) {
             try {
                 m_impl->progress(done, total);
+            } catch (const DbaError& error) {
+                cancelled = true;
+                cancel = {error.what(), error.reason(), true};
+                throw;
             } catch (...) {
                 cancelled = true;
                 throw;
@@ -245,15 +250,7 @@ DbaDynArray Store::executeQueued(const std::string& sentence, const std::string&
         }
         if (withdrawn) {
             // Its worker's records are undone with its claim: the cancelled run is told here.
-            try {
-                std::rethrow_exception(stopped);
-            } catch (const DbaError& error) {
-                toldFailed({error.what(), error.reason(), true});
-            } catch (const std::exception& error) {
-                toldFailed({error.what(), {}, true});
-            } catch (...) {
-                toldFailed({"cancelled", {}, true});
-            }
+            toldFailed(cancel);
             std::rethrow_exception(stopped);
         }
         // It ended before the cancel reached it (Annuler pressed as the last
