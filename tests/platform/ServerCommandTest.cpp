@@ -266,18 +266,6 @@ TEST_F(ServerCommand, AFullDiskIsSaidPlainlyAndLeavesNothing)
     EXPECT_FALSE(result().has_value());
 }
 
-TEST_F(ServerCommand, ReplacesAFormerFileOfTheSameName)
-{
-    {
-        std::ofstream former(fusion() / "001P_202611_013_F77.pdf");
-        former << "former";
-    }
-    request({{"013", "F77"}});
-    run("ARCHIVEBORDCAISSEEXCEL 202611 001 P");
-    EXPECT_EQ(fusionFiles(), (std::vector<std::string>{"001P_202611_013_F77.pdf"}));
-    EXPECT_NE(testsupport::pdfText(fusion() / "001P_202611_013_F77.pdf").find("LEROY PAUL"), std::string::npos);
-}
-
 // Two workstations re-issue one scope at once; one of them fails once its files
 // are in place. Whichever order they come in, the other's message names files
 // that are all there, its own.

@@ -74,19 +74,6 @@ std::string pdfTool(const QString& program, QStringList arguments, const fs::pat
 
 std::string pdfText(const fs::path& pdf) { return pdfTool(QStringLiteral("pdftotext"), {}, pdf); }
 
-int pdfPages(const fs::path& pdf)
-{
-    const QString info = QString::fromStdString(pdfTool(QStringLiteral("pdfinfo"), {}, pdf));
-    const auto at = info.indexOf(QStringLiteral("Pages:"));
-    return at < 0 ? -1 : info.mid(at + 6).section(QLatin1Char('\n'), 0, 0).trimmed().toInt();
-}
-
-std::string pdfPageText(const fs::path& pdf, int page)
-{
-    const QString n = QString::number(page);
-    return pdfTool(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), QStringLiteral("-f"), n, QStringLiteral("-l"), n}, pdf);
-}
-
 // An operator at the window, printing on paper through a private CUPS server
 // (scripts/cups-server, started by the ctest fixture) whose default queue
 // keeps every job it is given as out/job-<id>.pdf.
@@ -213,66 +200,6 @@ protected:
     TestHost* host = nullptr;
     std::unique_ptr<HostWindow> window;
 };
-
-TEST_F(PaperTest, PageNOfPaperIsPageNOfTheFileOnTheSamePaper)
-{
-    // Two statements long enough to run over several pages, with lines that wrap.
-    const auto invoices = selectTwoStatements();
-    std::vector<std::string> organisations;
-    for (std::int16_t i = 0; i < 2; ++i) {
-        organisations.push_back(control("Lst_CodeOrgaSel").list(i).substr(0, 3));
-    }
-    for (std::size_t s = 0; s < 2; ++s) {
-        const std::string key = "001P" + organisations[s] + "202611" + invoices[s];
-        const auto original = store->read("ARCHIVEBORDCAISSE", key);
-        ASSERT_TRUE(original) << key;
-        DbaDynArray record;
-        for (std::int16_t kept = 1; kept <= 4; ++kept) {
-            record.setAttribute(kept, DbaDynArray(*original).attribute(kept));
-        }
-        std::int64_t total = 0;
-        for (std::int16_t line = 1; line <= 70; ++line) {
-            record.setValue(5, line, "BÉNÉFICIAIRE " + std::to_string(line) + (line % 7 == 0 ? " AU NOM TRÈS LONG QUI DOIT PASSER À LA LIGNE DANS SA CELLULE" : ""));
-            record.setValue(6, line, "B" + std::to_string(1000 + line));
-            record.setValue(7, line, line % 5 == 0 ? "PRESTATION D'AIDE À DOMICILE DE JOUR ET DE NUIT AVEC ACCOMPAGNEMENT" : "AIDE MENAGERE");
-            record.setValue(8, line, "100");
-            record.setValue(9, line, std::to_string(1000 + line));
-            record.setValue(10, line, std::to_string(1000 + line));
-            total += 1000 + line;
-        }
-        record.setAttribute(11, std::to_string(total));
-        store->write("ARCHIVEBORDCAISSE", key, record.text());
-    }
-
-    printOnPaper();
-    ASSERT_TRUE(host->boxes.empty()) << host->boxes.front().text;
-    const fs::path paper = printedJob();
-    ASSERT_TRUE(fs::exists(paper));
-
-    // The same two as files, in FUSION.
-    EXPECT_EQ(selectTwoStatements(), invoices);
-    QTest::mouseClick(widget<QRadioButton>("Opt_Fichier"), Qt::LeftButton);
-    QTest::mouseClick(widget<QPushButton>("Cmd_Imprimer"), Qt::LeftButton);
-    std::vector<fs::path> files;
-    for (const auto& invoice : invoices) {
-        for (const auto& entry : fs::directory_iterator(root() / "FUSION")) {
-            if (entry.path().filename().string().find(invoice) != std::string::npos) {
-                files.push_back(entry.path());
-            }
-        }
-    }
-    ASSERT_EQ(files.size(), 2u) << "one file per statement, named after its invoice";
-
-    int paperPage = 1;
-    for (const auto& file : files) {
-        const int pages = pdfPages(file);
-        EXPECT_GT(pages, 1) << file << " is meant to run over several pages";
-        for (int page = 1; page <= pages; ++page, ++paperPage) {
-            EXPECT_EQ(pdfPageText(paper, paperPage), pdfPageText(file, page)) << "paper page " << paperPage << ", " << file << " page " << page;
-        }
-    }
-    EXPECT_EQ(pdfPages(paper), paperPage - 1) << "the paper job has no page of its own";
-}
 
 TEST_F(PaperTest, ThePrinterChoiceIsRememberedAndGoesWithTheJob)
 {

@@ -284,39 +284,6 @@ TEST_P(StoreTest, SessionPrivateRecordsAreEachSessionsOwn)
     EXPECT_TRUE(eventually([&] { return second->read("ORGPRISECHARGE", "010") == "x"; }));
 }
 
-// Two workstations re-issuing at once on one database: each command reads the
-// request of its own session and leaves the result there, never the other's.
-TEST_P(StoreTest, TwoSessionsRunningCommandsAtOnceNeverMeet)
-{
-    const auto run = [&](const std::string& session, int rounds) {
-        auto store = m_database.connect();
-        serveOwnCommands(*store);
-        store->setClient(std::make_shared<DbaClient>("OPERATEUR", session));
-        store->registerCommand("COPIE", [](CommandContext& context) {
-            const auto asked = context.store.read("TEMPO", "REQUETEBORDEXCEL");
-            context.store.write("TEMPO", "BORDCAISSEEXCEL", asked.value_or("no request"));
-        });
-        auto tempo = store->OpenFile("TEMPO");
-        int crossed = 0;
-        for (int round = 0; round < rounds; ++round) {
-            const auto mine = session + "-" + std::to_string(round);
-            auto request = tempo->NewItem("REQUETEBORDEXCEL");
-            request->setValue(1, 1, mine);
-            request->DBWrite();
-            std::int32_t status = 0;
-            store->Execute("P\xFE" "COPIE", "", status);
-            crossed += tempo->ReadItem("BORDCAISSEEXCEL")->text() == mine ? 0 : 1;
-            tempo->DeleteItem("BORDCAISSEEXCEL");
-            tempo->DeleteItem("REQUETEBORDEXCEL");
-        }
-        return crossed;
-    };
-    db().createFile("TEMPO");
-    auto other = std::async(std::launch::async, run, "poste-2", 40);
-    EXPECT_EQ(run("poste-1", 40), 0);
-    EXPECT_EQ(other.get(), 0);
-}
-
 TEST_P(StoreTest, TwoConnectionsWriteAtOnce)
 {
     load(R"({"dict": "F", "name": "N", "attr": 1})");
